@@ -1,0 +1,28 @@
+/// Contract of the closed DNS-SD library: one browse for one service type.
+#pragma once
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#if defined(DNS_SD_BUILD)
+#define DNS_SD_API __declspec(dllexport)
+#else
+#define DNS_SD_API __declspec(dllimport)
+#endif
+#else
+#define DNS_SD_API __attribute__((visibility("default")))
+#endif
+
+extern "C" {
+
+/// One resolved IPv4 instance: its address in network byte order (the byte at the lowest address
+/// is the first octet), its instance name, valid during the call only, and the browse's context.
+/// May come on any thread.
+typedef void (*DnsSdCallback)(uint32_t address, const char* name, void* context);
+
+/// Browses for a service type such as "_http._tcp.local". Doesn't return before the browse has
+/// ended, and no callback runs after it has returned. The result tells nothing.
+DNS_SD_API int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* context,
+                          int32_t browseArgument);
+
+}  // extern "C"

@@ -1,0 +1,40 @@
+/// What the tools need of the system beside sockets. The plug-in doesn't use it.
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+/// A shared library loaded at run time; stays loaded until the process ends, since objects of its
+/// classes may outlive whoever loaded it.
+class CSharedLibrary {
+   public:
+    /// Loads a file; on failure `valid` is false and `error` says why.
+    explicit CSharedLibrary(const std::string& file);
+
+    [[nodiscard]] bool valid() const noexcept { return library != nullptr; }
+    [[nodiscard]] const std::string& error() const noexcept { return errorText; }
+    /// An exported function; null when there is none of that name.
+    [[nodiscard]] void* Symbol(const char* name) const noexcept;
+
+   private:
+    void* library = nullptr;
+    std::string errorText;
+};
+
+/// File name of a loadable plug-in on this system, such as "x.so" for "x".
+[[nodiscard]] std::string PluginFileName(const std::string& name);
+/// Folder of the running program; empty when it can't be told.
+[[nodiscard]] std::string ProgramFolder();
+/// True when standard error goes to a terminal.
+[[nodiscard]] bool ErrorIsTerminal() noexcept;
+
+/// From now on an interrupt or termination signal only sets the flag that `StopRequested` gives;
+/// a second one ends the process the hard way.
+void WatchStopSignals();
+[[nodiscard]] bool StopRequested() noexcept;
+
+/// Makes the socket library ready; nothing to do where the system has no such step.
+[[nodiscard]] bool StartSockets() noexcept;
+
+}  // namespace platform

@@ -1,0 +1,50 @@
+#include "Process.h"
+
+#include <dlfcn.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <climits>
+
+namespace platform {
+namespace {
+
+volatile sig_atomic_t stopRequested = 0;
+
+void OnStopSignal(int) { stopRequested = 1; }
+
+}  // namespace
+
+CSharedLibrary::CSharedLibrary(const std::string& file)
+    : library(::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    if (library != nullptr) return;
+    const char* const why = ::dlerror();
+    errorText = why != nullptr ? why : "unknown reason";
+}
+
+void* CSharedLibrary::Symbol(const char* name) const noexcept { return ::dlsym(library, name); }
+
+std::string PluginFileName(const std::string& name) { return name + ".so"; }
+
+std::string ProgramFolder() {
+    char path[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof(path));
+    if (length <= 0) return {};
+    const std::string file(path, static_cast<std::size_t>(length));
+    return file.substr(0, file.rfind('/'));
+}
+
+bool ErrorIsTerminal() noexcept { return ::isatty(STDERR_FILENO) == 1; }
+
+void WatchStopSignals() {
+    struct sigaction action {};
+    action.sa_handler = OnStopSignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    for (const int number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
+}
+
+bool StopRequested() noexcept { return stopRequested != 0; }
+
+bool StartSockets() noexcept { return true; }
+
+}  // namespace platform
