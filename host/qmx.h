@@ -190,7 +190,8 @@ class TArray {
         if (index >= used) ThrowOutOfRangeException("TArray::remove: index out of range.");
         if (number > used - index) number = used - index;
         if (number == 0) return;
-        for (std::size_t i = index; i + number < used; ++i) entries[i] = std::move(entries[i + number]);
+        for (std::size_t i = index; i + number < used; ++i)
+            entries[i] = std::move(entries[i + number]);
         Destroy(used - number, number);
     }
 
@@ -207,7 +208,7 @@ class TArray {
 
 /// How a delegate's object is shared and given up.
 struct SDelegateManager {
-    void* (*copy)(void* object);     ///< gives the object of a copied delegate
+    void* (*copy)(void* object);    ///< gives the object of a copied delegate
     void (*release)(void* object);  ///< gives up one delegate's hold of the object
 };
 

@@ -192,7 +192,8 @@ class QMXCAM_API IInterfaceFactory {
     /// Gives false when the id is taken.
     virtual bool RegisterInterface(const CString& id, CreateFunction create,
                                    DestroyFunction destroy) = 0;
-    /// A new interface object, ended by `DestroyInterface` with the same id; null for an unknown id.
+    /// A new interface object, ended by `DestroyInterface` with the same id; null for an unknown
+    /// id.
     virtual IInterface* CreateInterface(const CString& id) = 0;
     virtual void DestroyInterface(const CString& id, IInterface* object) = 0;
 };

@@ -48,6 +48,10 @@ void CloseSocket(SocketHandle handle) noexcept;
 
 /// Connects; blocks with no limit of its own.
 [[nodiscard]] bool ConnectSocket(SocketHandle handle, const SSocketAddress& to) noexcept;
+/// `ConnectSocket` that gives up after so many milliseconds; on failure the socket is good for
+/// nothing but closing.
+[[nodiscard]] bool ConnectSocketWithin(SocketHandle handle, const SSocketAddress& to,
+                                       std::uint32_t milliseconds) noexcept;
 /// Binds to every local address and a port that the system picks.
 [[nodiscard]] bool BindToAnyPort(SocketHandle handle) noexcept;
 /// The local port in host order.
@@ -68,6 +72,8 @@ void CloseSocket(SocketHandle handle) noexcept;
 
 /// Limits each later stream receive, in milliseconds.
 bool SetReceiveTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept;
+/// Limits each later send, in milliseconds.
+bool SetSendTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept;
 /// Size in bytes of the system's buffer for what waits to be received.
 [[nodiscard]] std::optional<std::int32_t> ReceiveBufferSize(SocketHandle handle) noexcept;
 /// Asks for another size. As on Windows there is no cap where the process has the right to pass

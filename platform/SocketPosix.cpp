@@ -1,6 +1,5 @@
-#include "Socket.h"
-
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -11,6 +10,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+
+#include "Socket.h"
 
 namespace platform {
 namespace {
@@ -47,6 +48,21 @@ bool WaitFor(int descriptor, short events, std::chrono::milliseconds limit) noex
         if (ready > 0) return true;
         if (ready < 0 && errno != EINTR) return false;
     }
+}
+
+/// Waits until a connection being made is there; false when it failed or the limit has passed.
+bool ConnectionMade(int descriptor, std::chrono::milliseconds limit) noexcept {
+    if (!WaitFor(descriptor, POLLOUT, limit)) return false;
+    int error = 0;
+    socklen_t size = sizeof(error);
+    return ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+timeval SystemDuration(std::uint32_t milliseconds) noexcept {
+    timeval duration{};
+    duration.tv_sec = milliseconds / 1000;
+    duration.tv_usec = static_cast<suseconds_t>(milliseconds % 1000) * 1000;
+    return duration;
 }
 
 /// The receive time-out of a socket; negative when there is none.
@@ -107,10 +123,20 @@ bool ConnectSocket(SocketHandle handle, const SSocketAddress& to) noexcept {
     if (::connect(Descriptor(handle), plain, sizeof(address)) == 0) return true;
     if (errno != EINTR) return false;
     // Interrupted by a signal: the connection goes on being made, and its outcome is asked for.
-    if (!WaitFor(Descriptor(handle), POLLOUT, std::chrono::milliseconds(-1))) return false;
-    int error = 0;
-    socklen_t size = sizeof(error);
-    return ::getsockopt(Descriptor(handle), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    return ConnectionMade(Descriptor(handle), std::chrono::milliseconds(-1));
+}
+
+bool ConnectSocketWithin(SocketHandle handle, const SSocketAddress& to,
+                         std::uint32_t milliseconds) noexcept {
+    const int descriptor = Descriptor(handle);
+    const int flags = ::fcntl(descriptor, F_GETFL);
+    if (flags < 0 || ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) != 0) return false;
+    const sockaddr_in address = SystemAddress(to);
+    const auto* const plain = reinterpret_cast<const sockaddr*>(&address);
+    const bool made = ::connect(descriptor, plain, sizeof(address)) == 0 ||
+                      ((errno == EINPROGRESS || errno == EINTR) &&
+                       ConnectionMade(descriptor, std::chrono::milliseconds(milliseconds)));
+    return made && ::fcntl(descriptor, F_SETFL, flags) == 0;
 }
 
 bool BindToAnyPort(SocketHandle handle) noexcept {
@@ -172,10 +198,13 @@ std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t si
 }
 
 bool SetReceiveTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept {
-    timeval limit{};
-    limit.tv_sec = milliseconds / 1000;
-    limit.tv_usec = static_cast<suseconds_t>(milliseconds % 1000) * 1000;
+    const timeval limit = SystemDuration(milliseconds);
     return ::setsockopt(Descriptor(handle), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0;
+}
+
+bool SetSendTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept {
+    const timeval limit = SystemDuration(milliseconds);
+    return ::setsockopt(Descriptor(handle), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) == 0;
 }
 
 std::optional<std::int32_t> ReceiveBufferSize(SocketHandle handle) noexcept {

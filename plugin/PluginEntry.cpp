@@ -1,0 +1,28 @@
+// What the host meets first: the one exported function, and the two that it hands to the factory.
+// Nothing here may run when the library is merely loaded.
+#include "KORURTSPInterface.h"
+
+#if defined(_WIN32)
+#define KORU_EXPORT __declspec(dllexport)
+#else
+#define KORU_EXPORT __attribute__((visibility("default")))
+#endif
+
+namespace qmx::cam {
+namespace {
+
+IInterface* CreateInterface() { return new CKORURTSPInterface; }
+
+/// An object of another class, and null, are left alone.
+void DestroyInterface(IInterface* object) { delete dynamic_cast<CKORURTSPInterface*>(object); }
+
+}  // namespace
+}  // namespace qmx::cam
+
+/// Registers the interface with the host's factory and gives the factory's answer. Called by the
+/// host once, on its own thread, after loading the library.
+extern "C" KORU_EXPORT bool qmxInitPlugin() {
+    using namespace qmx::cam;
+    if (qmx::logger().verbose()) qmx::logger().WriteLine("KORU RTSP Plugin loaded");
+    return interfaceFactory().RegisterInterface("KORURTSP", CreateInterface, DestroyInterface);
+}

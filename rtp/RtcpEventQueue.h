@@ -1,0 +1,36 @@
+/// What wakes the RTCP send thread.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+
+namespace qmx::cam {
+
+enum class ERtcpEvent : std::uint32_t {
+    SenderReport = 0,  ///< the camera has reported
+    Stop = 1,          ///< the run ends
+};
+
+struct SRtcpEvent {
+    ERtcpEvent kind;
+    double time;                     ///< seconds since the run began
+    std::uint32_t lastSenderReport;  ///< middle 32 bits of the NTP time, bytes in wire order
+};
+
+/// First in, first out, without a bound. Safe from any thread.
+class CRtcpEventQueue {
+   public:
+    void Post(ERtcpEvent kind, double time, std::uint32_t lastSenderReport);
+    /// Blocks until there is an event.
+    [[nodiscard]] SRtcpEvent Wait();
+    void Clear();
+
+   private:
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::deque<SRtcpEvent> events;
+};
+
+}  // namespace qmx::cam

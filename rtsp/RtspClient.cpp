@@ -1,0 +1,183 @@
+#include "RtspClient.h"
+
+#include <cstring>
+
+#include "RtspText.h"
+#include "qmx.h"
+
+namespace qmx::cam {
+namespace {
+
+/// The one status that counts as success; no other gets any handling of its own.
+constexpr std::int32_t statusOk = 200;
+/// How long one receive waits for a silent camera, in milliseconds.
+constexpr std::uint32_t receiveTimeout = 5000;
+/// OPTIONS carries this number and leaves the count alone.
+constexpr std::uint32_t optionsCSeq = 0;
+
+/// The value of a header, empty when it is absent.
+std::string ValueOf(const CRtspHeaders& headers, const char* name) {
+    const auto entry = headers.find(name);
+    return entry != headers.end() ? entry->second : std::string();
+}
+
+/// A whole transaction with the tests that every answer must pass.
+bool Ask(platform::SocketHandle socket, const CString& request, std::uint32_t sequence,
+         CRtspHeaders& headers, std::string& body) {
+    return Transact(socket, request.c_str(), headers, body) == statusOk &&
+           CheckCSeq(headers, sequence);
+}
+
+}  // namespace
+
+std::string ReadSessionId(const std::string& session) {
+    return session.substr(0, session.find(';'));
+}
+
+void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort,
+                     std::uint16_t& rtcpPort) {
+    constexpr std::string_view name = "server_port=";
+    for (const std::string& piece : Split(transport, ";")) {
+        if (!piece.starts_with(name)) continue;
+        const std::string_view ports = std::string_view(piece).substr(name.size());
+        const std::size_t hyphen = ports.find('-');
+        rtpPort = static_cast<std::uint16_t>(ParseUnsigned(ports));
+        rtcpPort = static_cast<std::uint16_t>(hyphen == std::string_view::npos
+                                                  ? rtpPort + 1u
+                                                  : ParseUnsigned(ports.substr(hyphen + 1)));
+    }
+}
+
+CRtspClient::~CRtspClient() { Close(); }
+
+bool CRtspClient::Connect(const char* hostText, std::uint16_t tcpPort) {
+    if (socket.valid()) return false;
+    const auto address = platform::ResolveIpv4(hostText);
+    if (!address) return false;
+    socket.Reset(platform::OpenTcpSocket());
+    if (!socket.valid()) return false;
+    // A session that an earlier connection could not end leaves its flags set; `Close` then tries
+    // once more to end it, on whatever connection stands by now.
+    if (!platform::ConnectSocket(socket.handle(), platform::MakeSocketAddress(*address, tcpPort))) {
+        Close();
+        return false;
+    }
+    SetReceiveTimeout(socket.handle(), receiveTimeout);
+    cseq = 1;
+    if (!ProbeOptions()) {
+        Close();
+        return false;
+    }
+    host = hostText;
+    port = tcpPort;
+    return true;
+}
+
+bool CRtspClient::ProbeOptions() {
+    CRtspHeaders headers;
+    std::string body;
+    const CString request = strprintf("OPTIONS * RTSP/1.0\r\nCSeq: %u\r\n\r\n", optionsCSeq);
+    if (!Ask(socket.handle(), request, optionsCSeq, headers, body)) return false;
+    serverName = ValueOf(headers, "Server");
+    return true;
+}
+
+void CRtspClient::Close() {
+    Teardown();
+    socket.Reset();
+}
+
+SRtspStream CRtspClient::Describe(const char* path) {
+    if (!socket.valid()) return {};
+    const std::uint32_t sequence = cseq++;
+    CRtspHeaders headers;
+    std::string body;
+    const CString request =
+        strprintf("DESCRIBE rtsp://%s:%u%s RTSP/1.0\r\nAccept: application/sdp\r\nCSeq: %u\r\n\r\n",
+                  host.c_str(), port, path, sequence);
+    if (!Ask(socket.handle(), request, sequence, headers, body)) return {};
+    if (ValueOf(headers, "Content-Type") != "application/sdp") return {};
+    return ParseDescription(body);
+}
+
+bool CRtspClient::Setup(const char* setupUrlPath, const char* controlUrlPath, std::uint16_t rtpPort,
+                        std::uint16_t rtcpPort) {
+    if (!socket.valid() || sessionOpen) return false;
+    const std::uint32_t sequence = cseq++;
+    CRtspHeaders headers;
+    std::string body;
+    const CString request = strprintf(
+        "SETUP rtsp://%s:%u%s RTSP/1.0\r\nCSeq: %u\r\n"
+        "Transport: RTP/AVP;unicast;client_port=%u-%u\r\n\r\n",
+        host.c_str(), port, setupUrlPath, sequence, rtpPort, rtcpPort);
+    if (!Ask(socket.handle(), request, sequence, headers, body)) return false;
+    const auto session = headers.find("Session");
+    const auto transport = headers.find("Transport");
+    if (session == headers.end() || transport == headers.end()) return false;
+    sessionId = ReadSessionId(session->second);
+    ReadServerPorts(transport->second, serverRtpPort, serverRtcpPort);
+    // An answer without ports passes on those of the session before it: cameras keep their ports.
+    if (serverRtpPort == 0 || serverRtcpPort == 0) return false;
+    setupPath = setupUrlPath;
+    controlPath = controlUrlPath;
+    clientRtpPort = rtpPort;
+    clientRtcpPort = rtcpPort;
+    sessionOpen = true;
+    return true;
+}
+
+bool CRtspClient::Setup(const char* path, std::uint16_t rtpPort, std::uint16_t rtcpPort) {
+    return Setup(path, path, rtpPort, rtcpPort);
+}
+
+/// PLAY, PAUSE and TEARDOWN differ in their first word alone.
+bool CRtspClient::SendSessionRequest(const char* method, CRtspHeaders& headers) {
+    const std::uint32_t sequence = cseq++;
+    std::string body;
+    const CString request =
+        strprintf("%s rtsp://%s:%u%s RTSP/1.0\r\nCSeq: %u\r\nSession: %s\r\n\r\n", method,
+                  host.c_str(), port, controlPath.c_str(), sequence, sessionId.c_str());
+    return Ask(socket.handle(), request, sequence, headers, body);
+}
+
+bool CRtspClient::Play() {
+    if (!sessionOpen || playing) return false;
+    CRtspHeaders headers;
+    if (!SendSessionRequest("PLAY", headers) || !CheckSession(headers, sessionId)) return false;
+    playing = true;
+    return true;
+}
+
+bool CRtspClient::Pause() {
+    if (!playing) return false;
+    CRtspHeaders headers;
+    if (!SendSessionRequest("PAUSE", headers)) return false;
+    playing = false;
+    return true;
+}
+
+bool CRtspClient::Teardown() {
+    if (playing && !Pause()) return false;
+    if (!sessionOpen) return false;
+    CRtspHeaders headers;
+    if (!SendSessionRequest("TEARDOWN", headers)) return false;
+    sessionOpen = false;
+    return true;
+}
+
+bool SendRequest(platform::SocketHandle socket, const char* text) {
+    const std::size_t length = std::strlen(text);
+    return platform::Send(socket, text, length) == static_cast<std::ptrdiff_t>(length);
+}
+
+std::int32_t Transact(platform::SocketHandle socket, const char* text, CRtspHeaders& headers,
+                      std::string& body) {
+    return SendRequest(socket, text) ? ReadResponse(socket, headers, body) : noResponse;
+}
+
+void SetReceiveTimeout(platform::SocketHandle socket, std::uint32_t milliseconds) {
+    // A camera that answers is served even where the limit could not be set.
+    (void)platform::SetReceiveTimeout(socket, milliseconds);
+}
+
+}  // namespace qmx::cam
