@@ -1,0 +1,354 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <optional>
+
+#include "FormatSearch.h"
+#include "KORURTSPInterface.h"
+#include "PixelTypes.h"
+#include "qmxcam.h"
+#include "support/Resources.h"
+#include "support/ScriptedPeer.h"
+
+namespace {
+
+using namespace qmx;
+using namespace qmx::cam;
+using test::CScriptedPeer;
+using test::Description;
+using test::Ok;
+
+constexpr std::uint32_t streamsOnly = 2;
+constexpr std::uint16_t rtspPort = 554;
+
+const std::string session = "Session: s\r\nTransport: server_port=7000-7001\r\n";
+const std::string rawBody =
+    "v=0\nm=video 0 RTP/AVP 96 97\na=rtpmap:96 ZRAW/90000\na=framesize:96 640-480\n"
+    "a=rtpmap:97 ZRAW/90000\na=framesize:97 320-240\n";
+const std::string mjlsBody = "v=0\nm=video 0 RTP/AVP 96\na=rtpmap:96 MJLS/9\na=framesize:96 8-6\n";
+const std::string jpegBody = "v=0\nm=video 0 RTP/AVP 26\na=rtpmap:26 JPEG/9\na=framesize:26 8-6\n";
+
+std::string NotFound(unsigned cseq) {
+    return "RTSP/1.0 404 Not Found\r\nCSeq: " + std::to_string(cseq) + "\r\n\r\n";
+}
+
+TSharedPtr<IDevice> MakeDevice() { return CKORURTSPInterface().CreateDevice(); }
+
+SDeviceInfo Camera(const char* address = "127.0.0.1") {
+    SDeviceInfo info = CKORURTSPInterface().defaultDevice;
+    info.parameters["IP"].setValue(address);
+    return info;
+}
+
+void Ignore(void*, const std::uint8_t*, std::uint32_t) {}
+
+std::string Catalogue(IDevice& device) {
+    TArray<IDevice::SFormat> formats;
+    formats.append({1, 1, {}});
+    const bool any = device.GetFormats(formats);
+    EXPECT_EQ(any, !formats.empty());
+    std::string text;
+    for (const auto& format : formats) {
+        const char* const type = format.pixelType == priv::pixelTypeRaw      ? "raw"
+                                 : format.pixelType == priv::pixelTypeJpegLs ? "jls"
+                                 : format.pixelType == priv::pixelTypeJpeg   ? "jpeg"
+                                                                             : "?";
+        text += std::to_string(format.width) + "x" + std::to_string(format.height) + type + " ";
+    }
+    return text;
+}
+
+/// Runs something and gives what it wrote to the log.
+template <class Action>
+std::string LogOf(Action action) {
+    testing::internal::CaptureStderr();
+    action();
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(Device, BeginsWithNothing) {
+    const TSharedPtr<IDevice> device = MakeDevice();
+    EXPECT_STREQ(device->deviceName.c_str(), "KORURTSP");
+    EXPECT_STREQ(device->deviceAlias.c_str(), "KORURTSP");
+    EXPECT_FALSE(device->IsOpen() || device->IsConnected() || device->IsStreaming() ||
+                 device->IsSuspended() || device->Resume() || device->Suspend() ||
+                 device->StopContinuous());
+    EXPECT_EQ(device->GetConnection(), 0u);
+    EXPECT_EQ(Catalogue(*device), "");
+    std::uint16_t width = 1;
+    std::uint16_t height = 1;
+    SGuid type{};
+    std::uint32_t value = 1;
+    EXPECT_TRUE(device->GetFormat(width, height, type, value));
+    EXPECT_EQ(width + height + value, 0u);
+    EXPECT_EQ(type, priv::pixelFamilyRadiometric);
+    FrameCallback callback = Ignore;
+    void* context = &width;
+    device->GetFrameCallback(callback, context);
+    EXPECT_TRUE(callback == nullptr && context == nullptr);
+    device->Close();
+
+    MakeDevice();  // a second device registers the same types again
+    const TArray<SPixelType> types = RegisteredPixelTypes();
+    std::string names;
+    for (const SPixelType& type9 : types) names += type9.name.c_str() + std::string(" ");
+    EXPECT_EQ(names, "F7M0 F7M2 F7M3 UYVY YUY2 YVYU YUYV Y800 BGR8 ");
+    EXPECT_EQ(types[0].second, priv::pixelFamilyRadiometric);
+    EXPECT_EQ(types[8].byte, 3);
+}
+
+struct SOpenCase {
+    const char* name;
+    std::vector<std::string> answers;
+    bool opens;
+    const char* catalogue;
+    const char* methods;
+    const char* log;
+};
+
+TEST(Device, OpensWhatACameraDescribes) {
+    const char* const noFormats = "CKORURTSPDevice::Open: Failed to get RTSP/SDP formats.\n";
+    const SOpenCase cases[] = {
+        {"raw",
+         {Ok(0), Description(1, rawBody)},
+         true,
+         "640x480raw 320x240raw ",
+         "OPTIONS DESCRIBE",
+         ""},
+        {"raw, of another coding",
+         {Ok(0), Description(1, jpegBody)},
+         true,
+         "",
+         "OPTIONS DESCRIBE",
+         ""},
+        {"both compressed",
+         {Ok(0), NotFound(1), Description(2, mjlsBody), Description(3, jpegBody)},
+         true,
+         "8x6jls 8x6jpeg ",
+         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
+         ""},
+        {"JPEG-LS alone",
+         {Ok(0), NotFound(1), Description(2, mjlsBody), NotFound(3)},
+         true,
+         "8x6jls ",
+         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
+         ""},
+        {"JPEG alone",
+         {Ok(0), NotFound(1), NotFound(2), Description(3, jpegBody)},
+         false,
+         "",
+         "OPTIONS DESCRIBE DESCRIBE",
+         noFormats},
+        {"no camera behind the port",
+         {test::closeConnection},
+         false,
+         "",
+         "OPTIONS",
+         "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.1.\n"},
+        {"odd sizes",
+         {Ok(0), Description(1,
+                             "v=0\nm=v 0 RTP/AVP 1 2\na=rtpmap:1 ZRAWx\n"
+                             "a=rtpmap:2 ZRA\na=framesize:65537-70000\n")},
+         true,
+         "1x4464raw ",
+         "OPTIONS DESCRIBE",
+         ""},
+    };
+    for (const SOpenCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        std::vector<std::string> answers = row.answers;
+        if (row.opens) answers.push_back(test::closeConnection);  // the next opening begins anew
+        CScriptedPeer peer(answers, "127.0.0.1", rtspPort);
+        const TSharedPtr<IDevice> device = MakeDevice();
+        EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), streamsOnly), row.opens); }),
+                  row.log);
+        EXPECT_EQ(device->IsOpen(), row.opens);
+        EXPECT_FALSE(device->IsConnected());
+        EXPECT_EQ(Catalogue(*device), row.catalogue);
+        EXPECT_EQ(peer.Methods(), row.methods);
+        device->Close();
+        EXPECT_FALSE(device->IsOpen());
+        EXPECT_EQ(Catalogue(*device), row.catalogue) << "the old catalogue stays";
+    }
+}
+
+TEST(Device, KeepsAnAddressUntilItIsClosed) {
+    CScriptedPeer peer({Ok(0), Description(1, rawBody), Ok(0), Description(1, rawBody)},
+                       "127.0.0.2", rtspPort);
+    const TSharedPtr<IDevice> device = MakeDevice();
+    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), 0));
+    EXPECT_EQ(peer.Methods(), "");
+    EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera("127.0.0.3"), 1)); }),
+              "CKORURTSPDevice::Open: arbConnect(127.0.0.2) failed.\n");
+    EXPECT_TRUE(device->Open(Camera("127.0.0.3"), streamsOnly));
+    EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera(), streamsOnly)); }),
+              "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.2.\n")
+        << "a connected client refuses, and the device ends closed";
+    EXPECT_FALSE(device->IsOpen());
+    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), streamsOnly));
+    EXPECT_EQ(Catalogue(*device), "640x480raw 320x240raw 640x480raw 320x240raw ");
+}
+
+struct SStartCase {
+    const char* name;
+    std::vector<std::string> answers;  // from SETUP on
+    std::uint16_t width;
+    const char* log;
+    const char* methods;  // from SETUP on
+};
+
+TEST(Device, TellsWhichStepOfAStartFailed) {
+    const std::string setUp = Ok(2, session);
+    const char* const setupFailed =
+        "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n";
+    const char* const playFailed =
+        "CKORURTSPDevice::StartContinuous: Failed to play RTSP session.\n";
+    const SStartCase cases[] = {
+        {"no size",
+         {},
+         0,
+         "CKORURTSPDevice::StartContinuous: Failed to find a suitable format.\n",
+         ""},
+        {"SETUP refused", {NotFound(2)}, 640, setupFailed, " SETUP"},
+        {"no server port",
+         {Ok(2, "Session: s\r\nTransport: RTP/AVP\r\n")},
+         640,
+         setupFailed,
+         " SETUP"},
+        {"PLAY refused", {setUp, NotFound(3)}, 640, playFailed, " SETUP PLAY"},
+        {"PLAY with a parameter behind the id",
+         {setUp, Ok(3, "Session: s;timeout=9\r\n")},
+         640,
+         playFailed,
+         " SETUP PLAY"},
+        {"the camera goes", {setUp, test::closeConnection}, 640, playFailed, " SETUP PLAY"},
+    };
+    for (const SStartCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        std::vector<std::string> answers = {Ok(0), Description(1, rawBody)};
+        answers.insert(answers.end(), row.answers.begin(), row.answers.end());
+        CScriptedPeer peer(answers, "127.0.0.1", rtspPort);
+        const TSharedPtr<IDevice> device = MakeDevice();
+        ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+        const std::size_t threads = test::ThreadCount();
+        EXPECT_TRUE(device->SetFormat(row.width, 480, priv::pixelTypeRaw));
+        EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->StartContinuous(Ignore, nullptr)); }), row.log);
+        EXPECT_FALSE(device->IsStreaming());
+        EXPECT_EQ(test::ThreadCount(), threads);
+        EXPECT_EQ(peer.Methods(), std::string("OPTIONS DESCRIBE") + row.methods);
+    }
+}
+
+TEST(Device, StartsStopsAndStartsAgain) {
+    const std::string play = "Session: s\r\n";
+    CScriptedPeer peer(
+        {Ok(0), Description(1, rawBody), Ok(2, session), Ok(3, play), Ok(4), Ok(5), Ok(6, session),
+         Ok(7, play), Ok(8), Ok(9), Ok(10, session), Ok(11, play), Ok(12), Ok(13)},
+        "127.0.0.1", rtspPort);
+    const TSharedPtr<IDevice> device = MakeDevice();
+    ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+    device->SetFormat(400, 300, priv::pixelTypeRaw);
+    int context = 0;
+    ASSERT_TRUE(device->StartContinuous(Ignore, &context));
+    EXPECT_FALSE(device->StartContinuous(Ignore, &context)) << "it runs already";
+    EXPECT_TRUE(device->SetFormat(400, 300, priv::pixelTypeRaw)) << "no interruption";
+    EXPECT_TRUE(device->IsStreaming());
+    EXPECT_TRUE(device->Suspend());
+    EXPECT_TRUE(device->IsSuspended() && !device->IsStreaming());
+    FrameCallback callback = nullptr;
+    void* given = nullptr;
+    device->GetFrameCallback(callback, given);
+    EXPECT_TRUE(callback == Ignore && given == &context);
+    EXPECT_TRUE(device->Resume());
+    EXPECT_FALSE(device->Resume() || device->IsSuspended());
+    EXPECT_TRUE(device->SetFormat(640, 480, priv::pixelTypeRaw));
+    EXPECT_TRUE(device->IsStreaming());
+    EXPECT_TRUE(device->StopContinuous());
+    EXPECT_FALSE(device->StopContinuous() || device->IsStreaming());
+    EXPECT_FALSE(device->StartContinuous(nullptr, nullptr));
+
+    const std::string start = " SETUP PLAY PAUSE TEARDOWN";
+    EXPECT_EQ(peer.Methods(), "OPTIONS DESCRIBE" + start + start + start);
+    EXPECT_TRUE(peer.Requests()[2].starts_with("SETUP rtsp://127.0.0.1:554/sid=97 "));
+    EXPECT_TRUE(peer.Requests()[10].starts_with("SETUP rtsp://127.0.0.1:554/sid=96 "));
+}
+
+// A paused device is not stopped by the stop, and not by a close either. What must not happen is
+// that a new start puts new sockets under the running threads.
+TEST(Device, APausedDeviceStaysAsItIs) {
+    CScriptedPeer peer({Ok(0), Description(1, rawBody), Ok(2, session), Ok(3, "Session: s\r\n"),
+                        Ok(4), Ok(5), Ok(0), Description(1, rawBody)},
+                       "127.0.0.1", rtspPort);
+    const std::size_t threads = test::ThreadCount();
+    {
+        const TSharedPtr<IDevice> device = MakeDevice();
+        ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+        device->SetFormat(640, 480, priv::pixelTypeRaw);
+        ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
+        CVariant on;
+        on = true;
+        EXPECT_TRUE(device->properties.set("/Paused", on));
+        EXPECT_FALSE(device->StopContinuous());
+        EXPECT_FALSE(device->Suspend());
+        EXPECT_TRUE(device->IsSuspended());
+        EXPECT_FALSE(device->Resume() || device->StartContinuous(Ignore, nullptr));
+        device->Close();
+        EXPECT_TRUE(device->IsStreaming() && !device->IsOpen());
+        EXPECT_TRUE(device->Open(Camera(), streamsOnly));
+        EXPECT_FALSE(device->StartContinuous(Ignore, nullptr));
+        EXPECT_EQ(test::ThreadCount(), threads + 3);
+    }
+    EXPECT_TRUE(test::WaitFor([&] { return test::ThreadCount() == threads; }));
+    EXPECT_EQ(peer.Methods(), "OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE");
+}
+
+TEST(FormatSearch, TakesWhatIsCloserInBothDimensions) {
+    struct {
+        const char* name;
+        std::vector<std::pair<std::uint32_t, std::uint32_t>> sizes;
+        std::uint16_t width;
+        std::uint16_t height;
+        int taken;  // -1: none
+    } const cases[] = {
+        {"exact", {{640, 480}, {320, 240}}, 320, 240, 1},
+        {"closer", {{640, 480}, {320, 240}}, 400, 300, 1},
+        {"the first of equals", {{640, 480}, {640, 480}}, 640, 480, 0},
+        {"worse in one dimension", {{640, 100}, {100, 480}}, 640, 480, 0},
+        {"the other order", {{100, 480}, {640, 100}}, 640, 480, 0},
+        {"farther than nothing", {{640, 480}}, 300, 240, -1},
+        {"no width wanted", {{640, 480}}, 0, 480, -1},
+        {"a format without a height", {{640, 0}}, 640, 480, -1},
+        {"sizes beyond 16 bits don't wrap", {{65536 + 640, 480}, {600, 400}}, 640, 480, 1},
+        {"sizes beyond 31 bits are far", {{0x80000000u + 640, 480}}, 640, 480, -1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        SRtspStream stream;
+        auto& formats = stream.media.emplace_back().formats;
+        for (const auto& [width, height] : row.sizes) {
+            formats.push_back({"96", "ZRAW", width, height, ""});
+        }
+        const SRtspFormat* const found =
+            priv::FindFormat(stream, priv::rawKind, row.width, row.height);
+        EXPECT_EQ(found, row.taken < 0 ? nullptr : &formats[static_cast<std::size_t>(row.taken)]);
+    }
+}
+
+TEST(FormatSearch, MakesPaths) {
+    EXPECT_EQ(priv::RawPaths({"96", "", 0, 0, ""}).control, "/sid=96");
+    const std::pair<std::optional<double>, const char*> rates[] = {
+        {std::nullopt, ""},
+        {9.0, "?frate=9"},
+        {7.5, "?frate=8"},
+        {-2.5, "?frate=-3"},
+        {7.4, "?frate=7"},
+        {1e12, "?frate=-2147483648"},
+        {std::nan(""), "?frate=-2147483648"}};
+    for (const auto& [rate, query] : rates) {
+        const priv::SStreamPaths paths = priv::CompressedPaths(priv::jpegKind, rate);
+        EXPECT_EQ(paths.setup, std::string("/mjpg/stream=0") + query);
+        EXPECT_EQ(paths.control, "/mjpg");
+    }
+}
+
+}  // namespace

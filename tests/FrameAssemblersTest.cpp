@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "FrameAssemblers.h"
+
+namespace {
+
+using namespace qmx::cam;
+using Bytes = std::vector<std::uint8_t>;
+
+void PutBig16(Bytes& to, std::uint32_t word) {
+    to.push_back(static_cast<std::uint8_t>(word >> 8));
+    to.push_back(static_cast<std::uint8_t>(word));
+}
+
+/// Payload of an uncompressed stream: one header per continuation word, then the pixel bytes.
+Bytes Zraw(std::uint32_t lineLength, std::uint32_t lineNumber,
+           const std::vector<std::uint16_t>& continuation, const Bytes& pixels) {
+    Bytes payload;
+    PutBig16(payload, 0xABCD);
+    for (const std::uint16_t word : continuation) {
+        PutBig16(payload, lineLength);
+        PutBig16(payload, lineNumber);
+        PutBig16(payload, word);
+    }
+    payload.insert(payload.end(), pixels.begin(), pixels.end());
+    return payload;
+}
+
+/// Feeds packets to one assembler; a delivered frame is "" or its bytes in hexadecimal, a packet
+/// that delivers nothing gives "-".
+class CFeed {
+   public:
+    explicit CFeed(EStreamType type) : assembler(type) {}
+    std::string operator()(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
+                           const Bytes& payload) {
+        const auto frame = assembler.Take({marker, sequence, timestamp, 0, payload});
+        if (!frame) return "-";
+        std::string text;
+        char digits[3];
+        for (const std::uint8_t byte : *frame) {
+            std::snprintf(digits, sizeof(digits), "%02x", byte);
+            text += digits;
+        }
+        return text;
+    }
+
+   private:
+    CFrameAssembler assembler;
+};
+
+TEST(ZrawAssembler, FindsHeadersAndPixels) {
+    const Bytes six = {1, 2, 3, 4, 5, 6};
+    struct {
+        const char* name;
+        Bytes payload;
+        const char* frame;
+    } const cases[] = {
+        {"one line", Zraw(2, 0, {0}, {1, 2, 3, 4}), "01020304"},
+        {"the top bit of the line number", Zraw(2, 0x8000, {0}, {1, 2, 3, 4}), "01020304"},
+        {"two lines", Zraw(2, 0, {0x8000, 0}, {1, 2, 3, 4, 5, 6, 7, 8}), "0102030405060708"},
+        {"low bits continue too", Zraw(1, 0, {1, 0}, {1, 2, 3, 4}), "01020304"},
+        {"14 bytes are one header", Zraw(3, 0, {1}, six), "010203040506"},
+        {"15 bytes show a second", Zraw(3, 0, {1, 0}, {9}), "09"},
+        {"no sixth header", Zraw(3, 0, {1, 1, 1, 1, 1}, {1, 2, 3, 4, 5, 6, 7, 8}),
+         "0102030405060708"},
+        {"fewer pixels than announced", Zraw(4, 0, {0}, {1, 2, 3}), "010203"},
+        {"more pixels than announced", Zraw(1, 0, {0}, {1, 2, 3}), "0102"},
+        {"no pixels", Zraw(2, 0, {0}, {}), ""},
+        {"no line length", Zraw(0, 0, {0}, {1, 2}), ""},
+        {"a doubled length that is 0 in 16 bits", Zraw(32768, 0, {0}, {1, 2}), ""},
+        {"no frame start", Zraw(2, 1, {0}, {1, 2, 3, 4}), "-"},
+        {"too short", {0, 0, 0, 2, 0, 0, 0}, "-"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(CFeed(EStreamType::Zraw)(1, 1, true, row.payload), row.frame);
+    }
+}
+
+TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
+    CFeed feed(EStreamType::Zraw);
+    // 3 pixels: room for 6 lines of 6 bytes, zero where nobody wrote.
+    EXPECT_EQ(feed(1, 1, false, Zraw(3, 0, {0}, {1, 1, 1, 1, 1, 1})), "-");
+    EXPECT_EQ(feed(2, 1, true, Zraw(3, 2, {0}, {3, 3, 3, 3, 3, 3})),
+              "010101010101000000000000030303030303");
+    // The last line fits by half, the one behind it not at all.
+    EXPECT_EQ(feed(3, 2, false, Zraw(3, 0, {0}, {4, 4})), "-");
+    EXPECT_EQ(feed(4, 2, true, Zraw(3, 5, {1, 0}, {5, 5, 5, 5, 5, 5, 6, 6, 6, 6, 6, 6})).size(),
+              72u);
+    EXPECT_EQ(feed(5, 3, false, Zraw(3, 0, {0}, {4, 4})), "-");
+    EXPECT_EQ(feed(6, 3, true, Zraw(3, 32767, {0}, {7, 7})), "");
+    // A shorter line keeps the buffer, and its offsets follow; old bytes stay under it.
+    EXPECT_EQ(feed(7, 4, false, Zraw(1, 0, {0}, {8, 8})), "-");
+    EXPECT_EQ(feed(8, 4, true, Zraw(1, 2, {0}, {9, 9})), "080801010909");
+    // A marker without pixels ends the frame at nothing.
+    EXPECT_EQ(feed(9, 5, false, Zraw(1, 0, {0}, {8, 8})), "-");
+    EXPECT_EQ(feed(10, 5, true, Zraw(1, 1, {0}, {})), "");
+}
+
+// Growth by 32-bit words that wrap is capped, and never asks for more than 32 MiB.
+TEST(ZrawAssembler, LongLinesStayBounded) {
+    for (const std::uint32_t lineLength : {4096u, 8192u, 32767u, 32769u, 65535u}) {
+        CFeed feed(EStreamType::Zraw);
+        EXPECT_EQ(feed(1, 1, false, Zraw(lineLength, 0, {0}, {1, 2})), "-");
+        const std::string last = feed(2, 1, true, Zraw(lineLength, 32767, {0}, {1, 2}));
+        EXPECT_LE(last.size() / 2, 0x2000000u) << lineLength;
+    }
+}
+
+struct SGateStep {
+    std::uint16_t sequence;
+    std::uint32_t timestamp;
+    bool frameStart;
+    bool marker;
+    const char* frame;
+};
+
+struct SGateCase {
+    const char* name;
+    std::vector<SGateStep> steps;
+};
+
+// The loss policy, the same for all payload kinds. A frame start writes 11 to line 0 and any other
+// packet 22 to line 1, so that what is delivered shows what was accepted.
+TEST(FrameGate, DeliversWholeFramesOnly) {
+    const SGateCase cases[] = {
+        {"in order", {{1, 5, true, false, "-"}, {2, 5, false, true, "11112222"}}},
+        {"across the wrap", {{65535, 5, true, false, "-"}, {0, 5, false, true, "11112222"}}},
+        {"nothing before a start", {{1, 5, false, true, "-"}, {2, 5, true, true, "1111"}}},
+        {"a gap", {{1, 5, true, false, "-"}, {3, 5, false, true, "-"}, {4, 5, false, true, "-"}}},
+        {"a duplicate",
+         {{1, 5, true, false, "-"}, {1, 5, true, false, "-"}, {2, 5, false, true, "-"}}},
+        {"a start of the same time after a gap",
+         {{1, 5, true, false, "-"}, {3, 5, false, false, "-"}, {4, 5, true, true, "1111"}}},
+        {"the marker is lost",
+         {{1, 5, true, false, "-"}, {3, 6, true, false, "-"}, {4, 6, false, true, "11112222"}}},
+        {"a new time without a start",
+         {{1, 5, true, false, "-"}, {2, 6, false, true, "-"}, {3, 5, false, true, "-"}}},
+        {"after a frame only a start counts",
+         {{1, 5, true, true, "1111"}, {2, 5, false, true, "-"}, {9, 5, true, true, "1111"}}},
+        {"two frames without their markers",
+         {{1, 5, true, false, "-"}, {3, 6, true, false, "-"}, {5, 7, true, true, "1111"}}},
+    };
+    for (const SGateCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        CFeed feed(EStreamType::Zraw);
+        for (const SGateStep& step : row.steps) {
+            const Bytes payload =
+                step.frameStart ? Zraw(1, 0, {0}, {0x11, 0x11}) : Zraw(1, 1, {0}, {0x22, 0x22});
+            EXPECT_EQ(feed(step.sequence, step.timestamp, step.marker, payload), step.frame);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,226 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "RtspResponse.h"
+#include "RtspText.h"
+
+namespace {
+
+using namespace qmx::cam;
+
+/// Both ends of a connection; what is written to `far` is read from `near`.
+struct SConnection {
+    int near = -1;
+    int far = -1;
+    SConnection() {
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("pair");
+        near = ends[0];
+        far = ends[1];
+    }
+    ~SConnection() {
+        ::close(near);
+        if (far >= 0) ::close(far);
+    }
+    platform::SocketHandle handle() const { return static_cast<platform::SocketHandle>(near); }
+    void Write(const std::string& bytes) const {
+        ASSERT_EQ(::write(far, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    void CloseFar() { ::close(std::exchange(far, -1)); }
+    std::string Rest() const {
+        std::string rest(1 << 16, '\0');
+        rest.resize(static_cast<std::size_t>(::read(near, rest.data(), rest.size())));
+        return rest;
+    }
+};
+
+std::string Line(std::size_t length) { return "X:" + std::string(length - 2, 'y'); }
+
+struct SResponseCase {
+    const char* name;
+    std::string input;
+    std::int32_t status;
+    CRtspHeaders headers;
+    std::string body;
+    std::string rest;  // left in the socket
+};
+
+TEST(RtspResponse, ReadsExactlyOneAnswer) {
+    const std::string ok = "RTSP/1.0 200 OK\r\n";
+    const std::string full(bodyLimit, 'b');
+    const SResponseCase cases[] = {
+        {"no body", ok + "CSeq: 7\r\n\r\nnext", 200, {{"CSeq", "7"}}, "", "next"},
+        {"bare line feeds", "RTSP/1.0 404 Gone\nA:  b \n\n", 404, {{"A", "b "}}, "", ""},
+        {"carriage returns vanish",
+         "RT\rSP/1.0 200\r\n\rA\r:b\r\n\r\r\n",
+         200,
+         {{"A", "b"}},
+         "",
+         ""},
+        {"a tab is no blank", ok + "A:\t\r\n\r\n", 200, {{"A", "\t"}}, "", ""},
+        {"a body",
+         ok + "Content-Length: 4\r\n\r\nbodynext",
+         200,
+         {{"Content-Length", "4"}},
+         "body",
+         "next"},
+        {"an empty body",
+         ok + "Content-Length: 0\r\n\r\nn",
+         200,
+         {{"Content-Length", "0"}},
+         "",
+         "n"},
+        {"no number", ok + "Content-Length: x\r\n\r\nn", 200, {{"Content-Length", "x"}}, "", "n"},
+        {"largest body",
+         ok + "Content-Length: 32768\r\n\r\n" + full,
+         200,
+         {{"Content-Length", "32768"}},
+         full,
+         ""},
+        {"body too large",
+         ok + "Content-Length: 32769\r\n\r\nb",
+         -1,
+         {{"Content-Length", "32769"}},
+         "",
+         "b"},
+        {"length past 32 bits",
+         ok + "Content-Length: 4294967297\r\n\r\nb",
+         -1,
+         {{"Content-Length", "4294967297"}},
+         "",
+         "b"},
+        {"negative length",
+         ok + "Content-Length: -1\r\n\r\nb",
+         -1,
+         {{"Content-Length", "-1"}},
+         "",
+         "b"},
+        {"short body",
+         ok + "Content-Length: 4\r\n\r\nbod",
+         -1,
+         {{"Content-Length", "4"}},
+         "bod",
+         ""},
+        {"lower case is another header",
+         ok + "content-length: 4\r\n\r\nbody",
+         200,
+         {{"content-length", "4"}},
+         "",
+         "body"},
+        {"two lengths",
+         ok + "Content-Length: 1\r\nContent-Length: 1\r\n\r\nb",
+         -1,
+         {{"Content-Length", "1"}},
+         "",
+         "\r\nb"},
+        {"repeated header", ok + "T: a\r\nT: b\r\n\r\n", 200, {{"T", "a,b"}}, "", ""},
+        {"folded line with a colon",
+         ok + "A: b\r\n c: d\r\n\r\n",
+         200,
+         {{"A", "b"}, {" c", "d"}},
+         "",
+         ""},
+        {"folded line without", ok + "A: b\r\n cd\r\n\r\n", -1, {{"A", "b"}}, "", "\r\n"},
+        {"no name", ok + ":b\r\n\r\n", -1, {}, "", "\r\n"},
+        {"no value", ok + "A:   \r\n\r\n", -1, {}, "", "\r\n"},
+        {"four digits", "RTSP/1.0 2000 OK\r\n\r\n", 2000, {}, "", ""},
+        {"shortest", "RTSP/1.0 299\r\n\r\n", 299, {}, "", ""},
+        {"too short", "RTSP/1.0 20\r\n\r\n", -1, {}, "", "\r\n"},
+        {"another version", "RTSP/2.0 200 OK\r\n\r\n", -1, {}, "", "\r\n"},
+        {"no digits", "RTSP/1.0 2x0 OK\r\n\r\n", -1, {}, "", "\r\n"},
+        {"longest line",
+         ok + Line(8191) + "\r\n\r\n",
+         200,
+         {{"X", std::string(8189, 'y')}},
+         "",
+         ""},
+        {"line too long", ok + Line(8192) + "\r\n\r\n", -1, {}, "", "\r\n\r\n"},
+        {"end in the head", ok + "A: b\r\n", -1, {{"A", "b"}}, "", ""},
+        {"nothing", "", -1, {}, "", ""},
+    };
+    for (const SResponseCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        SConnection connection;
+        connection.Write(row.input);
+        connection.CloseFar();
+        CRtspHeaders headers{{"left", "over"}};
+        std::string body = "left over";
+        EXPECT_EQ(ReadResponse(connection.handle(), headers, body), row.status);
+        EXPECT_EQ(headers, row.headers);
+        EXPECT_EQ(body, row.body);
+        EXPECT_EQ(connection.Rest(), row.rest);
+    }
+}
+
+// What the cameras send in one piece must come in one piece: the second half is taken for the next
+// answer, and an endless dribble can't hold the host.
+TEST(RtspResponse, ABodyInTwoPiecesFails) {
+    SConnection connection;
+    connection.Write("RTSP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nbo");
+    CRtspHeaders headers;
+    std::string body;
+    EXPECT_EQ(ReadResponse(connection.handle(), headers, body), -1);
+    EXPECT_EQ(body, "bo");
+}
+
+// A host's profiler or timer may signal the waiting thread at any moment. The receive goes on, and
+// its limit is that of one receive, however many signals come.
+TEST(RtspResponse, SignalsNeitherEndNorProlongAReceive) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
+    SConnection connection;
+    ASSERT_TRUE(platform::SetReceiveTimeout(connection.handle(), 300));
+    CRtspHeaders headers;
+    std::string body;
+    std::atomic<bool> done{false};
+    std::int32_t status = 0;
+    std::thread reader([&] {
+        status = ReadResponse(connection.handle(), headers, body);
+        EXPECT_EQ(ReadResponse(connection.handle(), headers, body), -1);  // silence
+        done = true;
+    });
+    const auto signal = [&] { ::pthread_kill(reader.native_handle(), SIGUSR1); };
+    for (const char byte : std::string("RTSP/1.0 200 OK\r\n\r\n")) {
+        signal();
+        connection.Write(std::string(1, byte));
+    }
+    while (!done) {  // a receive that each signal prolongs never ends here
+        signal();
+        std::this_thread::yield();
+    }
+    reader.join();
+    EXPECT_EQ(status, 200);
+}
+
+TEST(RtspResponse, JudgesSequenceAndSession) {
+    EXPECT_TRUE(CheckCSeq({{"CSeq", "12 and more"}}, 12));
+    EXPECT_FALSE(CheckCSeq({{"CSeq", "13"}}, 12));
+    EXPECT_FALSE(CheckCSeq({{"cseq", "12"}}, 12));
+    EXPECT_FALSE(CheckCSeq({{"CSeq", "4294967308"}}, 12));
+    EXPECT_TRUE(CheckSession({{"Session", "ab"}}, "ab"));
+    EXPECT_FALSE(CheckSession({{"Session", "ab;timeout=60"}}, "ab"));
+    EXPECT_FALSE(CheckSession({}, ""));
+}
+
+TEST(RtspText, ReadsNumbersAsTheHostDoes) {
+    const std::pair<const char*, std::uint32_t> cases[] = {
+        {"", 0},
+        {"x1", 0},
+        {" \t\n\v\f\r42;", 42},
+        {"+7", 7},
+        {"-1", 4294967295},
+        {"- 1", 0},
+        {"0x10", 0},
+        {"4294967295", 4294967295},
+        {"4294967296", 4294967295},
+        {"-4294967296", 4294967295},
+        {"99999999999999999999999999", 4294967295}};
+    for (const auto& [text, number] : cases) EXPECT_EQ(ParseUnsigned(text), number) << text;
+}
+
+}  // namespace

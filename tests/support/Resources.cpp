@@ -1,0 +1,30 @@
+#include "Resources.h"
+
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+namespace test {
+namespace {
+
+std::size_t EntryCount(const char* folder) {
+    using Iterator = std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(Iterator(folder), Iterator()));
+}
+
+}  // namespace
+
+std::size_t ThreadCount() { return EntryCount("/proc/self/task"); }
+std::size_t DescriptorCount() { return EntryCount("/proc/self/fd"); }
+
+bool WaitFor(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+}  // namespace test

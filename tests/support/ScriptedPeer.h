@@ -1,0 +1,51 @@
+/// A camera's control side that follows a script: it records each request and answers with the next
+/// of the given bytes, whatever was asked. Behind the last answer it closes each connection.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace test {
+
+/// Closes the connection in place of an answer; the next connection goes on with the script.
+inline const std::string closeConnection = "<close>";
+/// Takes the request and stays silent.
+inline const std::string staySilent = "<silent>";
+
+/// "RTSP/1.0 200 OK" with the sequence number, further header lines, each with its CR LF, and body.
+std::string Ok(unsigned cseq, const std::string& headers = "", const std::string& body = "");
+/// An answer with a description for its body.
+std::string Description(unsigned cseq, const std::string& body);
+
+class CScriptedPeer {
+   public:
+    /// Listens on an address; port 0 lets the system pick one.
+    explicit CScriptedPeer(std::vector<std::string> answers, const char* address = "127.0.0.1",
+                           std::uint16_t port = 0);
+    ~CScriptedPeer();
+
+    std::uint16_t port() const { return localPort; }
+    /// The requests so far, each up to and with its empty line.
+    std::vector<std::string> Requests() const;
+    /// First words of the requests so far, joined by blanks.
+    std::string Methods() const;
+
+   private:
+    void Run();
+    void ServeConnection(int connection);
+
+    const std::vector<std::string> script;
+    std::size_t next = 0;
+    int listener = -1;
+    std::uint16_t localPort = 0;
+    std::atomic<bool> ending{false};
+    mutable std::mutex lock;
+    std::vector<std::string> requests;
+    std::thread thread;
+};
+
+}  // namespace test
