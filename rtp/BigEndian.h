@@ -15,4 +15,16 @@ namespace qmx::cam {
     return (static_cast<std::uint32_t>(ReadBig16(from)) << 16) | ReadBig16(from + 2);
 }
 
+/// Writes a word big-endian to two bytes.
+constexpr void WriteBig16(std::uint8_t* to, std::uint32_t value) noexcept {
+    to[0] = static_cast<std::uint8_t>(value >> 8);
+    to[1] = static_cast<std::uint8_t>(value);
+}
+
+/// Writes a word big-endian to four bytes.
+constexpr void WriteBig32(std::uint8_t* to, std::uint32_t value) noexcept {
+    WriteBig16(to, value >> 16);
+    WriteBig16(to + 2, value);
+}
+
 }  // namespace qmx::cam

@@ -34,14 +34,16 @@ CFrameAssembler::EVerdict CFrameAssembler::PassGate(const SRtpPacket& packet,
     return EVerdict::Begin;
 }
 
-/// Makes the buffer at least as large as required. What is new is zero: nobody's old bytes may ever
-/// reach the host in a frame. False when there is no memory.
+/// Makes the buffer exactly as large as required, if it is smaller. What is new is zero: nobody's
+/// old bytes may ever reach the host in a frame. False when there is no memory. `realloc`, because
+/// the first frame of a coded stream grows packet by packet and must not be copied as often.
 bool CFrameAssembler::GrowTo(std::uint32_t required) noexcept {
     if (frameCapacity >= required) return true;
-    decltype(frameBuffer) larger(static_cast<std::uint8_t*>(std::calloc(required, 1)));
+    auto* const larger = static_cast<std::uint8_t*>(std::realloc(frameBuffer.get(), required));
     if (larger == nullptr) return false;
-    if (frameCapacity != 0) std::memcpy(larger.get(), frameBuffer.get(), frameCapacity);
-    frameBuffer = std::move(larger);
+    (void)frameBuffer.release();
+    frameBuffer.reset(larger);
+    std::memset(larger + frameCapacity, 0, required - frameCapacity);
     frameCapacity = required;
     return true;
 }
@@ -126,6 +128,134 @@ CFrameAssembler::Frame CFrameAssembler::TakeZraw(const SRtpPacket& packet) noexc
     }
     if (!packet.marker) return std::nullopt;
     return Finish(end);
+}
+
+namespace {
+
+/// A coded frame that outgrows the largest raw frame is no frame: the camera has lost its marker.
+constexpr std::uint32_t mjlsFrameMost = 0x2000000;
+
+/// Behind a head of 4 bytes, which is the camera's own, a frame begins with SOI and SOF55.
+bool BeginsMjlsFrame(std::span<const std::uint8_t> payload) noexcept {
+    constexpr std::size_t headSize = 4;
+    constexpr std::uint32_t startOfJpegLs = 0xFFD8FFF7;
+    return payload.size() >= headSize + 4 && ReadBig32(&payload[headSize]) == startOfJpegLs;
+}
+
+}  // namespace
+
+CFrameAssembler::Frame CFrameAssembler::TakeMjls(const SRtpPacket& packet) noexcept {
+    const EVerdict verdict = PassGate(packet, BeginsMjlsFrame(packet.payload));
+    if (verdict == EVerdict::Drop) return std::nullopt;
+    if (verdict == EVerdict::Begin) frameFill = 0;
+    if (packet.payload.size() > mjlsFrameMost - frameFill) return GiveUp();
+    const std::uint32_t newFill = frameFill + static_cast<std::uint32_t>(packet.payload.size());
+    if (!GrowTo(newFill)) return GiveUp();
+    if (!packet.payload.empty()) {
+        std::memcpy(frameBuffer.get() + frameFill, packet.payload.data(), packet.payload.size());
+    }
+    frameFill = newFill;
+    if (!packet.marker) return std::nullopt;
+    return Finish(frameFill);
+}
+
+// The payload of a JPEG stream (RFC 2435 section 3.1).
+//
+// +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+// | Type-specific |              Fragment Offset                  |
+// |      Type     |       Q       |     Width     |     Height    |
+// |       Restart Interval        |F|L|  Restart Count            |  Type 64 to 127
+// |      MBZ      |   Precision   |            Length             |  first fragment, Q 128 and up
+// |  two quantisation tables of 64 bytes; then the coded data     |
+struct SJpegFragment {
+    std::uint32_t offset;
+    std::uint8_t type;  // without the restart bit
+    std::uint8_t quality;
+    std::uint8_t width;
+    std::uint8_t height;
+    std::uint16_t restartInterval;
+    std::span<const std::uint8_t> tables;  // both, empty when they are not in the packet
+    std::span<const std::uint8_t> data;
+};
+
+namespace {
+
+constexpr std::size_t jpegMainHeader = 8;
+constexpr std::uint32_t jpegHeaderRoom = 2048;
+
+/// Fragment offset of a payload that holds a main header.
+std::uint32_t ReadFragmentOffset(std::span<const std::uint8_t> payload) noexcept {
+    return ReadBig32(payload.data()) & 0x00FFFFFF;
+}
+
+/// Reads all headers of a fragment; nothing when it is too short for what it announces, or when its
+/// tables come in another form than two of 8 bits.
+std::optional<SJpegFragment> ReadJpegFragment(std::span<const std::uint8_t> payload) noexcept {
+    constexpr std::uint8_t restartBit = 0x40;
+    constexpr std::size_t restartHeader = 4;
+    constexpr std::size_t tableHeader = 4;
+    constexpr std::size_t tablesLength = 2 * sizeof(QuantTable);
+    SJpegFragment fragment{};
+    fragment.offset = ReadFragmentOffset(payload);
+    const std::uint8_t type = payload[4];
+    fragment.type = static_cast<std::uint8_t>(type & ~restartBit);
+    fragment.quality = payload[5];
+    fragment.width = payload[6];
+    fragment.height = payload[7];
+    fragment.data = payload.subspan(jpegMainHeader);
+    if (type >= 64 && type <= 127) {
+        if (fragment.data.size() < restartHeader) return std::nullopt;
+        fragment.restartInterval = ReadBig16(fragment.data.data());
+        fragment.data = fragment.data.subspan(restartHeader);
+    }
+    if (fragment.offset == 0 && fragment.quality >= 128) {
+        if (fragment.data.size() < tableHeader + tablesLength) return std::nullopt;
+        if (ReadBig16(&fragment.data[2]) != tablesLength) return std::nullopt;
+        fragment.tables = fragment.data.subspan(tableHeader, tablesLength);
+        fragment.data = fragment.data.subspan(tableHeader + tablesLength);
+    }
+    return fragment;
+}
+
+}  // namespace
+
+bool CFrameAssembler::BuildJpegHeader(const SJpegFragment& fragment) noexcept {
+    if (fragment.tables.empty()) {
+        MakeTables(fragment.quality, lqt, cqt);
+    } else {
+        std::memcpy(lqt, fragment.tables.data(), sizeof(lqt));
+        std::memcpy(cqt, fragment.tables.data() + sizeof(lqt), sizeof(cqt));
+    }
+    // With room for any header from the first frame on, a header never makes the buffer grow.
+    if (!GrowTo(jpegHeaderRoom)) return false;
+    headerLength = MakeHeaders(
+        frameBuffer.get(),
+        {fragment.type, fragment.width, fragment.height, fragment.restartInterval}, lqt, cqt);
+    return true;
+}
+
+CFrameAssembler::Frame CFrameAssembler::TakeMjpg(const SRtpPacket& packet) noexcept {
+    if (packet.payload.size() < jpegMainHeader) return std::nullopt;
+    const EVerdict verdict = PassGate(packet, ReadFragmentOffset(packet.payload) == 0);
+    if (verdict == EVerdict::Drop) return std::nullopt;
+    if (verdict == EVerdict::Begin) frameFill = 0;
+    const auto fragment = ReadJpegFragment(packet.payload);
+    if (!fragment) return GiveUp();
+    if (fragment->offset == 0 && !BuildJpegHeader(*fragment)) return GiveUp();
+
+    // Can't wrap: an offset has 24 bits, and header and data are smaller yet.
+    const std::uint32_t begin = headerLength + fragment->offset;
+    const std::uint32_t end = begin + static_cast<std::uint32_t>(fragment->data.size());
+    if (!GrowTo(end)) return GiveUp();
+    // What an offset jumps over was never sent; it must not show an earlier frame.
+    const std::uint32_t written = std::max(frameFill, headerLength);
+    if (begin > written) std::memset(frameBuffer.get() + written, 0, begin - written);
+    if (!fragment->data.empty()) {
+        std::memcpy(frameBuffer.get() + begin, fragment->data.data(), fragment->data.size());
+    }
+    frameFill = std::max(frameFill, end);
+    if (!packet.marker) return std::nullopt;
+    return Finish(frameFill);
 }
 
 }  // namespace qmx::cam

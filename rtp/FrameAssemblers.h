@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 
+#include "JpegHeaders.h"
 #include "RtpPacket.h"
 
 namespace qmx::cam {
@@ -19,6 +20,8 @@ enum class EStreamType : std::uint32_t {
     Mjls = 2,  ///< JPEG-LS images cut into pieces
     Mjpg = 3,  ///< JPEG by RFC 2435
 };
+
+struct SJpegFragment;
 
 /// Assembles the frames of one run. Lives on the receive thread.
 ///
@@ -46,6 +49,9 @@ class CFrameAssembler {
     enum class EVerdict { Drop, Accept, Begin };
 
     Frame TakeZraw(const SRtpPacket& packet) noexcept;
+    Frame TakeMjls(const SRtpPacket& packet) noexcept;
+    Frame TakeMjpg(const SRtpPacket& packet) noexcept;
+    bool BuildJpegHeader(const SJpegFragment& fragment) noexcept;
     EVerdict PassGate(const SRtpPacket& packet, bool frameStart) noexcept;
     bool GrowTo(std::uint32_t required) noexcept;
     Frame Finish(std::uint32_t length) noexcept;
@@ -61,6 +67,10 @@ class CFrameAssembler {
     std::uint16_t prevSeq = 0;         // of the last accepted packet
     std::unique_ptr<std::uint8_t[], SFree> frameBuffer;
     std::uint32_t frameCapacity = 0;  // bytes; never shrinks
+    std::uint32_t frameFill = 0;      // bytes of the frame so far, of the compressed kinds
+    std::uint32_t headerLength = 0;   // bytes of the JPEG header made for the frame in assembly
+    QuantTable lqt{};
+    QuantTable cqt{};
 };
 
 }  // namespace qmx::cam

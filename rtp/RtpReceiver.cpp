@@ -126,7 +126,7 @@ void CRtpReceiver::Reset() {
 }
 
 void CRtpReceiver::End() {
-    if (std::this_thread::get_id() == rtpThread.get_id()) {
+    if (std::this_thread::get_id() == rtpThreadId.load()) {
         // The callback asks its own thread to wait for itself.
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
@@ -135,6 +135,7 @@ void CRtpReceiver::End() {
     {
         const platform::CSocket closing = TakeOut(rtpSocket);
         if (rtpThread.joinable()) rtpThread.join();
+        rtpThreadId = std::thread::id();
     }
     if (rtcpSendThread.joinable()) {
         // Its last report goes out by the RTCP socket, which is still open.
@@ -156,6 +157,7 @@ void CRtpReceiver::CloseSockets() noexcept {
 }
 
 void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
+    receiver.rtpThreadId = std::this_thread::get_id();
     const std::unique_ptr<std::uint8_t[]> packetBuffer(new (std::nothrow)
                                                            std::uint8_t[packetBufferSize]);
     if (packetBuffer == nullptr) return;

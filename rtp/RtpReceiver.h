@@ -71,6 +71,8 @@ class CRtpReceiver {
     static void RtcpReceiveThread(CRtpReceiver& receiver);
     static void RtcpSendThread(CRtpReceiver& receiver);
     void Deliver(std::span<const std::uint8_t> frame) const;
+    void PostSenderReports(std::span<const std::uint8_t> datagram) noexcept;
+    void SendRtcp(std::span<const std::uint8_t> packet) const noexcept;
 
     std::uint16_t rtpPort = 0;
     std::uint16_t rtcpPort = 0;
@@ -78,6 +80,8 @@ class CRtpReceiver {
     std::atomic<platform::SocketHandle> rtpSocket{platform::noSocket};
     std::atomic<platform::SocketHandle> rtcpSocket{platform::noSocket};
     std::thread rtpThread;
+    // Written by the thread itself: its first callback may come before `rtpThread` is assigned.
+    std::atomic<std::thread::id> rtpThreadId;
     std::thread rtcpReceiveThread;
     std::thread rtcpSendThread;
     std::atomic<FrameCallback> frameCallback{nullptr};  // non-null is the one sign of running

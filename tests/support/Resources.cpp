@@ -1,8 +1,11 @@
 #include "Resources.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <filesystem>
 #include <iterator>
+#include <string>
 #include <thread>
 
 namespace test {
@@ -15,7 +18,16 @@ std::size_t EntryCount(const char* folder) {
 
 }  // namespace
 
-std::size_t ThreadCount() { return EntryCount("/proc/self/task"); }
+std::size_t ThreadCount() {
+    static const bool once = [] {
+        pid_t id = 0;
+        std::thread([&] { id = ::gettid(); }).join();
+        // The system forgets a thread a moment after it has been joined.
+        const std::string entry = "/proc/self/task/" + std::to_string(id);
+        return WaitFor([&] { return !std::filesystem::exists(entry); });
+    }();
+    return once ? EntryCount("/proc/self/task") : 0;
+}
 std::size_t DescriptorCount() { return EntryCount("/proc/self/fd"); }
 
 bool WaitFor(const std::function<bool()>& condition) {

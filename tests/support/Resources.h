@@ -6,6 +6,8 @@
 
 namespace test {
 
+/// Threads of this process. The first call makes a thread, so that what a sanitizer starts with the
+/// first one is there before anybody counts.
 std::size_t ThreadCount();
 std::size_t DescriptorCount();
 

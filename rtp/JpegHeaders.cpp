@@ -1,0 +1,131 @@
+#include "JpegHeaders.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace qmx::cam {
+namespace {
+
+// ITU-T T.81 tables K.1 and K.2, in row order.
+constexpr QuantTable lumaQuantizer = {16, 11, 10, 16, 24,  40,  51,  61,   //
+                                      12, 12, 14, 19, 26,  58,  60,  55,   //
+                                      14, 13, 16, 24, 40,  57,  69,  56,   //
+                                      14, 17, 22, 29, 51,  87,  80,  62,   //
+                                      18, 22, 37, 56, 68,  109, 103, 77,   //
+                                      24, 35, 55, 64, 81,  104, 113, 92,   //
+                                      49, 64, 78, 87, 103, 121, 120, 101,  //
+                                      72, 92, 95, 98, 112, 100, 103, 99};
+constexpr QuantTable chromaQuantizer = {17, 18, 24, 47, 99, 99, 99, 99,  //
+                                        18, 21, 26, 66, 99, 99, 99, 99,  //
+                                        24, 26, 56, 99, 99, 99, 99, 99,  //
+                                        47, 66, 99, 99, 99, 99, 99, 99,  //
+                                        99, 99, 99, 99, 99, 99, 99, 99,  //
+                                        99, 99, 99, 99, 99, 99, 99, 99,  //
+                                        99, 99, 99, 99, 99, 99, 99, 99,  //
+                                        99, 99, 99, 99, 99, 99, 99, 99};
+
+// ITU-T T.81 section K.3: for each table how many codes have 1 to 16 bits, then their symbols.
+constexpr std::uint8_t lumaDcLengths[16] = {0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};
+constexpr std::uint8_t chromaDcLengths[16] = {0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0};
+constexpr std::uint8_t dcSymbols[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+constexpr std::uint8_t lumaAcLengths[16] = {0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 125};
+constexpr std::uint8_t lumaAcSymbols[162] = {
+    0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61,
+    0x07, 0x22, 0x71, 0x14, 0x32, 0x81, 0x91, 0xA1, 0x08, 0x23, 0x42, 0xB1, 0xC1, 0x15, 0x52,
+    0xD1, 0xF0, 0x24, 0x33, 0x62, 0x72, 0x82, 0x09, 0x0A, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x25,
+    0x26, 0x27, 0x28, 0x29, 0x2A, 0x34, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45,
+    0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59, 0x5A, 0x63, 0x64,
+    0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A, 0x83,
+    0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99,
+    0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4, 0xB5, 0xB6,
+    0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2, 0xD3,
+    0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE1, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8,
+    0xE9, 0xEA, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA};
+constexpr std::uint8_t chromaAcLengths[16] = {0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 119};
+constexpr std::uint8_t chromaAcSymbols[162] = {
+    0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61,
+    0x71, 0x13, 0x22, 0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xA1, 0xB1, 0xC1, 0x09, 0x23, 0x33,
+    0x52, 0xF0, 0x15, 0x62, 0x72, 0xD1, 0x0A, 0x16, 0x24, 0x34, 0xE1, 0x25, 0xF1, 0x17, 0x18,
+    0x19, 0x1A, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44,
+    0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59, 0x5A, 0x63,
+    0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A,
+    0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97,
+    0x98, 0x99, 0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4,
+    0xB5, 0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA,
+    0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7,
+    0xE8, 0xE9, 0xEA, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA};
+
+/// Writes bytes one behind the other.
+class CWriter {
+   public:
+    explicit CWriter(std::uint8_t* to) : begin(to), at(to) {}
+    template <class... Values>
+    void Put(Values... values) noexcept {
+        ((*at++ = static_cast<std::uint8_t>(values)), ...);
+    }
+    void PutBig16(std::uint32_t value) noexcept { Put(value >> 8, value); }
+    void PutAll(std::span<const std::uint8_t> bytes) noexcept {
+        std::memcpy(at, bytes.data(), bytes.size());
+        at += bytes.size();
+    }
+    [[nodiscard]] std::uint32_t length() const noexcept {
+        return static_cast<std::uint32_t>(at - begin);
+    }
+
+   private:
+    std::uint8_t* const begin;
+    std::uint8_t* at;
+};
+
+void PutQuantTable(CWriter& to, std::uint8_t number, const QuantTable& table) noexcept {
+    to.Put(0xFF, 0xDB, 0x00, 0x43, number);
+    to.PutAll(table);
+}
+
+/// `classAndNumber`: the table's class (0 DC, 1 AC) in the high, its number in the low 4 bits.
+void PutHuffmanTable(CWriter& to, std::uint8_t classAndNumber,
+                     std::span<const std::uint8_t> lengths,
+                     std::span<const std::uint8_t> symbols) noexcept {
+    to.Put(0xFF, 0xC4);
+    to.PutBig16(static_cast<std::uint32_t>(3 + lengths.size() + symbols.size()));
+    to.Put(classAndNumber);
+    to.PutAll(lengths);
+    to.PutAll(symbols);
+}
+
+}  // namespace
+
+void MakeTables(std::uint8_t quality, QuantTable& lqt, QuantTable& cqt) noexcept {
+    const int factor = std::clamp<int>(quality, 1, 99);
+    const int scale = factor < 50 ? 5000 / factor : 200 - 2 * factor;
+    const auto scaled = [scale](int entry) {
+        return static_cast<std::uint8_t>(std::clamp((entry * scale + 50) / 100, 1, 255));
+    };
+    std::transform(std::begin(lumaQuantizer), std::end(lumaQuantizer), lqt, scaled);
+    std::transform(std::begin(chromaQuantizer), std::end(chromaQuantizer), cqt, scaled);
+}
+
+std::uint32_t MakeHeaders(std::uint8_t* to, const SJpegPicture& picture, const QuantTable& lqt,
+                          const QuantTable& cqt) noexcept {
+    CWriter out(to);
+    out.Put(0xFF, 0xD8);  // SOI
+    PutQuantTable(out, 0, lqt);
+    PutQuantTable(out, 1, cqt);
+    if (picture.restartInterval != 0) {
+        out.Put(0xFF, 0xDD, 0x00, 0x04);
+        out.PutBig16(picture.restartInterval);
+    }
+    out.Put(0xFF, 0xC0, 0x00, 0x11, 8);  // SOF0, 8 bits
+    out.PutBig16(picture.height * 8u);
+    out.PutBig16(picture.width * 8u);
+    // Components are numbered from 0, as RFC 2435 does, and not from 1.
+    out.Put(3, 0, picture.type == 0 ? 0x21 : 0x22, 0, 1, 0x11, 1, 2, 0x11, 1);
+    PutHuffmanTable(out, 0x00, lumaDcLengths, dcSymbols);
+    PutHuffmanTable(out, 0x10, lumaAcLengths, lumaAcSymbols);
+    PutHuffmanTable(out, 0x01, chromaDcLengths, dcSymbols);
+    PutHuffmanTable(out, 0x11, chromaAcLengths, chromaAcSymbols);
+    out.Put(0xFF, 0xDA, 0x00, 0x0C, 3, 0, 0x00, 1, 0x11, 2, 0x11, 0, 0x3F, 0);  // SOS
+    return out.length();
+}
+
+}  // namespace qmx::cam
