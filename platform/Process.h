@@ -28,6 +28,9 @@ class CSharedLibrary {
 [[nodiscard]] std::string ProgramFolder();
 /// True when standard error goes to a terminal.
 [[nodiscard]] bool ErrorIsTerminal() noexcept;
+/// From now on standard output takes bytes unchanged, and a reader that has gone away is a failed
+/// write instead of the end of the process.
+void PrepareByteOutput() noexcept;
 
 /// From now on an interrupt or termination signal only sets the flag that `StopRequested` gives;
 /// a second one ends the process the hard way.

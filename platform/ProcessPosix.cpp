@@ -36,6 +36,8 @@ std::string ProgramFolder() {
 
 bool ErrorIsTerminal() noexcept { return ::isatty(STDERR_FILENO) == 1; }
 
+void PrepareByteOutput() noexcept { ::signal(SIGPIPE, SIG_IGN); }
+
 void WatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = OnStopSignal;

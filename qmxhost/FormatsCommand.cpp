@@ -1,0 +1,37 @@
+#include <cstdio>
+
+#include "Commands.h"
+#include "PixelTypeNames.h"
+
+namespace qmxhost {
+
+std::uint32_t OpenFlags(const SCameraChoice& choice) noexcept {
+    return choice.noTree ? openStream : openTree | openStream;
+}
+
+EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
+    COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    // Made for both outputs, so that they can't tell different things.
+    Json list = Json::array();
+    for (const auto& format : camera.Formats()) {
+        list.push_back({{"index", list.size()},
+                        {"width", format.width},
+                        {"height", format.height},
+                        {"type", TypeName(format.pixelType)},
+                        {"pixelType", GuidText(format.pixelType)}});
+    }
+    if (json) {
+        PrintJson({{"camera", camera.address()}, {"formats", list}});
+        return EExit::Done;
+    }
+    for (const Json& entry : list) {
+        const std::string size = entry["width"].dump() + "x" + entry["height"].dump();
+        std::printf("%3s  %-11s  %s\n", entry["index"].dump().c_str(), size.c_str(),
+                    entry["type"].get_ref<const std::string&>().c_str());
+    }
+    std::fflush(stdout);
+    Advise("try: qmxhost stream " + camera.address() + " --format 0 --duration 10");
+    return EExit::Done;
+}
+
+}  // namespace qmxhost

@@ -1,0 +1,134 @@
+#include "PluginHost.h"
+
+#include <filesystem>
+
+#include "Arguments.h"
+#include "Process.h"
+#include "Report.h"
+
+namespace qmxhost {
+namespace {
+
+using qmx::cam::IDevice;
+using qmx::cam::SDeviceInfo;
+
+/// All that is known of the plug-in: its file, its one function, and the id that it registers.
+constexpr const char* pluginName = "qmxcamKORURTSP";
+constexpr const char* initFunction = "qmxInitPlugin";
+constexpr const char* registeredId = "KORURTSP";
+
+/// The file to load: the wanted one, or the plug-in beside the program.
+std::string PluginFile(const std::string& wanted) {
+    namespace fs = std::filesystem;
+    if (wanted.empty()) {
+        return (fs::path(platform::ProgramFolder()) / platform::PluginFileName(pluginName))
+            .string();
+    }
+    // A bare file name would be looked for among the system's libraries.
+    return fs::absolute(wanted).string();
+}
+
+[[noreturn]] void FailToLoad(const std::string& file, const std::string& why) {
+    throw CFailure(EExit::Failed,
+                   "can't load plug-in " + file + ": " + why + "; --plugin FILE names another");
+}
+
+/// "Roof (10.0.0.5), Gate (10.0.0.6)".
+std::string NamesOf(const std::vector<SDeviceInfo>& cameras) {
+    std::string names;
+    for (const SDeviceInfo& info : cameras) {
+        if (!names.empty()) names += ", ";
+        names += Printable(ParameterText(info, "Name")) + " (" + ParameterText(info, "IP") + ")";
+    }
+    return names.empty() ? "no camera at all" : names;
+}
+
+/// Receives one found camera; see `IInterface::DeviceSink`.
+void Collect(void* list, SDeviceInfo info) {
+    static_cast<std::vector<SDeviceInfo>*>(list)->push_back(std::move(info));
+}
+
+}  // namespace
+
+std::string ParameterText(const SDeviceInfo& info, const char* key) {
+    for (const qmx::cam::CEntry& entry : info.parameters.entries()) {
+        if (entry.key().compare(key) == 0) return Text(entry.value().ToString());
+    }
+    return {};
+}
+
+CPluginHost::CPluginHost(const std::string& wanted) {
+    const std::string file = PluginFile(wanted);
+    const platform::CSharedLibrary library(file);
+    if (!library.valid()) FailToLoad(file, library.error());
+    const auto init = reinterpret_cast<bool (*)()>(library.Symbol(initFunction));
+    if (init == nullptr) FailToLoad(file, std::string("it exports no ") + initFunction);
+    if (!init()) FailToLoad(file, std::string(initFunction) + " answered false");
+    object = qmx::cam::interfaceFactory().CreateInterface(registeredId);
+    if (object == nullptr) {
+        FailToLoad(file, std::string("it registers no interface ") + registeredId);
+    }
+}
+
+CPluginHost::~CPluginHost() { qmx::cam::interfaceFactory().DestroyInterface(registeredId, object); }
+
+std::vector<SDeviceInfo> CPluginHost::Enumerate() {
+    std::vector<SDeviceInfo> cameras;
+    if (!object->EnumerateDevices(qmx::cam::IInterface::DeviceSink(Collect, &cameras))) {
+        Complain("the plug-in's search for cameras failed");
+    }
+    return cameras;
+}
+
+SDeviceInfo CPluginHost::Find(const std::string& camera) {
+    if (IsAddress(camera)) {
+        SDeviceInfo info = object->defaultDevice;
+        info.deviceId = camera.c_str();
+        info.parameters["IP"].setValue(qmx::CVariant(camera.c_str()));
+        return info;
+    }
+    const std::vector<SDeviceInfo> cameras = Enumerate();
+    const SDeviceInfo* match = nullptr;
+    for (const SDeviceInfo& info : cameras) {
+        if (ParameterText(info, "Name") != camera) continue;
+        if (match != nullptr) {
+            throw CFailure(EExit::NoCamera, "several cameras are named '" + camera + "': " +
+                                                NamesOf(cameras) + "; give the address instead");
+        }
+        match = &info;
+    }
+    if (match != nullptr) return *match;
+    throw CFailure(EExit::NoCamera, "no camera named '" + camera + "'; found: " + NamesOf(cameras) +
+                                        "; a camera can be given by its address too");
+}
+
+qmx::TSharedPtr<IDevice> CPluginHost::NewDevice() { return object->CreateDevice(); }
+
+COpenCamera::COpenCamera(CPluginHost& host, const std::string& camera, std::uint32_t flags) {
+    const SDeviceInfo info = host.Find(camera);
+    addressText = ParameterText(info, "IP");
+    device = host.NewDevice();
+    if (!device) throw CFailure(EExit::Failed, "the plug-in made no device for camera " + camera);
+    if (device->Open(info, flags)) return;
+    // The plug-in tells the failed step in the log only.
+    const bool withTree = (flags & openTree) != 0;
+    throw CFailure(
+        EExit::Failed,
+        "can't open camera " + camera + ": the lines above say at which step; 'qmxhost list' " +
+            "shows what answers" +
+            (withTree ? ", --no-tree does without the camera's node tree (port 4554)" : ""));
+}
+
+COpenCamera::~COpenCamera() { device->Close(); }
+
+std::vector<IDevice::SFormat> COpenCamera::Formats() {
+    qmx::TArray<IDevice::SFormat> formats;
+    if (!device->GetFormats(formats)) {
+        throw CFailure(EExit::Failed, "camera " + addressText +
+                                          " offers no format that the plug-in knows; --verbose "
+                                          "shows how its streams were read");
+    }
+    return {formats.begin(), formats.end()};
+}
+
+}  // namespace qmxhost

@@ -1,0 +1,109 @@
+#include <cstdio>
+#include <utility>
+
+#include "Commands.h"
+#include "Properties.h"
+
+namespace qmxhost {
+namespace {
+
+SProperty Wanted(const COpenCamera& camera, const std::string& name) {
+    if (auto property = FindProperty(camera->properties, name)) return *std::move(property);
+    throw CFailure(EExit::Usage, "camera " + camera.address() + " has no property '" + name +
+                                     "'; it has " + PropertyNames(camera->properties));
+}
+
+/// A wrong name fails here, before anything is shown.
+std::vector<SProperty> WantedOrAll(const COpenCamera& camera,
+                                   const std::vector<std::string>& names) {
+    std::vector<SProperty> wanted;
+    for (const std::string& name : names) wanted.push_back(Wanted(camera, name));
+    const auto& all = camera->properties;
+    for (std::size_t i = 0; names.empty() && i < all.count(); ++i) {
+        wanted.push_back({all.nameAt(i), all.typeAt(i)});
+    }
+    return wanted;
+}
+
+/// Shows the values; one that can't be read is null and fails the command once all are shown.
+EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool json) {
+    Json values = Json::object();
+    EExit result = EExit::Done;
+    for (const SProperty& property : wanted) {
+        qmx::CVariant value;
+        const bool read = camera->properties.get(property.name, value);
+        const Json shown = read ? ValueAsJson(value) : Json();
+        values[Text(property.name)] = shown;
+        if (!read) {
+            result = EExit::Failed;
+            Complain("can't read " + Text(property.name) + " of camera " + camera.address() +
+                     "; a raw camera's frame rate is read from its node tree: does TCP port 4554 " +
+                     "answer?");
+        } else if (!json) {
+            const std::string text = shown.is_string() ? shown.get<std::string>() : shown.dump();
+            std::printf("%s=%s\n", property.name.c_str(), text.c_str());
+        }
+    }
+    if (json) PrintJson({{"camera", camera.address()}, {"properties", values}});
+    std::fflush(stdout);
+    return result;
+}
+
+struct SAssignment {
+    std::string name;
+    std::string value;
+};
+
+/// Splits before the camera is opened, so that a typing error costs no visit to the camera.
+std::vector<SAssignment> Split(const std::vector<std::string>& texts) {
+    std::vector<SAssignment> assignments;
+    for (const std::string& text : texts) {
+        const std::size_t equals = text.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            throw CFailure(EExit::Usage, "'" + text + "' is not NAME=VALUE");
+        }
+        assignments.push_back({text.substr(0, equals), text.substr(equals + 1)});
+    }
+    return assignments;
+}
+
+/// What a property takes, for a person who gave it something else.
+const char* TypeText(qmx::EType type) {
+    if (type == qmx::EType::Bool) return "true or false";
+    return type == qmx::EType::Float64 ? "a number" : "a text";
+}
+
+}  // namespace
+
+EExit RunGet(CPluginHost& host, const SCameraChoice& choice, const std::vector<std::string>& names,
+             bool json) {
+    const COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    return Show(camera, WantedOrAll(camera, names), json);
+}
+
+EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
+             const std::vector<std::string>& assignments, bool json) {
+    const std::vector<SAssignment> wanted = Split(assignments);
+    const COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    std::vector<SProperty> properties;
+    std::vector<qmx::CVariant> values;
+    // All are looked at before the first is set: a mistake in the last leaves the camera as it was.
+    for (const auto& [name, text] : wanted) {
+        properties.push_back(Wanted(camera, name));
+        auto value = ParseValue(text, properties.back().type);
+        if (!value) {
+            throw CFailure(EExit::Usage, name + " is " + TypeText(properties.back().type) +
+                                             ", not '" + text + "'");
+        }
+        values.push_back(*std::move(value));
+    }
+    for (std::size_t i = 0; i < properties.size(); ++i) {
+        if (camera->properties.set(properties[i].name, values[i])) continue;
+        throw CFailure(EExit::Failed, "can't set " + Text(properties[i].name) + " of camera " +
+                                          camera.address() + " to " + wanted[i].value +
+                                          "; the camera's node tree (TCP port 4554) refuses it");
+    }
+    return Show(camera, properties, json);
+}
+
+}  // namespace qmxhost

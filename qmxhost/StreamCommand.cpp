@@ -1,0 +1,272 @@
+#include "StreamCommand.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "FrameChecker.h"
+#include "FrameQueue.h"
+#include "FrameStatistics.h"
+#include "PixelTypeNames.h"
+#include "Process.h"
+#include "StreamReport.h"
+
+namespace qmxhost {
+namespace {
+
+using namespace std::chrono_literals;
+using SFormat = qmx::cam::IDevice::SFormat;
+
+/// The plug-in gives no sign of a stream's end: frames simply stop.
+constexpr std::chrono::seconds longestSilence = 10s;
+/// A slow camera is silent for longer; this many of its frame times are waited for.
+constexpr double silentFrameTimes = 3;
+/// A frame rate below this one is taken for it when the silence is reckoned.
+constexpr double slowestRate = 0.001;
+constexpr auto statusPeriod = 1s;
+constexpr auto stopPoll = 50ms;
+
+/// Takes frames from the plug-in's thread: skips, counts, and hands on what is wanted.
+class CFrameIntake {
+   public:
+    CFrameIntake(const SStreamOptions& options)
+        : skip(options.skip),
+          count(options.count),
+          keep(options.check || !options.save.target.empty()) {}
+
+    /// Before the start: room for frames of this length.
+    void Reserve(std::size_t frameLength) {
+        if (keep) frames.Reserve(frameLength);
+    }
+    /// The frame callback; see `qmx::cam::FrameCallback` for what it must not do.
+    static void OnFrame(void* context, const std::uint8_t* frame, std::uint32_t length) noexcept {
+        static_cast<CFrameIntake*>(context)->Take({frame, length});
+    }
+    [[nodiscard]] SFrameTotals Totals() const { return statistics.Totals(); }
+    [[nodiscard]] CFrameQueue& queue() noexcept { return frames; }
+
+   private:
+    void Take(std::span<const std::uint8_t> frame) {
+        const Clock::time_point now = Clock::now();
+        if (skipped < skip) {
+            ++skipped;
+            statistics.AddSkipped(now);
+            return;
+        }
+        if (count != 0 && taken == count) return;  // the stop is under way
+        ++taken;
+        statistics.Add(static_cast<std::uint32_t>(frame.size()), now);
+        if (keep && !Push(frame)) statistics.AddNotKept();
+    }
+    bool Push(std::span<const std::uint8_t> frame) {
+        try {
+            return frames.Push(frame, taken);
+        } catch (const std::bad_alloc&) {
+            return false;  // nothing may get out into the plug-in's thread
+        }
+    }
+
+    const std::uint64_t skip;
+    const std::uint64_t count;
+    const bool keep;
+    std::uint64_t skipped = 0;  // the callback's
+    std::uint64_t taken = 0;    // the callback's
+    CFrameStatistics statistics;
+    CFrameQueue frames;
+};
+
+/// Exactly the wanted size: the plug-in itself would quietly take the nearest one.
+bool Matches(const SFormat& format, const SStreamOptions& options) {
+    if (options.size &&
+        (format.width != options.size->width || format.height != options.size->height)) {
+        return false;
+    }
+    return options.type.empty() || TypeName(format.pixelType) == options.type;
+}
+
+SFormat ChooseFormat(const std::vector<SFormat>& formats, const SStreamOptions& options,
+                     const std::string& camera) {
+    if (options.format) {
+        if (*options.format < formats.size()) return formats[*options.format];
+    } else {
+        const auto found = std::ranges::find_if(
+            formats, [&](const SFormat& format) { return Matches(format, options); });
+        if (found != formats.end()) return *found;
+    }
+    throw CFailure(EExit::Usage, "camera " + camera + " has no such format; 'qmxhost formats " +
+                                     camera + "' shows what it has");
+}
+
+/// Before the start, so that a mistake costs no session on the camera.
+void RefuseWhatNeedsRaw(const SStreamOptions& options, const SFormat& format) {
+    if (format.pixelType == rawType) return;
+    const std::string name = TypeName(format.pixelType);
+    if (options.save.asPng) {
+        throw CFailure(EExit::Usage, "pictures (--as png) are made of raw frames only, not of " +
+                                         name + "; --as native saves the frames as they come");
+    }
+    if (options.check) {
+        throw CFailure(EExit::Usage, "--check reads raw frames only, not " + name);
+    }
+}
+
+/// One run of the command, from the open camera to the summary.
+class CStream {
+   public:
+    CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
+            const SStreamOptions& streamOptions);
+
+    EExit Run();
+
+   private:
+    enum class EEnd { Complete, TimeUp, Stopped, Silent };
+
+    void Start();
+    [[nodiscard]] EEnd Watch();
+    void HandleOneFrame(std::chrono::milliseconds limit);
+    void Stop();
+    [[nodiscard]] EExit Conclude(EEnd end);
+    [[nodiscard]] static std::string Reason(EEnd end, std::uint64_t frames);
+    [[nodiscard]] std::string FormatText() const;
+
+    COpenCamera& camera;
+    CFrameIntake& intake;
+    const SStreamOptions& options;
+    const SFormat format;
+    std::optional<CFrameSaver> saver;
+    CFrameChecker checker;
+    CStreamReport report;
+};
+
+CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
+                 const SStreamOptions& streamOptions)
+    : camera(openCamera),
+      intake(frameIntake),
+      options(streamOptions),
+      format(ChooseFormat(camera.Formats(), options, camera.address())),
+      report(options.json, options.save.target == standardOutput) {
+    RefuseWhatNeedsRaw(options, format);
+    if (!options.save.target.empty()) saver.emplace(options.save, format);
+}
+
+std::string CStream::FormatText() const {
+    return std::to_string(format.width) + "x" + std::to_string(format.height) + " " +
+           TypeName(format.pixelType);
+}
+
+void CStream::Start() {
+    // Coded frames are shorter than raw ones of their size.
+    intake.Reserve(std::size_t{format.width} * format.height * 2);
+    (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
+    if (options.rate) {
+        qmx::CVariant rate;
+        rate = *options.rate;
+        if (!camera->properties.set("/FrameRate", rate)) {
+            throw CFailure(EExit::Failed, "can't set the frame rate of camera " + camera.address() +
+                                              "; a raw camera takes it through its node tree (TCP "
+                                              "port 4554), which must be open and allow it");
+        }
+    }
+    if (!camera->StartContinuous(CFrameIntake::OnFrame, &intake)) {
+        throw CFailure(EExit::Failed, "can't start " + FormatText() + " on camera " +
+                                          camera.address() +
+                                          ": the line above says at which step; a camera serves "
+                                          "one stream at a time: is another program using it?");
+    }
+}
+
+/// Checks and saves the next frame, if one comes within the limit.
+void CStream::HandleOneFrame(std::chrono::milliseconds limit) {
+    const SFrame* const frame = intake.queue().Front(limit);
+    if (frame == nullptr) return;
+    if (options.check) checker.Check(frame->bytes, frame->arrival);
+    if (saver) saver->Save(*frame);
+    intake.queue().Pop();
+}
+
+/// Runs on the main thread until something ends the stream, at most one poll late.
+CStream::EEnd CStream::Watch() {
+    const Clock::time_point started = Clock::now();
+    report.Begin(started);
+    const double slowest = std::max(options.rate.value_or(1), slowestRate);
+    const double silence = std::max(Seconds(longestSilence), silentFrameTimes / slowest);
+    Clock::time_point nextStatus = started + statusPeriod;
+    for (;;) {
+        HandleOneFrame(stopPoll);
+        if (platform::StopRequested()) return EEnd::Stopped;
+        const SFrameTotals totals = intake.Totals();
+        const Clock::time_point now = Clock::now();
+        if (now >= nextStatus) {
+            report.Status(totals, now);
+            while (nextStatus <= now) nextStatus += statusPeriod;
+        }
+        if (options.count != 0 && totals.frames >= options.count) return EEnd::Complete;
+        if (options.duration > 0 && Seconds(now - started) >= options.duration) return EEnd::TimeUp;
+        if (Seconds(now - std::max(started, totals.last)) >= silence) return EEnd::Silent;
+    }
+}
+
+void CStream::Stop() {
+    report.EndStatusLine();
+    if (!camera->StopContinuous()) {
+        Complain("camera " + camera.address() +
+                 " was no longer streaming at the stop; the connection is closed");
+    }
+    // Nothing is added any more; what the queue still holds belongs to the result.
+    for (std::size_t i = 0; i < CFrameQueue::slots; ++i) HandleOneFrame(0ms);
+}
+
+/// Tells how it went. Damage counts more than a number of frames that wasn't reached.
+EExit CStream::Conclude(EEnd end) {
+    const SFrameTotals totals = intake.Totals();
+    SStreamSummary summary{camera.address(), FormatText(), totals, {}, {}, options.save.target};
+    if (options.check) summary.check = checker.totals();
+    if (saver) summary.saved = saver->saved();
+    report.Summary(summary);
+    if (totals.notKept != 0) {
+        Complain(std::to_string(totals.notKept) + " frames of camera " + camera.address() +
+                 " came faster than they could be checked or saved; --rate asks for fewer");
+    }
+    if (options.check && checker.totals().damaged != 0) {
+        Complain("--check found " + std::to_string(checker.totals().damaged) +
+                 " damaged frames from camera " + camera.address() +
+                 "; does it come from korusim? Other cameras put no checksum into their pictures");
+        return EExit::Damage;
+    }
+    const bool tooFew = options.count != 0 && totals.frames < options.count;
+    const bool none = totals.frames == 0 && end != EEnd::Stopped;
+    if (!tooFew && !none && end != EEnd::Silent) return EExit::Done;
+    Complain("the stream of camera " + camera.address() + " ended after " +
+             std::to_string(totals.frames) +
+             (options.count != 0 ? " of " + std::to_string(options.count) : "") +
+             " frames: " + Reason(end, totals.frames + totals.skipped));
+    return EExit::TooFewFrames;
+}
+
+/// Why a stream ended early. Frames that never came at all point elsewhere than lost ones.
+std::string CStream::Reason(EEnd end, std::uint64_t frames) {
+    if (end == EEnd::Stopped) return "it was interrupted";
+    if (end == EEnd::TimeUp && frames != 0) return "the time was up; --rate asks for more a second";
+    return std::string(frames == 0 ? "no frame came" : "no frame came any more") +
+           "; does a firewall stop UDP from the camera, is packet loss high? Incomplete frames are "
+           "not delivered";
+}
+
+EExit CStream::Run() {
+    Start();
+    const EEnd end = Watch();
+    Stop();
+    return Conclude(end);
+}
+
+}  // namespace
+
+EExit RunStream(CPluginHost& host, const SStreamOptions& options) {
+    platform::WatchStopSignals();
+    platform::PrepareByteOutput();
+    // Made first and ended last: until the device is gone its thread may still call into it.
+    CFrameIntake intake(options);
+    COpenCamera camera(host, options.camera.camera, OpenFlags(options.camera));
+    return CStream(camera, intake, options).Run();
+}
+
+}  // namespace qmxhost

@@ -1,0 +1,31 @@
+/// `qmxhost stream`: streams, and counts, checks and saves what comes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "FrameSaver.h"
+
+namespace qmxhost {
+
+struct SStreamOptions {
+    SCameraChoice camera;
+    std::optional<std::uint64_t> format;  ///< index in the catalogue
+    std::optional<SSize> size;
+    std::string type;         ///< raw, jls, jpeg; empty for any
+    std::uint64_t count = 0;  ///< 0: no limit
+    std::uint64_t skip = 0;   ///< frames at the start that count for nothing
+    double duration = 0;      ///< seconds; 0: no limit
+    std::optional<double> rate;
+    SSaveOptions save;  ///< an empty target saves nothing
+    bool check = false;
+    bool json = false;
+};
+
+/// Runs until the count, the time or a stop signal ends it, or no frame comes any more.
+[[nodiscard]] EExit RunStream(CPluginHost& host, const SStreamOptions& options);
+
+}  // namespace qmxhost

@@ -1,0 +1,133 @@
+#include "StreamReport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "Process.h"
+
+namespace qmxhost {
+namespace {
+
+std::string Fixed(double value, int decimals) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
+    return text;
+}
+
+/// Three decimals are as much as these measurements hold.
+double Rounded(double value) { return std::round(value * 1000) / 1000; }
+
+std::string RatesText(const SFrameRates& rates, Clock::duration longestGap) {
+    return Fixed(rates.framesPerSecond, 1) + " frames/s, " + Fixed(rates.megabitsPerSecond, 1) +
+           " Mbit/s, longest gap " + Fixed(Milliseconds(longestGap), 0) + " ms";
+}
+
+/// The part that status and summary have in common, so that a script reads both alike.
+Json RatesJson(const char* kind, double seconds, const SFrameTotals& totals,
+               const SFrameRates& rates) {
+    return {{"kind", kind},
+            {"seconds", Rounded(seconds)},
+            {"frames", totals.frames},
+            {"bytes", totals.bytes},
+            {"framesPerSecond", Rounded(rates.framesPerSecond)},
+            {"megabitsPerSecond", Rounded(rates.megabitsPerSecond)},
+            {"longestGapMs", Rounded(Milliseconds(totals.longestGap))},
+            {"skipped", totals.skipped},
+            {"notKept", totals.notKept}};
+}
+
+/// What the queue had no room for was not checked.
+Json CheckJson(const SCheckTotals& check, std::uint64_t unchecked) {
+    return {{"good", check.good},           {"damaged", check.damaged},
+            {"missing", check.missing},     {"repeated", check.repeated},
+            {"backwards", check.backwards}, {"unchecked", unchecked}};
+}
+
+std::string CheckText(const SCheckTotals& check, std::uint64_t unchecked) {
+    const auto part = [](std::uint64_t number, const char* what) {
+        return std::to_string(number) + " " + what;
+    };
+    return "check: " + part(check.good, "good, ") + part(check.damaged, "damaged, ") +
+           part(check.missing, "missing, ") + part(check.repeated, "repeated, ") +
+           part(check.backwards, "backwards, ") + part(unchecked, "unchecked");
+}
+
+std::string SummaryText(const SStreamSummary& summary, double seconds) {
+    const SFrameTotals& totals = summary.totals;
+    std::string text = "camera " + summary.camera + ", " + summary.format + "\n" +
+                       std::to_string(totals.frames) +
+                       (totals.frames == 1 ? " frame in " : " frames in ") + Fixed(seconds, 1) +
+                       " s: " + RatesText(RatesOverall(totals), totals.longestGap);
+    if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
+    text += "\n";
+    if (summary.saved) {
+        text += "saved " + std::to_string(*summary.saved) + " to " + summary.savedTo + ", " +
+                std::to_string(totals.notKept) + " not kept\n";
+    }
+    if (summary.check) text += CheckText(*summary.check, totals.notKept) + "\n";
+    return text;
+}
+
+}  // namespace
+
+CStreamReport::CStreamReport(bool jsonOutput, bool toError)
+    : json(jsonOutput),
+      resultsToError(toError),
+      rewrite(!jsonOutput && platform::ErrorIsTerminal()) {}
+
+void CStreamReport::Begin(Clock::time_point now) {
+    started = now;
+    previousLook = now;
+}
+
+void CStreamReport::Status(SFrameTotals totals, Clock::time_point now) {
+    const SFrameRates rates = RatesBetween(previous, totals, now - previousLook);
+    const double seconds = Seconds(now - started);
+    previous = totals;
+    previousLook = now;
+    // A gap shows while it lasts, not only once a frame has ended it.
+    if (totals.frames != 0) totals.longestGap = std::max(totals.longestGap, now - totals.last);
+    if (json) {
+        PrintJson(RatesJson("status", seconds, totals, rates));
+    } else {
+        PrintStatus(Fixed(seconds, 1) + " s, " + std::to_string(totals.frames) + " frames, " +
+                    RatesText(rates, totals.longestGap));
+    }
+}
+
+void CStreamReport::PrintStatus(const std::string& line) {
+    if (!rewrite) {
+        std::fprintf(stderr, "%s\n", line.c_str());
+        return;
+    }
+    // A shorter line must not leave the end of a longer one standing.
+    const std::size_t longer = std::max(line.size(), lineLength);
+    const std::string padding(longer - line.size(), ' ');
+    std::fprintf(stderr, "\r%s%s", line.c_str(), padding.c_str());
+    lineLength = line.size();
+}
+
+void CStreamReport::EndStatusLine() {
+    if (lineLength != 0) std::fputc('\n', stderr);
+    lineLength = 0;
+}
+
+void CStreamReport::Summary(const SStreamSummary& summary) {
+    EndStatusLine();
+    const double seconds = Seconds(Clock::now() - started);
+    if (!json) {
+        std::FILE* const out = resultsToError ? stderr : stdout;
+        std::fputs(SummaryText(summary, seconds).c_str(), out);
+        std::fflush(out);
+        return;
+    }
+    Json line = RatesJson("summary", seconds, summary.totals, RatesOverall(summary.totals));
+    line["camera"] = summary.camera;
+    line["format"] = summary.format;
+    if (summary.saved) line["saved"] = *summary.saved;
+    if (summary.check) line["check"] = CheckJson(*summary.check, summary.totals.notKept);
+    PrintJson(line);
+}
+
+}  // namespace qmxhost

@@ -1,0 +1,50 @@
+/// What `qmxhost stream` tells while it runs and at its end.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "FrameChecker.h"
+#include "FrameStatistics.h"
+#include "Report.h"
+
+namespace qmxhost {
+
+struct SStreamSummary {
+    std::string camera;
+    std::string format;
+    SFrameTotals totals;
+    std::optional<SCheckTotals> check;
+    std::optional<std::uint64_t> saved;
+    std::string savedTo;
+};
+
+class CStreamReport {
+   public:
+    /// `resultsToError` keeps standard output free for the frames themselves.
+    CStreamReport(bool json, bool resultsToError);
+    ~CStreamReport() { EndStatusLine(); }
+    CStreamReport(const CStreamReport&) = delete;
+    CStreamReport& operator=(const CStreamReport&) = delete;
+
+    /// The time of all lines counts from here.
+    void Begin(Clock::time_point now);
+    /// Rates are those since the status before.
+    void Status(SFrameTotals totals, Clock::time_point now);
+    void Summary(const SStreamSummary& summary);
+    /// Ends a line that is being rewritten, so that other lines start at the left.
+    void EndStatusLine();
+
+   private:
+    void PrintStatus(const std::string& line);
+
+    const bool json;
+    const bool resultsToError;
+    const bool rewrite;
+    Clock::time_point started;
+    Clock::time_point previousLook;
+    SFrameTotals previous;
+    std::size_t lineLength = 0;  ///< of the status line that stands on the terminal
+};
+
+}  // namespace qmxhost
