@@ -1,0 +1,148 @@
+// The memory rules of the host's templates: the plug-in's ownership rests on them.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "qmx.h"
+#include "qmxcam.h"
+
+namespace {
+
+using namespace qmx;
+
+/// Counts the objects that live.
+struct SCounted {
+    static inline int alive = 0;
+    int value = 0;
+    explicit SCounted(int given) : value(given) { ++alive; }
+    SCounted(const SCounted& other) : value(other.value) { ++alive; }
+    SCounted(SCounted&& other) noexcept : value(std::exchange(other.value, -1)) { ++alive; }
+    SCounted& operator=(SCounted&& other) noexcept {
+        value = std::exchange(other.value, -1);
+        return *this;
+    }
+    ~SCounted() { --alive; }
+};
+
+std::string Values(const TArray<SCounted>& array) {
+    std::string text;
+    for (const SCounted& entry : array) text += std::to_string(entry.value);
+    return text;
+}
+
+TEST(HostArray, GrowsByDoublingAndRemovesInPlace) {
+    {
+        TArray<SCounted> array;
+        EXPECT_EQ(array.capacity(), 0u);
+        const std::size_t capacities[] = {1, 2, 4, 4, 8, 8, 8, 8};
+        for (int i = 0; i < 8; ++i) {
+            array.append(SCounted(i));
+            EXPECT_EQ(array.capacity(), capacities[i]);
+        }
+        array.reserve(9);
+        EXPECT_EQ(array.capacity(), 16u);
+        struct {
+            std::size_t index;
+            std::size_t number;
+            const char* left;
+        } const steps[] = {{1, 2, "034567"}, {0, 0, "034567"}, {4, 99, "0345"}, {0, 99, ""}};
+        for (const auto& step : steps) {
+            array.remove(step.index, step.number);
+            EXPECT_EQ(Values(array), step.left);
+            EXPECT_EQ(SCounted::alive, static_cast<int>(array.count()));
+        }
+        EXPECT_EQ(array.capacity(), 16u);
+        try {
+            array.remove(0, 0);
+            ADD_FAILURE() << "an index at the end is out of range";
+        } catch (const std::out_of_range& error) {
+            EXPECT_STREQ(error.what(), "TArray::remove: index out of range.");
+        }
+        EXPECT_THROW(array.reserve(static_cast<std::size_t>(-1) / 4), std::bad_alloc);
+        array.append(SCounted(1));
+        TArray<SCounted> copy = array;
+        const TArray<SCounted> moved = std::move(array);
+        EXPECT_EQ(Values(copy) + Values(moved), "11");
+        copy = moved;
+        EXPECT_EQ(SCounted::alive, 2);
+    }
+    EXPECT_EQ(SCounted::alive, 0);
+}
+
+int held = 0;
+constexpr SDelegateManager manager = {[](void* object) {
+                                          ++held;
+                                          return object;
+                                      },
+                                      [](void*) { --held; }};
+
+TEST(HostDelegate, IsReleasedByWhoeverTakesIt) {
+    using Delegate = delegate<int(SCounted)>;
+    held = 1;
+    int sum = 0;
+    Delegate made(
+        [](void* object, SCounted given) { return *static_cast<int*>(object) += given.value; },
+        &sum, &manager);
+    const auto take = [](Delegate taken) { return taken(SCounted(5)); };
+    EXPECT_EQ(take(made), 5);
+    EXPECT_EQ(held, 1);
+    EXPECT_EQ(take(std::move(made)), 10);
+    EXPECT_EQ(held, 0);
+    made.Release();  // moved from: nothing left to release
+    EXPECT_EQ(held, 0);
+    EXPECT_FALSE(made);
+    EXPECT_EQ(SCounted::alive, 0);
+}
+
+TEST(HostSharedPointer, EndsItsObjectAsTheDeleterSays) {
+    static int deleted = 0;
+    struct SObject {
+        virtual ~SObject() { ++deleted; }
+    };
+    using Pointer = TSharedPtr<SObject>;
+    EXPECT_EQ(CReferenceCounter::Create(nullptr), nullptr);
+    const auto make = [](SObject* object, auto how) {
+        return Pointer(object, CReferenceCounter::Create(object), how);
+    };
+    {
+        const Pointer first = make(new SObject, Pointer::deleteByDestructor);
+        Pointer second = first;
+        const Pointer third = std::move(second);
+        EXPECT_FALSE(second);
+        EXPECT_EQ(deleted, 0);
+    }
+    EXPECT_EQ(deleted, 1);
+    SObject kept;
+    { const Pointer pointer = make(&kept, Pointer::deleteNothing); }
+    EXPECT_EQ(deleted, 1);
+    static SObject* given = nullptr;
+    {
+        const Pointer pointer =
+            make(&kept, Pointer::Deleter([](SObject* object) { given = object; }));
+    }
+    EXPECT_EQ(given, &kept);
+    { const Pointer none; }
+}
+
+TEST(HostValues, CopyMoveAndConvert) {
+    CString text("abcdef", 3);
+    CString copy = text;
+    text.Format("%s-%d", text.c_str(), 7);
+    EXPECT_STREQ(text.c_str(), "abc-7");
+    EXPECT_STREQ(copy.c_str(), "abc");
+    const CString moved = std::move(copy);
+    EXPECT_NE(moved.compare(text), 0);
+    EXPECT_TRUE(CString().empty() && CString("").compare(CString()) == 0);
+
+    CVariant variant("12.5");
+    EXPECT_EQ(variant.ToFlt64(), 12.5);
+    variant = true;
+    EXPECT_EQ(variant.type(), EType::Bool);
+    EXPECT_STREQ(variant.ToString().c_str(), "true");
+    variant = 0.0;
+    EXPECT_EQ(variant.type(), EType::Float64);
+    EXPECT_FALSE(variant.ToBool());
+}
+
+}  // namespace

@@ -1,0 +1,61 @@
+/// A program of this build, run as a user runs it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// Runs a program from the build's bin folder, with pipes on its three streams. Ends it, if it
+/// still runs, with a signal that it can't refuse.
+class CProgram {
+   public:
+    explicit CProgram(const std::vector<std::string>& nameAndArguments);
+    CProgram(const CProgram&) = delete;
+    CProgram& operator=(const CProgram&) = delete;
+    ~CProgram();
+
+    pid_t id() const { return process; }
+    void Write(const std::string& text) const;
+    /// The next line of standard output without its end; empty at the end of output and when none
+    /// comes within 60 s.
+    std::string ReadLine();
+    /// Everything that standard output still brings.
+    std::string ReadAll();
+    /// Sends a signal.
+    void Signal(int number) const;
+    /// Closes its input and waits for its end; gives its exit status, 128 and more for a signal.
+    int Wait();
+    /// What it has written to standard error; call after `Wait`.
+    std::string Errors() const;
+
+    std::size_t Threads() const { return Count("task"); }
+    std::size_t Descriptors() const { return Count("fd"); }
+
+   private:
+    std::size_t Count(const char* what) const;
+
+    pid_t process = -1;
+    int input = -1;
+    int output = -1;
+    int errors = -1;  // a file without a name, so that a full pipe never stops the program
+    std::string pending;
+};
+
+/// Runs a program to its end.
+struct SOutcome {
+    int status;
+    std::string output;
+    std::string errors;
+};
+SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
+
+/// A simulator that is ready; ends with the scope.
+class CSimulator : public CProgram {
+   public:
+    explicit CSimulator(std::vector<std::string> cameras);
+};
+
+}  // namespace test
