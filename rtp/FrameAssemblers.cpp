@@ -11,6 +11,10 @@ CFrameAssembler::Frame CFrameAssembler::Take(const SRtpPacket& packet) noexcept 
     switch (streamType) {
         case EStreamType::Zraw:
             return TakeZraw(packet);
+        case EStreamType::Mjls:
+            return TakeMjls(packet);
+        case EStreamType::Mjpg:
+            return TakeMjpg(packet);
         default:
             return std::nullopt;
     }

@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "JpegHeaders.h"
+
+// After <cstdio>, which it needs and doesn't include.
+#include <jpeglib.h>
+
+namespace {
+
+using namespace qmx::cam;
+
+/// libjpeg's own tables, as its defaults set them for a quality whose scale is 100 %: an
+/// independent source for every constant of the headers.
+class CReference {
+   public:
+    CReference() {
+        compressor.err = jpeg_std_error(&errors);
+        jpeg_create_compress(&compressor);
+        compressor.input_components = 3;
+        compressor.in_color_space = JCS_YCbCr;
+        jpeg_set_defaults(&compressor);
+    }
+    ~CReference() { jpeg_destroy_compress(&compressor); }
+    /// Entry of the base table, luminance or chrominance, in row order, scaled as RFC 2435 says.
+    int Quantizer(int table, int scale, int index) {
+        jpeg_set_linear_quality(&compressor, 100, FALSE);
+        const int entry = compressor.quant_tbl_ptrs[table]->quantval[index] * scale;
+        return std::min(std::max((entry + 50) / 100, 1), 255);
+    }
+    std::vector<std::uint8_t> Huffman(bool ac, int table) {
+        const JHUFF_TBL& from =
+            *(ac ? compressor.ac_huff_tbl_ptrs[table] : compressor.dc_huff_tbl_ptrs[table]);
+        std::vector<std::uint8_t> bytes(from.bits + 1, from.bits + 17);
+        std::size_t symbols = 0;
+        for (int i = 1; i <= 16; ++i) symbols += from.bits[i];
+        bytes.insert(bytes.end(), from.huffval, from.huffval + symbols);
+        return bytes;
+    }
+
+   private:
+    jpeg_compress_struct compressor{};
+    jpeg_error_mgr errors{};
+};
+
+TEST(JpegTables, ScaleAsTheRfcSays) {
+    CReference reference;
+    for (int quality = 0; quality < 128; ++quality) {
+        const int factor = std::min(std::max(quality, 1), 99);
+        const int scale = factor < 50 ? 5000 / factor : 200 - 2 * factor;
+        QuantTable tables[2];
+        MakeTables(static_cast<std::uint8_t>(quality), tables[0], tables[1]);
+        for (int table = 0; table < 2; ++table) {
+            for (int i = 0; i < 64; ++i) {
+                ASSERT_EQ(tables[table][i], reference.Quantizer(table, scale, i))
+                    << quality << ", table " << table << ", entry " << i;
+            }
+        }
+    }
+}
+
+void Append(std::vector<std::uint8_t>& to, std::initializer_list<int> bytes) {
+    for (const int byte : bytes) to.push_back(static_cast<std::uint8_t>(byte));
+}
+
+std::vector<std::uint8_t> ExpectedHeaders(const SJpegPicture& picture, int sampling,
+                                          const QuantTable& lqt, const QuantTable& cqt) {
+    CReference reference;
+    std::vector<std::uint8_t> bytes;
+    Append(bytes, {0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0});
+    bytes.insert(bytes.end(), lqt, lqt + 64);
+    Append(bytes, {0xFF, 0xDB, 0, 67, 1});
+    bytes.insert(bytes.end(), cqt, cqt + 64);
+    if (picture.restartInterval != 0) {
+        Append(bytes, {0xFF, 0xDD, 0, 4, picture.restartInterval >> 8, picture.restartInterval});
+    }
+    const int width = picture.width * 8;
+    const int height = picture.height * 8;
+    Append(bytes, {0xFF, 0xC0, 0, 17, 8, height >> 8, height, width >> 8, width, 3});
+    Append(bytes, {0, sampling, 0, 1, 0x11, 1, 2, 0x11, 1});
+    for (int table = 0; table < 2; ++table) {
+        for (const bool ac : {false, true}) {
+            const auto huffman = reference.Huffman(ac, table);
+            Append(bytes,
+                   {0xFF, 0xC4, 0, static_cast<int>(huffman.size() + 3), (ac ? 0x10 : 0) | table});
+            bytes.insert(bytes.end(), huffman.begin(), huffman.end());
+        }
+    }
+    Append(bytes, {0xFF, 0xDA, 0, 12, 3, 0, 0, 1, 0x11, 2, 0x11, 0, 63, 0});
+    return bytes;
+}
+
+TEST(JpegHeaders, AgreeWithAnIndependentSourceByteForByte) {
+    struct {
+        SJpegPicture picture;
+        int sampling;
+        std::uint32_t length;
+    } const cases[] = {{{0, 80, 60, 0}, 0x21, 605},
+                       {{1, 255, 1, 0}, 0x22, 605},
+                       {{2, 1, 255, 0}, 0x22, 605},
+                       {{0, 80, 60, 0x0102}, 0x21, 611}};
+    QuantTable lqt;
+    QuantTable cqt;
+    MakeTables(35, lqt, cqt);
+    for (const auto& row : cases) {
+        std::vector<std::uint8_t> made(2048, 0xEE);
+        EXPECT_EQ(MakeHeaders(made.data(), row.picture, lqt, cqt), row.length);
+        EXPECT_EQ(made[row.length], 0xEE) << "not a byte more";
+        made.resize(row.length);
+        EXPECT_EQ(made, ExpectedHeaders(row.picture, row.sampling, lqt, cqt));
+    }
+}
+
+}  // namespace
