@@ -5,7 +5,7 @@
 add_library(koru_compiler INTERFACE)
 target_compile_options(koru_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
-  -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference)
+  -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
 
 if(KORU_SANITIZE)
   add_compile_options(-fsanitize=${KORU_SANITIZE} -fno-omit-frame-pointer

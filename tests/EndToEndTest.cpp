@@ -206,7 +206,7 @@ TEST(EndToEnd, TellsAUserWhatWentWrong) {
         {{"formats", "Nobody"}, 3, "Nobody"},
         {{"formats", "127.0.0.99"}, 1, "127.0.0.99"},
         {{"stream", "127.0.0.11"}, 1, "127.0.0.11"},
-        {{"stream", "127.0.0.11", "--no-tree", "--format", "9"}, 2, "9"},
+        {{"stream", "127.0.0.11", "--no-tree", "--format", "9"}, 2, "no such format"},
         {{"stream"}, 2, "CAMERA"},
         {{"frobnicate"}, 2, "frobnicate"},
     };

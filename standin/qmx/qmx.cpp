@@ -45,9 +45,9 @@ std::unique_ptr<char[]> FormatText(const char* format, std::va_list arguments) {
 
 CString::CString() noexcept : text(nullptr) {}
 CString::CString(const char* from, std::int32_t length)
-    : text(from == nullptr
-               ? nullptr
-               : CopyText(from, length < 0 ? std::strlen(from) : static_cast<std::size_t>(length))) {}
+    : text(from == nullptr ? nullptr
+                           : CopyText(from, length < 0 ? std::strlen(from)
+                                                       : static_cast<std::size_t>(length))) {}
 CString::CString(const CString& other) : CString(other.text) {}
 CString::CString(CString&& other) noexcept : text(std::exchange(other.text, nullptr)) {}
 CString::~CString() { Free(text); }

@@ -1,0 +1,241 @@
+#include "CameraSettings.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <set>
+#include <system_error>
+
+namespace korusim {
+namespace {
+
+constexpr SPictureSize defaultSize{640, 512};
+/// Narrower pictures can't hold the frame stamp, larger ones no camera has.
+constexpr std::uint32_t minSide = 8;
+constexpr std::uint32_t maxSide = 4096;
+/// Dynamic RTP payload types, one per size: 96 to 127.
+constexpr std::size_t maxSizes = 32;
+/// Below, not even the headers fit; above, UDP over IPv4 ends.
+constexpr std::uint32_t minDatagram = 64;
+constexpr std::uint32_t maxDatagram = 65507;
+constexpr std::size_t maxNameBytes = 63;  // a DNS label
+constexpr double maxReportSeconds = 3600;
+
+template <class T>
+std::optional<T> ParseNumber(std::string_view text) {
+    T value{};
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, value);
+    if (error != std::errc() || end != last) return std::nullopt;
+    return value;
+}
+
+/// A number within limits; written so that "nan" is refused too.
+template <class T>
+bool ParseWithin(std::string_view text, T least, T most, T& value) {
+    const auto number = ParseNumber<T>(text);
+    if (!number || !(*number >= least && *number <= most)) return false;
+    value = *number;
+    return true;
+}
+
+template <class T>
+struct SWord {
+    std::string_view word;
+    T value;
+};
+
+constexpr std::array<SWord<EStreams>, 4> streamWords{{{"raw", EStreams::Raw},
+                                                      {"mjls", EStreams::Mjls},
+                                                      {"mjls+mjpg", EStreams::MjlsAndMjpg},
+                                                      {"mjpg", EStreams::Mjpg}}};
+
+constexpr std::array<SWord<ETree>, 6> treeWords{{{"on", ETree::On},
+                                                 {"off", ETree::Off},
+                                                 {"gcam", ETree::Gcam},
+                                                 {"no-rtp", ETree::NoRtp},
+                                                 {"no-switch", ETree::NoSwitch},
+                                                 {"switched-off", ETree::SwitchedOff}}};
+
+constexpr std::array<SWord<EQuirk>, 9> quirkWords{
+    {{"silent", EQuirk::Silent},
+     {"session-timeout-in-play", EQuirk::SessionTimeoutInPlay},
+     {"no-server-port", EQuirk::NoServerPort},
+     {"split-body", EQuirk::SplitBody},
+     {"lower-case-headers", EQuirk::LowerCaseHeaders},
+     {"late-answers", EQuirk::LateAnswers},
+     {"refuse-play", EQuirk::RefusePlay},
+     {"refuse-pause", EQuirk::RefusePause},
+     {"refuse-teardown", EQuirk::RefuseTeardown}}};
+
+template <class T, std::size_t N>
+std::optional<T> FindWord(const std::array<SWord<T>, N>& words, std::string_view text) {
+    const auto found = std::ranges::find(words, text, &SWord<T>::word);
+    if (found == words.end()) return std::nullopt;
+    return found->value;
+}
+
+template <class T, std::size_t N>
+bool ParseWord(const std::array<SWord<T>, N>& words, std::string_view text, T& value) {
+    const auto found = FindWord(words, text);
+    if (found) value = *found;
+    return found.has_value();
+}
+
+bool ParseName(std::string_view text, SCameraSettings& settings) {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+    if (text.empty() || text.size() > maxNameBytes) return false;
+    if (std::ranges::any_of(text, isControl)) return false;
+    settings.name = text;
+    return true;
+}
+
+bool ParseSize(std::string_view text, SCameraSettings& settings) {
+    const std::size_t cross = text.find('x');
+    if (cross == std::string_view::npos || settings.sizes.size() == maxSizes) return false;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    if (!ParseWithin(text.substr(0, cross), minSide, maxSide, width) ||
+        !ParseWithin(text.substr(cross + 1), minSide, maxSide, height)) {
+        return false;
+    }
+    settings.sizes.push_back(
+        {static_cast<std::uint16_t>(width), static_cast<std::uint16_t>(height)});
+    return true;
+}
+
+bool ParseRate(std::string_view text, SCameraSettings& settings) {
+    return ParseWithin(text, 0.0, maxFrameRate, settings.rate) && settings.rate > 0;
+}
+
+bool ParseQuirk(std::string_view text, SCameraSettings& settings) {
+    const auto quirk = FindWord(quirkWords, text);
+    if (quirk) settings.quirks |= static_cast<std::uint32_t>(*quirk);
+    return quirk.has_value();
+}
+
+struct SSetting {
+    std::string_view key;
+    std::string_view allowed;  ///< for the help page, and for who gives something else
+    std::string_view meaning;
+    bool repeatable;
+    bool (*parse)(std::string_view text, SCameraSettings& settings);
+};
+
+constexpr std::array<SSetting, 12> settingTable{{
+    {"name", "1 to 63 bytes of UTF-8 without a comma",
+     "name it is announced with (default: \"korusim ADDRESS\")", false, ParseName},
+    {"streams", "raw, mjls, mjls+mjpg or mjpg",
+     "streams that it offers (default: raw; the others are described but can't be set up yet)",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWord(streamWords, text, to.streams);
+     }},
+    {"size", "WxH, each 8 to 4096, at most 32 sizes",
+     "picture size, repeatable: one format each (default: 640x512)", true, ParseSize},
+    {"rate", "above 0, at most 1000", "frames per second, fractions allowed (default: 30)", false,
+     ParseRate},
+    {"mtu", "64 to 65507",
+     "bytes of the largest datagram; a picture line never breaks, so a datagram may be larger to "
+     "hold one, and holds 5 at most (default: 1472)",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, minDatagram, maxDatagram, to.mtu);
+     }},
+    {"sr", "0 to 3600", "seconds between sender reports, 0: none (default: 5)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0.0, maxReportSeconds, to.senderReportSeconds);
+     }},
+    {"loss", "0 to 1", "probability that an RTP packet is lost (default: 0)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0.0, 1.0, to.loss);
+     }},
+    {"duplicate", "0 to 1", "probability that an RTP packet comes twice (default: 0)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0.0, 1.0, to.duplicate);
+     }},
+    {"reorder", "0 to 1", "probability that an RTP packet comes behind the next one (default: 0)",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0.0, 1.0, to.reorder);
+     }},
+    {"seed", "0 to 18446744073709551615",
+     "start of everything random: the same seed repeats a run (default: 1)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, std::uint64_t{0}, ~std::uint64_t{0}, to.seed);
+     }},
+    {"tree", "on, off, gcam, no-rtp, no-switch or switched-off",
+     "state of the node tree (default: on)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWord(treeWords, text, to.tree);
+     }},
+    {"quirk",
+     "silent, session-timeout-in-play, no-server-port, split-body, lower-case-headers, "
+     "late-answers, refuse-play, refuse-pause or refuse-teardown",
+     "bad habit of its RTSP server, repeatable (default: none)", true, ParseQuirk},
+}};
+
+bool IsDottedAddress(std::string_view text) {
+    for (int part = 0; part < 4; ++part) {
+        const std::size_t end = part < 3 ? text.find('.') : text.size();
+        std::uint32_t octet = 0;
+        if (end == std::string_view::npos || end > 3) return false;
+        if (!ParseWithin(text.substr(0, end), 0U, 255U, octet)) return false;
+        text.remove_prefix(part < 3 ? end + 1 : end);
+    }
+    return true;
+}
+
+/// Takes over one "key=value"; gives what is wrong with it, or nothing.
+std::string ApplySetting(std::string_view text, std::set<std::string_view>& given,
+                         SCameraSettings& settings) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string_view::npos) return "a setting is written key=value";
+    const std::string_view key = text.substr(0, equals);
+    const auto setting = std::ranges::find(settingTable, key, &SSetting::key);
+    if (setting == settingTable.end()) return "there is no such setting";
+    if (!given.insert(key).second && !setting->repeatable) return "given twice";
+    if (setting->parse(text.substr(equals + 1), settings)) return {};
+    return "must be " + std::string(setting->allowed);
+}
+
+}  // namespace
+
+SParsedCamera ParseCamera(std::string_view argument) {
+    SParsedCamera parsed;
+    SCameraSettings& settings = parsed.settings;
+    const std::size_t addressEnd = std::min(argument.find(','), argument.size());
+    settings.address = argument.substr(0, addressEnd);
+    if (!IsDottedAddress(settings.address)) {
+        parsed.error = "\"" + settings.address + "\" is not an IPv4 address";
+        return parsed;
+    }
+    std::set<std::string_view> given;
+    for (std::size_t at = addressEnd; at < argument.size();) {
+        const std::size_t end = std::min(argument.find(',', at + 1), argument.size());
+        const std::string_view text = argument.substr(at + 1, end - at - 1);
+        const std::string wrong = ApplySetting(text, given, settings);
+        if (!wrong.empty()) {
+            parsed.error = "camera " + settings.address + ": " + std::string(text) + ": " + wrong;
+            return parsed;
+        }
+        at = end;
+    }
+    if (settings.name.empty()) settings.name = "korusim " + settings.address;
+    if (settings.sizes.empty()) settings.sizes.push_back(defaultSize);
+    return parsed;
+}
+
+std::string SettingsHelp() {
+    std::string help =
+        "CAMERA is an IPv4 address followed by comma-separated settings, such as\n"
+        "  127.0.0.11,name=Roof,size=640x512,rate=30\n\nSettings:\n";
+    for (const SSetting& setting : settingTable) {
+        help += "  " + std::string(setting.key) + "=\n      " + std::string(setting.meaning) +
+                "\n      " + std::string(setting.allowed) + "\n";
+    }
+    return help;
+}
+
+}  // namespace korusim

@@ -1,0 +1,100 @@
+#include "Description.h"
+
+namespace korusim {
+namespace {
+
+constexpr std::uint8_t firstDynamicPayload = 96;
+/// JPEG has a payload type of its own (RFC 3551), whatever the size.
+constexpr std::uint8_t jpegPayload = 26;
+
+constexpr std::string_view rawPath = "/";
+constexpr std::string_view mjlsPath = "/mjls";
+constexpr std::string_view mjpgPath = "/mjpg";
+constexpr std::string_view rawSetupPrefix = "/sid=";
+constexpr std::string_view firstStreamSuffix = "/stream=0";
+
+std::string_view EncodingName(EEncoding encoding) {
+    switch (encoding) {
+        case EEncoding::Raw:
+            return "ZRAW";
+        case EEncoding::Mjls:
+            return "MJLS";
+        case EEncoding::Jpeg:
+            break;
+    }
+    return "JPEG";
+}
+
+/// The encoding served at a DESCRIBE path.
+std::optional<EEncoding> EncodingAt(EStreams streams, std::string_view path) {
+    const bool mjls = streams == EStreams::Mjls || streams == EStreams::MjlsAndMjpg;
+    const bool mjpg = streams == EStreams::Mjpg || streams == EStreams::MjlsAndMjpg;
+    if (path == rawPath && streams == EStreams::Raw) return EEncoding::Raw;
+    if (path == mjlsPath && mjls) return EEncoding::Mjls;
+    if (path == mjpgPath && mjpg) return EEncoding::Jpeg;
+    return std::nullopt;
+}
+
+std::string MediaLine(const std::vector<SVideoFormat>& formats) {
+    std::string line = "m=video 0 RTP/AVP";
+    for (const SVideoFormat& format : formats) line += " " + std::to_string(format.payloadType);
+    return line + "\r\n";
+}
+
+std::string FormatLines(const SVideoFormat& format) {
+    const std::string payload = std::to_string(format.payloadType);
+    return "a=rtpmap:" + payload + " " + std::string(EncodingName(format.encoding)) +
+           "/90000\r\na=framesize:" + payload + " " + std::to_string(format.size.width) + "-" +
+           std::to_string(format.size.height) + "\r\n";
+}
+
+}  // namespace
+
+std::vector<SVideoFormat> FormatsAt(const SCameraSettings& settings, std::string_view path) {
+    std::vector<SVideoFormat> formats;
+    const auto encoding = EncodingAt(settings.streams, path);
+    if (!encoding) return formats;
+    std::uint8_t payload = *encoding == EEncoding::Jpeg ? jpegPayload : firstDynamicPayload;
+    for (const SPictureSize& size : settings.sizes) {
+        formats.push_back({*encoding, payload, size});
+        if (*encoding != EEncoding::Jpeg) ++payload;
+    }
+    return formats;
+}
+
+std::optional<SVideoFormat> FormatToSetUp(const SCameraSettings& settings, std::string_view path) {
+    if (path.starts_with(rawSetupPrefix)) {
+        const std::string_view wanted = path.substr(rawSetupPrefix.size());
+        for (const SVideoFormat& format : FormatsAt(settings, rawPath)) {
+            if (wanted == std::to_string(format.payloadType)) return format;
+        }
+        return std::nullopt;
+    }
+    // A compressed stream has one path for all sizes, and its first size.
+    for (const std::string_view stream : {mjlsPath, mjpgPath}) {
+        const auto formats = FormatsAt(settings, stream);
+        if (!formats.empty() && path == std::string(stream) + std::string(firstStreamSuffix)) {
+            return formats.front();
+        }
+    }
+    return std::nullopt;
+}
+
+std::string DescribeFormats(const SCameraSettings& settings,
+                            const std::vector<SVideoFormat>& formats) {
+    std::string text = "v=0\r\no=- " + std::to_string(settings.seed) + " 1 IN IP4 " +
+                       settings.address + "\r\ns=" + settings.name +
+                       "\r\nc=IN IP4 0.0.0.0\r\nt=0 0\r\n";
+    if (formats.empty()) return text;
+    // Sizes that share one payload type can't share a media section: the attributes of all would
+    // go to the first.
+    const bool sharedPayload = formats.front().payloadType == formats.back().payloadType;
+    if (!sharedPayload) text += MediaLine(formats);
+    for (const SVideoFormat& format : formats) {
+        if (sharedPayload) text += MediaLine({format});
+        text += FormatLines(format);
+    }
+    return text;
+}
+
+}  // namespace korusim

@@ -1,0 +1,36 @@
+/// The streams that a camera offers: which path leads to which format, and the session description
+/// (SDP, RFC 4566) of each path.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CameraSettings.h"
+
+namespace korusim {
+
+enum class EEncoding { Raw, Mjls, Jpeg };
+
+/// One RTP payload format.
+struct SVideoFormat {
+    EEncoding encoding = EEncoding::Raw;
+    std::uint8_t payloadType = 0;
+    SPictureSize size;
+};
+
+/// The formats that DESCRIBE lists at a path; none where the camera has no stream.
+[[nodiscard]] std::vector<SVideoFormat> FormatsAt(const SCameraSettings& settings,
+                                                  std::string_view path);
+
+/// The format that SETUP of a path, without its query, chooses.
+[[nodiscard]] std::optional<SVideoFormat> FormatToSetUp(const SCameraSettings& settings,
+                                                        std::string_view path);
+
+/// The description of such a list of formats.
+[[nodiscard]] std::string DescribeFormats(const SCameraSettings& settings,
+                                          const std::vector<SVideoFormat>& formats);
+
+}  // namespace korusim

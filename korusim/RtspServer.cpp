@@ -1,0 +1,262 @@
+#include "RtspServer.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <system_error>
+
+namespace korusim {
+namespace {
+
+constexpr std::string_view serverName = "korusim/0.1";
+constexpr std::string_view publicMethods = "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN";
+constexpr std::string_view timeoutParameter = ";timeout=60";
+constexpr std::string_view descriptionType = "application/sdp";
+
+struct SReason {
+    int status;
+    std::string_view text;
+};
+constexpr std::array<SReason, 11> reasons{{{200, "OK"},
+                                           {400, "Bad Request"},
+                                           {404, "Not Found"},
+                                           {406, "Not Acceptable"},
+                                           {453, "Not Enough Bandwidth"},
+                                           {454, "Session Not Found"},
+                                           {455, "Method Not Valid in This State"},
+                                           {461, "Unsupported Transport"},
+                                           {500, "Internal Server Error"},
+                                           {501, "Not Implemented"},
+                                           {505, "RTSP Version Not Supported"}}};
+
+std::string_view ReasonOf(int status) {
+    const auto found = std::ranges::find(reasons, status, &SReason::status);
+    return found != reasons.end() ? found->text : std::string_view("Unknown");
+}
+
+/// The path of an RTSP URL with its query; none when it isn't such a URL. A URL that ends at the
+/// port has the path "/".
+std::optional<std::string_view> PathOf(std::string_view url) {
+    constexpr std::string_view scheme = "rtsp://";
+    if (!SameWord(url.substr(0, scheme.size()), scheme)) return std::nullopt;
+    url.remove_prefix(scheme.size());
+    const std::size_t slash = url.find('/');
+    if (slash == 0) return std::nullopt;
+    if (slash == std::string_view::npos) return std::string_view("/");
+    return url.substr(slash);
+}
+
+std::string_view WithoutQuery(std::string_view path) { return path.substr(0, path.find('?')); }
+
+std::optional<std::uint16_t> ParsePort(std::string_view text) {
+    std::uint16_t port = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, port);
+    if (error != std::errc() || end != last || port == 0) return std::nullopt;
+    return port;
+}
+
+/// "a-b", or "a", which means a and the one above it.
+std::optional<SServerPorts> ParsePortPair(std::string_view text) {
+    const std::size_t hyphen = text.find('-');
+    const auto first = ParsePort(text.substr(0, hyphen));
+    if (!first) return std::nullopt;
+    if (hyphen != std::string_view::npos) {
+        const auto second = ParsePort(text.substr(hyphen + 1));
+        return second ? std::optional(SServerPorts{*first, *second}) : std::nullopt;
+    }
+    if (*first == 65535) return std::nullopt;
+    return SServerPorts{*first, static_cast<std::uint16_t>(*first + 1)};
+}
+
+/// Cuts a text at a separator and hands over each piece, trimmed.
+template <class Visitor>
+void ForEachPiece(std::string_view text, char separator, Visitor visit) {
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        visit(Trim(text.substr(0, end)));
+        if (end == std::string_view::npos) return;
+        text.remove_prefix(end + 1);
+    }
+}
+
+/// The client's ports of one offer of a Transport header; none unless it is unicast over UDP.
+std::optional<SServerPorts> PortsOfOffer(std::string_view offer) {
+    constexpr std::string_view portKey = "client_port=";
+    std::optional<SServerPorts> ports;
+    bool first = true;
+    bool udp = false;
+    bool unicast = false;
+    ForEachPiece(offer, ';', [&](std::string_view piece) {
+        if (first) udp = SameWord(piece, "RTP/AVP") || SameWord(piece, "RTP/AVP/UDP");
+        first = false;
+        if (SameWord(piece, "unicast")) unicast = true;
+        if (piece.starts_with(portKey)) ports = ParsePortPair(piece.substr(portKey.size()));
+    });
+    return udp && unicast ? ports : std::nullopt;
+}
+
+/// The ports of the first offer that will do.
+std::optional<SServerPorts> ClientPorts(std::string_view transport) {
+    std::optional<SServerPorts> chosen;
+    ForEachPiece(transport, ',', [&](std::string_view offer) {
+        if (!chosen) chosen = PortsOfOffer(offer);
+    });
+    return chosen;
+}
+
+std::string PortPairText(SServerPorts ports) {
+    return std::to_string(ports.rtp) + "-" + std::to_string(ports.rtcp);
+}
+
+/// PLAY and its like name the stream as a whole, which for "/mjpg/stream=0" is "/mjpg".
+std::string_view ControlPathOf(std::string_view setupPath) {
+    const std::size_t stream = setupPath.find("/stream=");
+    return setupPath.substr(0, stream);
+}
+
+}  // namespace
+
+CRtspServer::CRtspServer(const SCameraSettings& settings, SServerPorts ports)
+    : camera(settings), serverPorts(ports), random(settings.seed) {}
+
+SRtspAnswer CRtspServer::Answer(ConnectionId connection, const SRtspRequest& request) {
+    return Format(Dispatch(connection, request), request);
+}
+
+SRtspAnswer CRtspServer::Refuse(const SRtspRequest& request) const {
+    return Format(SReply{400, {}, {}}, request);
+}
+
+void CRtspServer::ConnectionClosed(ConnectionId connection) {
+    if (current && current->connection == connection) current.reset();
+}
+
+CRtspServer::SReply CRtspServer::Dispatch(ConnectionId connection, const SRtspRequest& request) {
+    if (request.version != "RTSP/1.0") return {505, {}, {}};
+    if (request.Find("CSeq") == nullptr) return {400, {}, {}};
+    if (request.method == "OPTIONS") return {200, {{"Public", std::string(publicMethods)}}, {}};
+    const auto path = PathOf(request.url);
+    if (!path) return {400, {}, {}};
+    if (request.method == "DESCRIBE") return Describe(request, *path);
+    if (request.method == "SETUP") return Setup(connection, request, *path);
+
+    using Operation = SReply (CRtspServer::*)();
+    Operation operation = nullptr;
+    if (request.method == "PLAY") operation = &CRtspServer::Play;
+    if (request.method == "PAUSE") operation = &CRtspServer::Pause;
+    if (request.method == "TEARDOWN") operation = &CRtspServer::Teardown;
+    if (operation == nullptr) return {501, {{"Public", std::string(publicMethods)}}, {}};
+    const int status = CheckSession(connection, request, *path);
+    return status == 200 ? (this->*operation)() : SReply{status, {}, {}};
+}
+
+CRtspServer::SReply CRtspServer::Describe(const SRtspRequest& request,
+                                          std::string_view path) const {
+    const std::string* const accept = request.Find("Accept");
+    if (accept != nullptr && accept->find(descriptionType) == std::string::npos &&
+        accept->find("*/*") == std::string::npos) {
+        return {406, {}, {}};
+    }
+    const auto formats = FormatsAt(camera, path);
+    if (formats.empty()) return {404, {}, {}};
+    return {200,
+            {{"Content-Base", request.url}, {"Content-Type", std::string(descriptionType)}},
+            DescribeFormats(camera, formats)};
+}
+
+CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspRequest& request,
+                                       std::string_view path) {
+    if (current && current->connection == connection) return WrongState();
+    const auto format = FormatToSetUp(camera, WithoutQuery(path));
+    if (!format) return {404, {}, {}};
+    if (format->encoding != EEncoding::Raw) return {501, {}, {}};
+    const std::string* const transport = request.Find("Transport");
+    if (transport == nullptr) return {400, {}, {}};
+    const auto clientPorts = ClientPorts(*transport);
+    if (!clientPorts) return {461, {}, {}};
+    if (current) return {453, {}, {}};
+
+    current = SRtspSession{++sessionsMade,
+                           NewSessionId(),
+                           connection,
+                           *format,
+                           std::string(ControlPathOf(WithoutQuery(path))),
+                           clientPorts->rtp,
+                           clientPorts->rtcp,
+                           false};
+    std::string chosen = "RTP/AVP;unicast;client_port=" + PortPairText(*clientPorts);
+    if (!camera.Has(EQuirk::NoServerPort)) chosen += ";server_port=" + PortPairText(serverPorts);
+    return {
+        200, {{"Session", current->id + std::string(timeoutParameter)}, {"Transport", chosen}}, {}};
+}
+
+CRtspServer::SReply CRtspServer::Play() {
+    if (current->playing) return WrongState();
+    if (camera.Has(EQuirk::RefusePlay)) return {500, {}, {}};
+    current->playing = true;
+    std::string id = current->id;
+    if (camera.Has(EQuirk::SessionTimeoutInPlay)) id += timeoutParameter;
+    return {200, {{"Session", id}}, {}};
+}
+
+CRtspServer::SReply CRtspServer::Pause() {
+    if (!current->playing || camera.Has(EQuirk::RefusePause)) return WrongState();
+    current->playing = false;
+    return {200, {{"Session", current->id}}, {}};
+}
+
+CRtspServer::SReply CRtspServer::Teardown() {
+    if (camera.Has(EQuirk::RefuseTeardown)) return {500, {}, {}};
+    current.reset();
+    return {200, {}, {}};
+}
+
+int CRtspServer::CheckSession(ConnectionId connection, const SRtspRequest& request,
+                              std::string_view path) const {
+    const std::string* const id = request.Find("Session");
+    if (id == nullptr || !current || current->connection != connection) return 454;
+    if (Trim(std::string_view(*id).substr(0, id->find(';'))) != current->id) return 454;
+    return WithoutQuery(path) == current->controlPath ? 200 : 404;
+}
+
+CRtspServer::SReply CRtspServer::WrongState() const {
+    const std::string_view allowed = current->playing ? "OPTIONS, DESCRIBE, PAUSE, TEARDOWN"
+                                                      : "OPTIONS, DESCRIBE, PLAY, TEARDOWN";
+    return {455, {{"Allow", std::string(allowed)}}, {}};
+}
+
+std::string CRtspServer::NewSessionId() {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string id;
+    for (std::uint64_t bits = random(); id.size() < 16; bits >>= 4) id += digits[bits & 15];
+    return id;
+}
+
+std::string CRtspServer::HeaderLine(std::string_view name, std::string_view value) const {
+    std::string line(name);
+    if (camera.Has(EQuirk::LowerCaseHeaders)) {
+        std::ranges::transform(line, line.begin(), [](char c) {
+            return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+        });
+    }
+    return line + ": " + std::string(value) + "\r\n";
+}
+
+SRtspAnswer CRtspServer::Format(const SReply& reply, const SRtspRequest& request) const {
+    SRtspAnswer answer;
+    answer.head = "RTSP/1.0 " + std::to_string(reply.status) + " " +
+                  std::string(ReasonOf(reply.status)) + "\r\n";
+    const std::string* const sequence = request.Find("CSeq");
+    if (sequence != nullptr) answer.head += HeaderLine("CSeq", *sequence);
+    answer.head += HeaderLine("Server", serverName);
+    for (const auto& [name, value] : reply.headers) answer.head += HeaderLine(name, value);
+    if (!reply.body.empty()) {
+        answer.head += HeaderLine("Content-Length", std::to_string(reply.body.size()));
+    }
+    answer.head += "\r\n";
+    answer.body = reply.body;
+    return answer;
+}
+
+}  // namespace korusim

@@ -1,0 +1,95 @@
+/// The RTSP server of one camera (RFC 2326), without its connections: requests in, answers out.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "CameraSettings.h"
+#include "Description.h"
+#include "RtspRequest.h"
+
+namespace korusim {
+
+/// The camera's UDP ports.
+struct SServerPorts {
+    std::uint16_t rtp = 0;
+    std::uint16_t rtcp = 0;
+};
+
+/// Tells the connections of one camera apart; never used again.
+using ConnectionId = std::uint64_t;
+
+/// The one session that a camera can have.
+struct SRtspSession {
+    std::uint64_t serial = 0;  ///< tells this session from earlier ones
+    std::string id;
+    ConnectionId connection = 0;
+    SVideoFormat format;
+    std::string controlPath;
+    std::uint16_t clientRtpPort = 0;
+    std::uint16_t clientRtcpPort = 0;
+    bool playing = false;
+};
+
+/// An answer in the two pieces that one quirk sends apart.
+struct SRtspAnswer {
+    std::string head;
+    std::string body;
+};
+
+/// Session states, of which a camera has one at a time:
+///
+///     | state   | DESCRIBE, OPTIONS | SETUP   | PLAY    | PAUSE | TEARDOWN |
+///     |---------|-------------------|---------|---------|-------|----------|
+///     | none    | 200               | ready   | 454     | 454   | 454      |
+///     | ready   | 200               | 455/453 | playing | 455   | none     |
+///     | playing | 200               | 455/453 | 455     | ready | none     |
+///
+/// 453 is for another connection than the session's, which for all other requests is as good as
+/// none. A session also ends with the connection that made it; there is no time-out.
+class CRtspServer {
+   public:
+    CRtspServer(const SCameraSettings& settings, SServerPorts ports);
+
+    /// The answer to a request; `session` tells what it has changed.
+    [[nodiscard]] SRtspAnswer Answer(ConnectionId connection, const SRtspRequest& request);
+    /// The answer to what isn't a request.
+    [[nodiscard]] SRtspAnswer Refuse(const SRtspRequest& request) const;
+    void ConnectionClosed(ConnectionId connection);
+
+    [[nodiscard]] const std::optional<SRtspSession>& session() const noexcept { return current; }
+
+   private:
+    struct SReply {
+        int status = 200;
+        std::vector<std::pair<std::string_view, std::string>> headers;
+        std::string body;
+    };
+
+    [[nodiscard]] SReply Dispatch(ConnectionId connection, const SRtspRequest& request);
+    [[nodiscard]] SReply Describe(const SRtspRequest& request, std::string_view path) const;
+    [[nodiscard]] SReply Setup(ConnectionId connection, const SRtspRequest& request,
+                               std::string_view path);
+    [[nodiscard]] SReply Play();
+    [[nodiscard]] SReply Pause();
+    [[nodiscard]] SReply Teardown();
+    [[nodiscard]] int CheckSession(ConnectionId connection, const SRtspRequest& request,
+                                   std::string_view path) const;
+    [[nodiscard]] SReply WrongState() const;
+    [[nodiscard]] std::string NewSessionId();
+    [[nodiscard]] std::string HeaderLine(std::string_view name, std::string_view value) const;
+    [[nodiscard]] SRtspAnswer Format(const SReply& reply, const SRtspRequest& request) const;
+
+    SCameraSettings camera;
+    SServerPorts serverPorts;
+    std::mt19937_64 random;
+    std::uint64_t sessionsMade = 0;
+    std::optional<SRtspSession> current;
+};
+
+}  // namespace korusim

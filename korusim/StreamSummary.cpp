@@ -1,0 +1,55 @@
+#include "StreamSummary.h"
+
+namespace korusim {
+namespace {
+
+std::string Number(std::uint64_t number, std::string_view what) {
+    return std::to_string(number) + " " + std::string(what);
+}
+
+std::string LastBlockLine(const SReportBlock& block) {
+    return "  receiver's last report: fraction lost " + std::to_string(block.fractionLost) +
+           "/256, " + std::to_string(block.cumulativeLost) +
+           " lost in all, highest sequence number " + std::to_string(block.highestSequence) +
+           ", jitter " + std::to_string(block.jitter) + ", delay since last SR " +
+           Number(std::uint64_t{block.delay} * 1000 / 65536, "ms\n");
+}
+
+std::string FaultLines(const SRtcpTally& rtcp) {
+    std::string text;
+    for (std::size_t i = 0; i < rtcp.faults.size(); ++i) {
+        if (rtcp.faults[i] == 0) continue;
+        text += "  bad RTCP: " + std::string(TextOf(static_cast<ERtcpFault>(i))) + " (" +
+                std::to_string(rtcp.faults[i]) + ")\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string FormatSummary(const SStreamSummary& summary) {
+    const SRtcpTally& rtcp = summary.rtcp;
+    std::string text = "korusim: " + summary.camera + ", stream " + std::to_string(summary.number) +
+                       ": " + Number(summary.video.frames, "frames, ") +
+                       Number(summary.video.packets, "packets, ") +
+                       Number(summary.video.octets, "payload bytes\n");
+    text += "  network: " + Number(summary.impairments.dropped, "lost, ") +
+            Number(summary.impairments.duplicated, "doubled, ") +
+            Number(summary.impairments.reordered, "delayed; ") +
+            Number(summary.skippedFrames, "frames skipped, ") +
+            Number(summary.refusedDatagrams, "datagrams refused by the system\n");
+    text += "  RTCP: " + Number(summary.senderReports, "sender reports out; in: ") +
+            Number(rtcp.datagrams, "datagrams, ") + Number(rtcp.reports, "reports, ") +
+            Number(rtcp.blocks, "blocks on this stream, ") +
+            Number(rtcp.otherBlocks, "on others, ") + Number(rtcp.byes, "goodbyes");
+    if (!rtcp.name.empty()) text += ", from \"" + rtcp.name + "\"";
+    text += "\n";
+    if (rtcp.last) text += LastBlockLine(*rtcp.last);
+    text += FaultLines(rtcp);
+    if (summary.strangers != 0) {
+        text += "  " + Number(summary.strangers, "RTCP datagrams from elsewhere than its client\n");
+    }
+    return text;
+}
+
+}  // namespace korusim

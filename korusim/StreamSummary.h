@@ -1,0 +1,28 @@
+/// What is told about a stream when the simulator ends.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Impairments.h"
+#include "Rtcp.h"
+#include "VideoStream.h"
+
+namespace korusim {
+
+struct SStreamSummary {
+    std::string camera;
+    std::uint64_t number = 0;  ///< of the stream at its camera, from 1
+    SStreamTally video;
+    std::uint64_t skippedFrames = 0;
+    SImpairmentTally impairments;
+    std::uint64_t refusedDatagrams = 0;  ///< by the system
+    std::uint64_t senderReports = 0;
+    SRtcpTally rtcp;
+    std::uint64_t strangers = 0;
+};
+
+/// Some lines of text, each ended.
+[[nodiscard]] std::string FormatSummary(const SStreamSummary& summary);
+
+}  // namespace korusim

@@ -1,0 +1,69 @@
+/// One stream from SETUP to its end: pictures, packets, their time and their numbers. Knows no
+/// socket and no clock.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "CameraSettings.h"
+#include "Description.h"
+#include "FramePacer.h"
+#include "Impairments.h"
+#include "RawPacketizer.h"
+#include "Rtcp.h"
+#include "Scene.h"
+
+namespace korusim {
+
+struct SStreamTally {
+    std::uint64_t frames = 0;   ///< sent to their last packet
+    std::uint64_t packets = 0;  ///< before the network impaired them
+    std::uint64_t octets = 0;   ///< of payload
+};
+
+class CVideoStream {
+   public:
+    /// `scene` must have the format's size.
+    CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
+                 std::shared_ptr<const CScene> scene, std::uint64_t seed, TimePoint now);
+
+    /// Starts or goes on with a new frame, under the next sequence number.
+    void Play(TimePoint now);
+    /// The frame in transit is given up.
+    void Pause(const PacketSink& sink);
+    void SetRate(double framesPerSecond, TimePoint now);
+
+    /// Hands what is due to the sink.
+    void Advance(TimePoint now, const PacketSink& sink);
+    /// When to call `Advance` again while playing.
+    [[nodiscard]] TimePoint nextDue() const { return pacer.nextDue(); }
+
+    [[nodiscard]] std::size_t maxDatagramBytes() const { return packetizer.maxPacketBytes(); }
+    [[nodiscard]] std::uint32_t ssrc() const noexcept { return fields.ssrc; }
+    [[nodiscard]] SSenderReport Report(TimePoint now, std::uint64_t ntpNow) const;
+    /// Extended sequence number of the last packet sent.
+    [[nodiscard]] std::uint32_t highestSequence() const noexcept { return fields.sequence - 1; }
+    [[nodiscard]] const SStreamTally& tally() const noexcept { return counts; }
+    [[nodiscard]] const SImpairmentTally& impairmentTally() const { return impairments.tally(); }
+    [[nodiscard]] std::uint64_t skippedFrames() const noexcept { return pacer.skippedSlots(); }
+
+   private:
+    void BeginFrame(TimePoint scheduled);
+    [[nodiscard]] std::uint32_t TimestampAt(TimePoint when) const;
+
+    std::shared_ptr<const CScene> scene;
+    CRawPacketizer packetizer;
+    CFramePacer pacer;
+    CImpairments impairments;
+    TimePoint epoch;  // RTP time began here
+    std::uint32_t firstTimestamp;
+    SPacketFields fields;                // of the next packet
+    std::size_t nextPacket = 0;          // of the frame in transit
+    std::vector<std::uint16_t> picture;  // as on the wire: little-endian
+    std::vector<std::uint8_t> datagram;
+    SStreamTally counts;
+};
+
+}  // namespace korusim

@@ -1,0 +1,325 @@
+#include "VirtualCamera.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "StreamSummary.h"
+
+namespace korusim {
+namespace {
+
+constexpr std::uint16_t rtspPort = 554;
+constexpr std::uint16_t treePort = 4554;
+/// Connections of one kind at a time; a real camera serves fewer.
+constexpr std::size_t maxPeers = 32;
+/// How late a late answer is: later than any client's patience, which is 5 s.
+constexpr std::chrono::seconds lateBy{6};
+/// Time between the halves of a body that travels in two pieces: enough for a client to have read
+/// the first.
+constexpr std::chrono::milliseconds splitBy{100};
+/// Summaries kept per camera; a test may set up thousands of streams.
+constexpr std::size_t maxSummaries = 100;
+/// A receiver's RTCP datagram is far smaller.
+constexpr std::size_t maxRtcpBytes = 2048;
+
+/// Time of day as NTP has it: seconds since 1900 and a 32-bit fraction.
+std::uint64_t NtpNow() {
+    using namespace std::chrono;
+    constexpr std::uint64_t secondsFrom1900To1970 = 2'208'988'800;
+    const auto sinceEpoch = system_clock::now().time_since_epoch();
+    const auto whole = duration_cast<seconds>(sinceEpoch);
+    const auto rest =
+        static_cast<std::uint64_t>(duration_cast<nanoseconds>(sinceEpoch - whole).count());
+    const auto fraction = (rest << 32) / 1'000'000'000U;
+    return (static_cast<std::uint64_t>(whole.count()) + secondsFrom1900To1970) << 32 | fraction;
+}
+
+sockaddr_in WithPort(sockaddr_in address, std::uint16_t port) {
+    address.sin_port = htons(port);
+    return address;
+}
+
+bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
+    return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
+}
+
+/// Cameras with the same seed still differ.
+std::uint64_t SeedFor(const SCameraSettings& camera) {
+    std::uint64_t seed = camera.seed;
+    for (const char c : camera.address) seed = seed * 31 + static_cast<unsigned char>(c);
+    return seed;
+}
+
+}  // namespace
+
+CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings)
+    : camera(std::move(cameraSettings)),
+      tree(camera),
+      toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {}
+
+std::string CVirtualCamera::Open() {
+    wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    std::array<SSocketResult, 4> sockets;
+    sockets[0] = ListenTcp(camera.address, rtspPort);
+    if (camera.tree != ETree::Off) sockets[1] = ListenTcp(camera.address, treePort);
+    sockets[2] = OpenUdp(camera.address);
+    sockets[3] = OpenUdp(camera.address);
+    for (const SSocketResult& result : sockets) {
+        if (!result.error.empty()) return "camera \"" + camera.name + "\": " + result.error;
+    }
+    if (!wake.valid()) return "camera \"" + camera.name + "\": no file descriptors left";
+    rtspListener = std::move(sockets[0].socket);
+    treeListener = std::move(sockets[1].socket);
+    rtpSocket = std::move(sockets[2].socket);
+    rtcpSocket = std::move(sockets[3].socket);
+    SCameraSettings seeded = camera;
+    seeded.seed = SeedFor(camera);
+    server.emplace(seeded, SServerPorts{LocalPort(rtpSocket), LocalPort(rtcpSocket)});
+    return {};
+}
+
+void CVirtualCamera::Start() {
+    thread = std::thread([this] { Run(); });
+}
+
+void CVirtualCamera::Stop() {
+    if (!thread.joinable()) return;
+    stopping = true;
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(wake.get(), &one, sizeof(one));
+    thread.join();
+}
+
+void CVirtualCamera::Run() {
+    while (!stopping) {
+        Wait();
+        const TimePoint now = Clock::now();
+        if (waiting[3].revents != 0) ServeRtcp();
+        ServeRtsp(now);
+        ServeTree(now);
+        AcceptPeers();
+        AdvanceStream(Clock::now());
+    }
+    EndStream();
+    rtspPeers.clear();
+    treePeers.clear();
+}
+
+TimePoint CVirtualCamera::NextDue() const {
+    TimePoint due = TimePoint::max();
+    const auto consider = [&due](std::optional<TimePoint> other) {
+        if (other) due = std::min(due, *other);
+    };
+    for (const SRtspPeer& peer : rtspPeers) consider(peer.link.nextDue());
+    for (const STreePeer& peer : treePeers) consider(peer.link.nextDue());
+    if (stream && stream->playing) {
+        consider(stream->video.nextDue());
+        if (camera.senderReportSeconds > 0) consider(stream->nextReport);
+    }
+    return due;
+}
+
+void CVirtualCamera::Wait() {
+    waiting.clear();
+    // A negative descriptor, such as that of a tree that is off, is passed over.
+    for (const CDescriptor* each : {&wake, &rtspListener, &treeListener, &rtcpSocket}) {
+        waiting.push_back({each->get(), POLLIN, 0});
+    }
+    const auto watch = [this](const CPeer& peer) {
+        const int events = (peer.closeRequested() ? 0 : POLLIN) | (peer.stuck() ? POLLOUT : 0);
+        waiting.push_back({peer.descriptor(), static_cast<short>(events), 0});
+    };
+    for (const SRtspPeer& peer : rtspPeers) watch(peer.link);
+    for (const STreePeer& peer : treePeers) watch(peer.link);
+
+    const TimePoint due = NextDue();
+    timespec limit{};
+    if (due != TimePoint::max()) {
+        constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+        const auto left = std::max<std::int64_t>(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(due - Clock::now()).count(), 0);
+        limit.tv_sec = left / nanosecondsPerSecond;
+        limit.tv_nsec = left % nanosecondsPerSecond;
+    }
+    ::ppoll(waiting.data(), waiting.size(), due != TimePoint::max() ? &limit : nullptr, nullptr);
+}
+
+void CVirtualCamera::AcceptPeers() {
+    // A connection too many is accepted and closed, so that it doesn't wait for ever.
+    while (waiting[1].revents != 0) {
+        auto peer = Accept(rtspListener);
+        if (!peer) break;
+        if (rtspPeers.size() < maxPeers)
+            rtspPeers.push_back({++lastConnection, std::move(*peer), {}});
+    }
+    while (waiting[2].revents != 0) {
+        auto peer = Accept(treeListener);
+        if (!peer) break;
+        if (treePeers.size() < maxPeers) treePeers.push_back({std::move(*peer), {}});
+    }
+}
+
+void CVirtualCamera::ServeRtsp(TimePoint now) {
+    for (auto peer = rtspPeers.begin(); peer != rtspPeers.end();) {
+        if (ServeRtspPeer(*peer, now) && peer->link.Flush(now) && !peer->link.done()) {
+            ++peer;
+            continue;
+        }
+        server->ConnectionClosed(peer->id);
+        FollowSession(now, peer->link.remote());
+        peer = rtspPeers.erase(peer);
+    }
+}
+
+bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
+    if (peer.link.closeRequested()) return true;
+    const auto bytes = peer.link.Receive();
+    if (!bytes) return false;
+    if (bytes->empty() || camera.Has(EQuirk::Silent)) return true;
+    peer.reader.Feed(*bytes);
+    SRtspRequest request;
+    for (;;) {
+        switch (peer.reader.Next(request)) {
+            case ERtspRead::NeedMore:
+                return true;
+            case ERtspRead::Request:
+                QueueAnswer(peer, server->Answer(peer.id, request), now);
+                FollowSession(now, peer.link.remote());
+                break;
+            case ERtspRead::Malformed:
+                QueueAnswer(peer, server->Refuse(request), now);
+                break;
+            case ERtspRead::Broken:
+                QueueAnswer(peer, server->Refuse(request), now);
+                peer.link.CloseWhenSent();
+                return true;
+        }
+    }
+}
+
+void CVirtualCamera::QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const {
+    const TimePoint due = camera.Has(EQuirk::LateAnswers) ? now + lateBy : now;
+    if (camera.Has(EQuirk::SplitBody)) {
+        const std::size_t half = answer.body.size() / 2;
+        peer.link.Queue(answer.head + answer.body.substr(0, half), due);
+        peer.link.Queue(answer.body.substr(half), due + splitBy);
+        return;
+    }
+    // In one piece, as clients exist that read the body by a single receive.
+    peer.link.Queue(answer.head + answer.body, due);
+}
+
+void CVirtualCamera::ServeTree(TimePoint now) {
+    const double before = tree.frequency();
+    std::erase_if(treePeers, [&](STreePeer& peer) { return !ServeTreePeer(peer, now); });
+    if (tree.frequency() != before && stream) stream->video.SetRate(tree.frequency(), now);
+}
+
+bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
+    const auto bytes = peer.link.Receive();
+    if (!bytes) return false;
+    peer.link.Queue(peer.reader.Feed(*bytes, tree), now);
+    return peer.link.Flush(now) && !peer.reader.broken();
+}
+
+void CVirtualCamera::ServeRtcp() {
+    std::array<std::uint8_t, maxRtcpBytes> datagram;
+    for (;;) {
+        sockaddr_in from{};
+        socklen_t size = sizeof(from);
+        const ssize_t received = ::recvfrom(rtcpSocket.get(), datagram.data(), datagram.size(), 0,
+                                            reinterpret_cast<sockaddr*>(&from), &size);
+        if (received < 0) return;
+        if (!stream) continue;  // a late word about a stream that is over
+        if (!SameAddress(from, stream->clientRtcp)) {
+            ++stream->strangers;
+            continue;
+        }
+        stream->rtcp.Read(std::span(datagram).first(static_cast<std::size_t>(received)), NtpNow(),
+                          stream->video.highestSequence());
+    }
+}
+
+/// Makes the stream what the server's session says; `client` is who has just asked.
+void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
+    const auto& session = server->session();
+    if (stream && (!session || session->serial != stream->sessionSerial)) EndStream();
+    if (!session) return;
+    if (!stream) BeginStream(*session, now, client);
+    if (session->playing == stream->playing) return;
+    stream->playing = session->playing;
+    if (session->playing) {
+        stream->video.Play(now);
+        stream->nextReport = now + std::chrono::duration_cast<Clock::duration>(
+                                       std::chrono::duration<double>(camera.senderReportSeconds));
+    } else {
+        stream->video.Pause(toOutbox);
+        outbox.Flush();
+    }
+}
+
+void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
+                                 const sockaddr_in& client) {
+    const std::uint64_t seed = SeedFor(camera) + session.serial;
+    CVideoStream video(camera, session.format, tree.frequency(), SceneFor(session.format.size),
+                       seed, now);
+    const CRtcpReader rtcp(video.ssrc());
+    const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
+    outbox.Aim(rtpSocket, clientRtp, video.maxDatagramBytes());
+    stream.emplace(SRunningStream{session.serial, std::move(video), rtcp, clientRtp,
+                                  WithPort(client, session.clientRtcpPort)});
+    stream->refusedBefore = outbox.refused();
+}
+
+std::shared_ptr<const CScene> CVirtualCamera::SceneFor(SPictureSize size) {
+    for (const auto& [known, scene] : scenes) {
+        if (known == size) return scene;
+    }
+    return scenes.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(camera))).second;
+}
+
+void CVirtualCamera::EndStream() {
+    if (!stream) return;
+    ServeRtcp();  // the receiver's last words, sent just before it ended the session
+    if (stream->playing) stream->video.Pause(toOutbox);
+    outbox.Flush();
+    SStreamSummary summary;
+    summary.camera = camera.address + " \"" + camera.name + "\"";
+    summary.number = stream->sessionSerial;
+    summary.video = stream->video.tally();
+    summary.skippedFrames = stream->video.skippedFrames();
+    summary.impairments = stream->video.impairmentTally();
+    summary.refusedDatagrams = outbox.refused() - stream->refusedBefore;
+    summary.senderReports = stream->reportsSent;
+    summary.rtcp = stream->rtcp.tally();
+    summary.strangers = stream->strangers;
+    if (endedStreams.size() == maxSummaries) endedStreams.erase(endedStreams.begin());
+    endedStreams.push_back(FormatSummary(summary));
+    stream.reset();
+}
+
+void CVirtualCamera::AdvanceStream(TimePoint now) {
+    if (!stream || !stream->playing) return;
+    stream->video.Advance(now, toOutbox);
+    outbox.Flush();
+    if (camera.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
+}
+
+void CVirtualCamera::SendReport(TimePoint now) {
+    const std::uint64_t ntp = NtpNow();
+    const std::string report =
+        BuildSenderReport(stream->video.Report(now, ntp), "korusim@" + camera.address);
+    ::sendto(rtcpSocket.get(), report.data(), report.size(), MSG_NOSIGNAL,
+             reinterpret_cast<const sockaddr*>(&stream->clientRtcp), sizeof(stream->clientRtcp));
+    stream->rtcp.NoteSenderReport(ntp);
+    ++stream->reportsSent;
+    const auto step = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(camera.senderReportSeconds));
+    stream->nextReport = std::max(stream->nextReport + step, now);
+}
+
+}  // namespace korusim

@@ -1,0 +1,109 @@
+/// One virtual camera: its sockets and the one thread that serves them all. The thread alone
+/// touches the model, so there are no locks.
+#pragma once
+
+#include <poll.h>
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "CameraSettings.h"
+#include "Network.h"
+#include "NodeTree.h"
+#include "Rtcp.h"
+#include "RtspServer.h"
+#include "VideoStream.h"
+
+namespace korusim {
+
+class CVirtualCamera {
+   public:
+    explicit CVirtualCamera(SCameraSettings cameraSettings);
+    ~CVirtualCamera() { Stop(); }
+    CVirtualCamera(const CVirtualCamera&) = delete;
+    CVirtualCamera& operator=(const CVirtualCamera&) = delete;
+
+    /// Makes the camera reachable; gives a sentence that says why it can't be, or nothing.
+    [[nodiscard]] std::string Open();
+    /// Starts the thread. Once, after `Open`.
+    void Start();
+    /// Ends stream, connections and thread. May be repeated.
+    void Stop();
+    /// What happened on each stream, one paragraph each. After `Stop` only.
+    [[nodiscard]] const std::vector<std::string>& summaries() const noexcept {
+        return endedStreams;
+    }
+    [[nodiscard]] const SCameraSettings& settings() const noexcept { return camera; }
+
+   private:
+    struct SRtspPeer {
+        ConnectionId id;
+        CPeer link;
+        CRtspRequestReader reader;
+    };
+    struct STreePeer {
+        CPeer link;
+        CNodeTreeReader reader;
+    };
+    /// The stream that belongs to the RTSP server's session.
+    struct SRunningStream {
+        std::uint64_t sessionSerial;
+        CVideoStream video;
+        CRtcpReader rtcp;
+        sockaddr_in clientRtp;
+        sockaddr_in clientRtcp;
+        bool playing = false;
+        TimePoint nextReport{};
+        std::uint64_t reportsSent = 0;
+        std::uint64_t strangers = 0;  // RTCP datagrams from elsewhere than the client's port
+        std::uint64_t refusedBefore = 0;
+    };
+
+    void Run();
+    void Wait();
+    [[nodiscard]] TimePoint NextDue() const;
+    void AcceptPeers();
+    void ServeRtsp(TimePoint now);
+    [[nodiscard]] bool ServeRtspPeer(SRtspPeer& peer, TimePoint now);
+    void QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const;
+    void ServeTree(TimePoint now);
+    [[nodiscard]] bool ServeTreePeer(STreePeer& peer, TimePoint now);
+    void ServeRtcp();
+    void FollowSession(TimePoint now, const sockaddr_in& client);
+    void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
+    void EndStream();
+    void AdvanceStream(TimePoint now);
+    void SendReport(TimePoint now);
+    [[nodiscard]] std::shared_ptr<const CScene> SceneFor(SPictureSize size);
+
+    SCameraSettings camera;
+    CDescriptor wake;  // readable when the thread is to end
+    CDescriptor rtspListener;
+    CDescriptor treeListener;  // none with the tree off
+    CDescriptor rtpSocket;
+    CDescriptor rtcpSocket;
+
+    CNodeTree tree;
+    std::optional<CRtspServer> server;
+    std::list<SRtspPeer> rtspPeers;
+    std::list<STreePeer> treePeers;
+    ConnectionId lastConnection = 0;
+    std::optional<SRunningStream> stream;
+    std::vector<std::pair<SPictureSize, std::shared_ptr<const CScene>>> scenes;
+    COutbox outbox;
+    PacketSink toOutbox;
+    std::vector<pollfd> waiting;
+
+    std::atomic<bool> stopping{false};
+    std::thread thread;
+    std::vector<std::string> endedStreams;
+};
+
+}  // namespace korusim
