@@ -30,6 +30,10 @@ std::set<std::string> Lines(const std::string& text) {
 class CShell : public CProgram {
    public:
     CShell() : CProgram({"qmxhost", "--verbose", "shell"}) {}
+    ~CShell() {
+        if (!running()) return;
+        EXPECT_EQ(Wait(), 0) << Errors();
+    }
     json operator()(const std::string& command) {
         Write(command + "\n");
         const std::string line = ReadLine();

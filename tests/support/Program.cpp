@@ -1,6 +1,7 @@
 #include "Program.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -50,7 +51,7 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
 }
 
 CProgram::~CProgram() {
-    if (process > 0) {
+    if (running()) {
         Signal(SIGKILL);
         Wait();
     }
@@ -124,6 +125,12 @@ CSimulator::CSimulator(std::vector<std::string> cameras)
           return cameras;
       }()) {
     Check(ReadLine() == "ready", "korusim isn't ready");
+}
+
+CSimulator::~CSimulator() {
+    if (!running()) return;
+    Signal(SIGTERM);
+    EXPECT_EQ(Wait(), 0) << Errors();
 }
 
 }  // namespace test

@@ -17,7 +17,7 @@ class CProgram {
     CProgram& operator=(const CProgram&) = delete;
     ~CProgram();
 
-    pid_t id() const { return process; }
+    bool running() const { return process > 0; }
     void Write(const std::string& text) const;
     /// The next line of standard output without its end; empty at the end of output and when none
     /// comes within 60 s.
@@ -52,10 +52,12 @@ struct SOutcome {
 };
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
 
-/// A simulator that is ready; ends with the scope.
+/// A simulator that is ready. Ends in order with the scope; a sanitizer's complaint, or any other
+/// bad end, fails the test.
 class CSimulator : public CProgram {
    public:
     explicit CSimulator(std::vector<std::string> cameras);
+    ~CSimulator();
 };
 
 }  // namespace test
