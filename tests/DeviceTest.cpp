@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "FormatSearch.h"
-#include "KORURTSPInterface.h"
 #include "PixelTypes.h"
 #include "qmxcam.h"
+#include "support/Devices.h"
 #include "support/Resources.h"
 #include "support/ScriptedPeer.h"
 
@@ -14,33 +14,14 @@ namespace {
 
 using namespace qmx;
 using namespace qmx::cam;
-using test::CScriptedPeer;
-using test::Description;
-using test::Ok;
+using namespace test;
 
-constexpr std::uint32_t streamsOnly = 2;
-constexpr std::uint16_t rtspPort = 554;
-
-const std::string session = "Session: s\r\nTransport: server_port=7000-7001\r\n";
-const std::string rawBody =
-    "v=0\nm=video 0 RTP/AVP 96 97\na=rtpmap:96 ZRAW/90000\na=framesize:96 640-480\n"
-    "a=rtpmap:97 ZRAW/90000\na=framesize:97 320-240\n";
-const std::string mjlsBody = "v=0\nm=video 0 RTP/AVP 96\na=rtpmap:96 MJLS/9\na=framesize:96 8-6\n";
+const std::string session = setUp;
 const std::string jpegBody = "v=0\nm=video 0 RTP/AVP 26\na=rtpmap:26 JPEG/9\na=framesize:26 8-6\n";
 
 std::string NotFound(unsigned cseq) {
     return "RTSP/1.0 404 Not Found\r\nCSeq: " + std::to_string(cseq) + "\r\n\r\n";
 }
-
-TSharedPtr<IDevice> MakeDevice() { return CKORURTSPInterface().CreateDevice(); }
-
-SDeviceInfo Camera(const char* address = "127.0.0.1") {
-    SDeviceInfo info = CKORURTSPInterface().defaultDevice;
-    info.parameters["IP"].setValue(address);
-    return info;
-}
-
-void Ignore(void*, const std::uint8_t*, std::uint32_t) {}
 
 std::string Catalogue(IDevice& device) {
     TArray<IDevice::SFormat> formats;
@@ -198,7 +179,7 @@ struct SStartCase {
 };
 
 TEST(Device, TellsWhichStepOfAStartFailed) {
-    const std::string setUp = Ok(2, session);
+    const std::string made = Ok(2, session);
     const char* const setupFailed =
         "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n";
     const char* const playFailed =
@@ -215,13 +196,13 @@ TEST(Device, TellsWhichStepOfAStartFailed) {
          640,
          setupFailed,
          " SETUP"},
-        {"PLAY refused", {setUp, NotFound(3)}, 640, playFailed, " SETUP PLAY"},
+        {"PLAY refused", {made, NotFound(3)}, 640, playFailed, " SETUP PLAY"},
         {"PLAY with a parameter behind the id",
-         {setUp, Ok(3, "Session: s;timeout=9\r\n")},
+         {made, Ok(3, "Session: s;timeout=9\r\n")},
          640,
          playFailed,
          " SETUP PLAY"},
-        {"the camera goes", {setUp, test::closeConnection}, 640, playFailed, " SETUP PLAY"},
+        {"the camera goes", {made, test::closeConnection}, 640, playFailed, " SETUP PLAY"},
     };
     for (const SStartCase& row : cases) {
         SCOPED_TRACE(row.name);

@@ -23,9 +23,21 @@ std::string Description(unsigned cseq, const std::string& body) {
     return Ok(cseq, "Content-Type: application/sdp\r\n", body);
 }
 
+void CJournal::Add(const std::string& request) {
+    const std::lock_guard<std::mutex> guard(lock);
+    requests.push_back(request);
+}
+
+std::vector<std::string> CJournal::Requests() const {
+    const std::lock_guard<std::mutex> guard(lock);
+    return requests;
+}
+
 CScriptedPeer::CScriptedPeer(std::vector<std::string> answers, const char* address,
-                             std::uint16_t port)
-    : script(std::move(answers)), listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+                             std::uint16_t port, std::string requestEnd)
+    : script(std::move(answers)),
+      end(std::move(requestEnd)),
+      listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(port);
@@ -46,11 +58,6 @@ CScriptedPeer::~CScriptedPeer() {
     ending = true;
     thread.join();
     ::close(listener);
-}
-
-std::vector<std::string> CScriptedPeer::Requests() const {
-    const std::lock_guard<std::mutex> guard(lock);
-    return requests;
 }
 
 std::string CScriptedPeer::Methods() const {
@@ -88,11 +95,10 @@ void CScriptedPeer::ServeConnection(int connection) {
     char byte = 0;
     while (WaitReadable(connection, ending) && ::recv(connection, &byte, 1, 0) == 1) {
         request += byte;
-        if (!request.ends_with("\r\n\r\n")) continue;
-        {
-            const std::lock_guard<std::mutex> guard(lock);
-            requests.push_back(std::exchange(request, {}));
-        }
+        if (!request.ends_with(end)) continue;
+        own.Add(request);
+        if (CJournal* const shared = journal) shared->Add(request);
+        request.clear();
         const std::string answer = next < script.size() ? script[next++] : closeConnection;
         if (answer == closeConnection) return;
         if (answer != staySilent) ::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL);
