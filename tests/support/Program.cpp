@@ -31,7 +31,7 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
     int fromProgram[2];
     Check(::pipe2(toProgram, O_CLOEXEC) == 0 && ::pipe2(fromProgram, O_CLOEXEC) == 0, "pipe");
     std::vector<std::string> words = nameAndArguments;
-    words[0] = KORU_BIN_DIR "/" + words[0];
+    if (words[0].front() != '/') words[0] = KORU_BIN_DIR "/" + words[0];
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -8,8 +8,8 @@
 
 namespace test {
 
-/// Runs a program from the build's bin folder, with pipes on its three streams. Ends it, if it
-/// still runs, with a signal that it can't refuse.
+/// Runs a program from the build's bin folder, or one named by its whole path, with pipes on its
+/// three streams. Ends it, if it still runs, with a signal that it can't refuse.
 class CProgram {
    public:
     explicit CProgram(const std::vector<std::string>& nameAndArguments);

@@ -1,0 +1,80 @@
+// A whole run, as a protocol analyser that nobody here wrote sees it on the wire.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "support/Program.h"
+#include "support/Resources.h"
+
+namespace {
+
+using test::CProgram;
+using test::CSimulator;
+using test::RunProgram;
+
+/// Captures loopback into a file while it lives.
+class CCapture {
+   public:
+    explicit CCapture(const std::string& file)
+        : tshark({"/usr/bin/tshark", "-q", "-i", "lo", "-w", file}) {
+        // It names the file only once the capture runs.
+        const auto running = [&] { return std::filesystem::exists(file); };
+        EXPECT_TRUE(test::WaitFor(running)) << tshark.Errors();
+    }
+    /// Ends the capture once the given packet is in the file.
+    void EndAfter(const std::string& file, const std::string& filter) {
+        EXPECT_TRUE(test::WaitFor([&] { return !Read(file, {"-Y", filter}).empty(); }));
+        tshark.Signal(SIGINT);
+        tshark.Wait();
+    }
+    static std::string Read(const std::string& file, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"/usr/bin/tshark", "-r", file});
+        return RunProgram(arguments).output;
+    }
+
+   private:
+    CProgram tshark;
+};
+
+TEST(Capture, EveryPacketIsWellFormedAndEveryReportTrue) {
+    const std::string file = testing::TempDir() + "run" + std::to_string(::getpid()) + ".pcapng";
+    CSimulator camera({"127.0.0.11,name=Roof,size=64x48,rate=60,sr=0.1,loss=0.01,seed=3"});
+    CCapture capture(file);
+    CProgram host({"qmxhost", "stream", "Roof", "--count", "100", "--rate", "50"});
+    EXPECT_EQ(host.Wait(), 0) << host.Errors();
+    camera.Signal(SIGTERM);
+    EXPECT_EQ(camera.Wait(), 0);
+    capture.EndAfter(file, "rtcp.pt == 203");
+
+    EXPECT_EQ(CCapture::Read(file, {"-Y", "_ws.malformed || _ws.expert.severity == error"}), "");
+    for (const char* protocol : {"mdns", "rtsp", "sdp", "rtp", "rtcp"}) {
+        EXPECT_NE(CCapture::Read(file, {"-Y", protocol}), "") << protocol;
+    }
+    EXPECT_EQ(CCapture::Read(file, {"-Y", "rtsp.method", "-T", "fields", "-e", "rtsp.method"}),
+              "OPTIONS\nDESCRIBE\nSETUP\nPLAY\nPAUSE\nTEARDOWN\n");
+
+    // What the receiver sent: one opening packet, reports, and a goodbye.
+    const std::string reports = CCapture::Read(
+        file, {"-Y", "rtcp && ip.dst == 127.0.0.11", "-T", "fields", "-E", "separator=/s", "-e",
+               "rtcp.pt", "-e", "rtcp.senderssrc", "-e", "rtcp.ssrc.jitter", "-e", "rtcp.ssrc.dlsr",
+               "-e", "rtcp.ssrc.cum_nr"});
+    std::smatch match;
+    const std::regex expected(
+        "201,202 (0x[0-9a-f]+)   \n"
+        "(201,202 \\1 0 0 [0-9]+\n)+"
+        "201,202,203 \\1 0 [1-9][0-9]* ([0-9]+)\n");
+    ASSERT_TRUE(std::regex_match(reports, match, expected)) << reports;
+    // Loss in all is what was dropped, but for what was dropped before the counting began.
+    const std::regex dropped("network: ([0-9]+) lost");
+    const std::string summary = camera.Errors();
+    std::smatch lost;
+    ASSERT_TRUE(std::regex_search(summary, lost, dropped)) << summary;
+    EXPECT_EQ(match[3], lost[1]) << summary << reports;
+    std::filesystem::remove(file);
+}
+
+}  // namespace
