@@ -232,8 +232,10 @@ bool CKORURTSPDevice::Suspend() {
 
 bool CKORURTSPDevice::Resume() {
     if (receiver.IsRunning() || suspendedCallback == nullptr) return false;
-    const FrameCallback callback = std::exchange(suspendedCallback, nullptr);
-    return StartContinuous(callback, std::exchange(suspendedContext, nullptr));
+    const bool started = StartContinuous(suspendedCallback, suspendedContext);
+    suspendedCallback = nullptr;
+    suspendedContext = nullptr;
+    return started;
 }
 
 }  // namespace qmx::cam

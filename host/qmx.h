@@ -126,7 +126,7 @@ class TArray {
 
    public:
     TArray() noexcept = default;
-    TArray(const TArray& other) {
+    TArray(const TArray& other) : TArray() {
         reserve(other.used);
         for (const T& entry : other) append(entry);
     }

@@ -72,7 +72,7 @@ void CloseSocket(SocketHandle handle) noexcept;
 
 /// Limits each later stream receive, in milliseconds.
 bool SetReceiveTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept;
-/// Limits each later send, in milliseconds.
+/// Limits each later send, in milliseconds; a signal begins the limit anew.
 bool SetSendTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept;
 /// Size in bytes of the system's buffer for what waits to be received.
 [[nodiscard]] std::optional<std::int32_t> ReceiveBufferSize(SocketHandle handle) noexcept;

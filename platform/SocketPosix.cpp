@@ -95,6 +95,9 @@ std::optional<std::uint32_t> ParseIpv4(const char* text) noexcept {
 
 std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     if (const auto address = ParseIpv4(text)) return address;
+    // The address of all ones is no name, although getaddrinfo would read it.
+    in_addr numeric{};
+    if (::inet_pton(AF_INET, text, &numeric) == 1) return std::nullopt;
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
@@ -218,6 +221,7 @@ std::optional<std::int32_t> ReceiveBufferSize(SocketHandle handle) noexcept {
 
 bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept {
     const int descriptor = Descriptor(handle);
+    // Linux doubles what it is given, for its own bookkeeping, and tells the double when asked.
     return ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) == 0 ||
            ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)) == 0;
 }

@@ -185,9 +185,11 @@ struct SJpegFragment {
 namespace {
 
 constexpr std::size_t jpegMainHeader = 8;
+/// The word that holds the fragment offset.
+constexpr std::size_t jpegOffsetWord = 4;
 constexpr std::uint32_t jpegHeaderRoom = 2048;
 
-/// Fragment offset of a payload that holds a main header.
+/// Fragment offset of a payload that holds its word.
 std::uint32_t ReadFragmentOffset(std::span<const std::uint8_t> payload) noexcept {
     return ReadBig32(payload.data()) & 0x00FFFFFF;
 }
@@ -200,6 +202,7 @@ std::optional<SJpegFragment> ReadJpegFragment(std::span<const std::uint8_t> payl
     constexpr std::size_t tableHeader = 4;
     constexpr std::size_t tablesLength = 2 * sizeof(QuantTable);
     SJpegFragment fragment{};
+    if (payload.size() < jpegMainHeader) return std::nullopt;
     fragment.offset = ReadFragmentOffset(payload);
     const std::uint8_t type = payload[4];
     fragment.type = static_cast<std::uint8_t>(type & ~restartBit);
@@ -239,7 +242,7 @@ bool CFrameAssembler::BuildJpegHeader(const SJpegFragment& fragment) noexcept {
 }
 
 CFrameAssembler::Frame CFrameAssembler::TakeMjpg(const SRtpPacket& packet) noexcept {
-    if (packet.payload.size() < jpegMainHeader) return std::nullopt;
+    if (packet.payload.size() < jpegOffsetWord) return std::nullopt;
     const EVerdict verdict = PassGate(packet, ReadFragmentOffset(packet.payload) == 0);
     if (verdict == EVerdict::Drop) return std::nullopt;
     if (verdict == EVerdict::Begin) frameFill = 0;

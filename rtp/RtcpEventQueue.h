@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 
 namespace qmx::cam {
 
@@ -19,9 +20,11 @@ struct SRtcpEvent {
     std::uint32_t lastSenderReport;  ///< middle 32 bits of the NTP time, bytes in wire order
 };
 
-/// First in, first out, without a bound. Safe from any thread.
+/// First in, first out, without a bound; the stop comes behind all others. Safe from any thread.
 class CRtcpEventQueue {
    public:
+    /// Raises `std::bad_alloc` when there is no memory; a stop needs none, so that a run can be
+    /// ended always.
     void Post(ERtcpEvent kind, double time, std::uint32_t lastSenderReport);
     /// Blocks until there is an event.
     [[nodiscard]] SRtcpEvent Wait();
@@ -31,6 +34,7 @@ class CRtcpEventQueue {
     std::mutex mutex;
     std::condition_variable arrived;
     std::deque<SRtcpEvent> events;
+    std::optional<SRtcpEvent> stop;
 };
 
 }  // namespace qmx::cam
