@@ -1,10 +1,10 @@
+#include "Process.h"
+
 #include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <climits>
-
-#include "Process.h"
 
 namespace platform {
 namespace {

@@ -1,3 +1,5 @@
+#include "Socket.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -10,8 +12,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-
-#include "Socket.h"
 
 namespace platform {
 namespace {

@@ -1,9 +1,10 @@
+#include "FrameAssemblers.h"
+
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <string>
 #include <vector>
-
-#include "FrameAssemblers.h"
 
 namespace {
 
@@ -98,6 +99,23 @@ TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
     // A marker without pixels ends the frame at nothing.
     EXPECT_EQ(feed(9, 5, false, Zraw(1, 0, {0}, {8, 8})), "-");
     EXPECT_EQ(feed(10, 5, true, Zraw(1, 1, {0}, {})), "");
+}
+
+// No frame may show the host memory that held something else, at its first size and when it grows.
+TEST(ZrawAssembler, NewMemoryIsZero) {
+    ::mallopt(M_PERTURB, 0xEE);  // large fresh memory is never zero by chance
+    CFeed feed(EStreamType::Zraw);
+    std::uint16_t sequence = 0;
+    for (const std::uint32_t lineLength : {64u, 128u}) {
+        const Bytes line(2 * lineLength, 0xAA);
+        EXPECT_EQ(feed(++sequence, lineLength, false, Zraw(lineLength, 60, {0}, line)), "-");
+        EXPECT_EQ(feed(++sequence, lineLength, false, Zraw(lineLength, 0, {0}, line)), "-");
+        const std::string frame =
+            feed(++sequence, lineLength, true, Zraw(lineLength, 2 * lineLength - 1, {0}, line));
+        const std::size_t lineDigits = 4 * lineLength;
+        const std::string last = frame.substr((2 * lineLength - 2) * lineDigits);
+        EXPECT_EQ(last, std::string(lineDigits, '0') + std::string(lineDigits, 'a'));
+    }
 }
 
 // Growth by 32-bit words that wrap is capped, and never asks for more than 32 MiB.

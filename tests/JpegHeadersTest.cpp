@@ -1,10 +1,10 @@
+#include "JpegHeaders.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
 #include <vector>
-
-#include "JpegHeaders.h"
 
 // After <cstdio>, which it needs and doesn't include.
 #include <jpeglib.h>

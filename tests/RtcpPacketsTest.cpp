@@ -1,10 +1,10 @@
+#include "RtcpPackets.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include "RtcpPackets.h"
 
 namespace {
 

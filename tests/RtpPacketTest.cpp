@@ -1,8 +1,9 @@
+#include "RtpPacket.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "RtpPacket.h"
 #include "RtpSource.h"
 
 namespace {

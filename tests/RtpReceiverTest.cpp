@@ -1,3 +1,5 @@
+#include "RtpReceiver.h"
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -12,7 +14,6 @@
 #include <system_error>
 #include <vector>
 
-#include "RtpReceiver.h"
 #include "support/Resources.h"
 
 namespace {

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "RtspStream.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
