@@ -14,6 +14,9 @@ constexpr SPictureSize defaultSize{640, 512};
 /// Narrower pictures can't hold the frame stamp, larger ones no camera has.
 constexpr std::uint32_t minSide = 8;
 constexpr std::uint32_t maxSide = 4096;
+/// JPEG over RTP tells sizes by a byte each, in units of 8 pixels.
+constexpr std::uint32_t jpegSideUnit = 8;
+constexpr std::uint32_t maxJpegSide = 2040;
 /// Dynamic RTP payload types, one per size: 96 to 127.
 constexpr std::size_t maxSizes = 32;
 /// Below, not even the headers fit; above, UDP over IPv4 ends.
@@ -57,6 +60,9 @@ constexpr std::array<SWord<ETree>, 6> treeWords{{{"on", ETree::On},
                                                  {"no-rtp", ETree::NoRtp},
                                                  {"no-switch", ETree::NoSwitch},
                                                  {"switched-off", ETree::SwitchedOff}}};
+
+constexpr std::array<SWord<ESubsampling>, 2> subsamplingWords{
+    {{"422", ESubsampling::Chroma422}, {"420", ESubsampling::Chroma420}}};
 
 constexpr std::array<SWord<EQuirk>, 9> quirkWords{
     {{"silent", EQuirk::Silent},
@@ -109,6 +115,13 @@ bool ParseRate(std::string_view text, SCameraSettings& settings) {
     return ParseWithin(text, 0.0, maxFrameRate, settings.rate) && settings.rate > 0;
 }
 
+/// From 100 to 127 RFC 2435 leaves the meaning to nobody.
+bool ParseQuality(std::string_view text, SCameraSettings& settings) {
+    std::uint8_t& quality = settings.jpeg.quality;
+    return ParseWithin<std::uint8_t>(text, 1, 99, quality) ||
+           ParseWithin<std::uint8_t>(text, 128, 255, quality);
+}
+
 bool ParseQuirk(std::string_view text, SCameraSettings& settings) {
     const auto quirk = FindWord(quirkWords, text);
     if (quirk) settings.quirks |= static_cast<std::uint32_t>(*quirk);
@@ -123,22 +136,23 @@ struct SSetting {
     bool (*parse)(std::string_view text, SCameraSettings& settings);
 };
 
-constexpr std::array<SSetting, 12> settingTable{{
+constexpr std::array<SSetting, 15> settingTable{{
     {"name", "1 to 63 bytes of UTF-8 without a comma",
      "name it is announced with (default: \"korusim ADDRESS\")", false, ParseName},
     {"streams", "raw, mjls, mjls+mjpg or mjpg",
-     "streams that it offers (default: raw; the others are described but can't be set up yet)",
-     false,
+     "streams that it offers (default: raw); mjls is JPEG-LS without loss, mjpg is JPEG", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWord(streamWords, text, to.streams);
      }},
     {"size", "WxH, each 8 to 4096, at most 32 sizes",
-     "picture size, repeatable: one format each (default: 640x512)", true, ParseSize},
+     "picture size, repeatable: one format each (default: 640x512); a compressed stream is sent "
+     "in its first size, and mjpg needs multiples of 8, at most 2040",
+     true, ParseSize},
     {"rate", "above 0, at most 1000", "frames per second, fractions allowed (default: 30)", false,
      ParseRate},
     {"mtu", "64 to 65507",
-     "bytes of the largest datagram; a picture line never breaks, so a datagram may be larger to "
-     "hold one, and holds 5 at most (default: 1472)",
+     "bytes of the largest datagram; it may be larger to hold a raw picture's line, which never "
+     "breaks, or the headers of JPEG; it holds 5 lines at most (default: 1472)",
      false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, minDatagram, maxDatagram, to.mtu);
@@ -146,6 +160,18 @@ constexpr std::array<SSetting, 12> settingTable{{
     {"sr", "0 to 3600", "seconds between sender reports, 0: none (default: 5)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, maxReportSeconds, to.senderReportSeconds);
+     }},
+    {"q", "1 to 99, or 128 to 255",
+     "quality of mjpg; from 128 on each frame brings its quantisation tables along (default: 80)",
+     false, ParseQuality},
+    {"restart", "0 to 65535",
+     "restart markers of mjpg, each so many minimum coded units, 0: none (default: 0)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin<std::uint16_t>(text, 0, 65535, to.jpeg.restartInterval);
+     }},
+    {"subsampling", "422 or 420", "resolution of the colours of mjpg (default: 422)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWord(subsamplingWords, text, to.jpeg.subsampling);
      }},
     {"loss", "0 to 1", "probability that an RTP packet is lost (default: 0)", false,
      [](std::string_view text, SCameraSettings& to) {
@@ -200,6 +226,23 @@ std::string ApplySetting(std::string_view text, std::set<std::string_view>& give
     return "must be " + std::string(setting->allowed);
 }
 
+bool IsJpegSize(SPictureSize size) {
+    const auto good = [](std::uint32_t side) {
+        return side % jpegSideUnit == 0 && side <= maxJpegSide;
+    };
+    return good(size.width) && good(size.height);
+}
+
+/// What no single setting can refuse; nothing when they fit together.
+std::string FindContradiction(const SCameraSettings& settings) {
+    const bool jpeg =
+        settings.streams == EStreams::Mjpg || settings.streams == EStreams::MjlsAndMjpg;
+    const auto odd = std::ranges::find_if_not(settings.sizes, IsJpegSize);
+    if (!jpeg || odd == settings.sizes.end()) return {};
+    return "size=" + std::to_string(odd->width) + "x" + std::to_string(odd->height) +
+           ": an mjpg stream needs a width and a height in multiples of 8, at most 2040";
+}
+
 }  // namespace
 
 SParsedCamera ParseCamera(std::string_view argument) {
@@ -224,6 +267,8 @@ SParsedCamera ParseCamera(std::string_view argument) {
     }
     if (settings.name.empty()) settings.name = "korusim " + settings.address;
     if (settings.sizes.empty()) settings.sizes.push_back(defaultSize);
+    const std::string wrong = FindContradiction(settings);
+    if (!wrong.empty()) parsed.error = "camera " + settings.address + ": " + wrong;
     return parsed;
 }
 

@@ -44,6 +44,21 @@ struct SPictureSize {
     bool operator==(const SPictureSize&) const = default;
 };
 
+enum class ESubsampling {
+    Chroma422,  ///< colour at half the horizontal resolution
+    Chroma420,  ///< and at half the vertical one
+};
+
+/// How a camera codes its JPEG stream (RFC 2435).
+struct SJpegSettings {
+    std::uint8_t quality = 80;          ///< the Q of the RTP header
+    std::uint16_t restartInterval = 0;  ///< in minimum coded units, 0: no restart markers
+    ESubsampling subsampling = ESubsampling::Chroma422;
+
+    /// Whether each frame brings its quantisation tables along; else they follow from Q.
+    [[nodiscard]] bool tablesInBand() const noexcept { return quality >= 128; }
+};
+
 struct SCameraSettings {
     std::string address;  ///< dotted IPv4
     std::string name;
@@ -52,7 +67,8 @@ struct SCameraSettings {
     double rate = defaultFrameRate;   ///< frames per second
     std::uint32_t mtu = 1472;         ///< largest datagram in bytes, without IP and UDP headers
     double senderReportSeconds = 5;   ///< time between sender reports, 0: none
-    double loss = 0;                  ///< probabilities per RTP packet
+    SJpegSettings jpeg;
+    double loss = 0;  ///< probabilities per RTP packet
     double duplicate = 0;
     double reorder = 0;
     std::uint64_t seed = 1;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Wire.h"
-
 namespace korusim {
 namespace {
 
@@ -33,16 +31,6 @@ void WriteLineHeader(std::uint8_t* to, std::size_t pixels, std::size_t line, boo
 }
 
 }  // namespace
-
-void WriteRtpHeader(std::uint8_t* to, const SPacketFields& fields, bool marker) {
-    constexpr std::uint8_t version2 = 0x80;
-    constexpr unsigned markerBit = 0x80;
-    to[0] = version2;
-    to[1] = static_cast<std::uint8_t>(fields.payloadType | (marker ? markerBit : 0U));
-    PutBig16(to + 2, fields.sequence & 0xFFFF);
-    PutBig32(to + 4, fields.timestamp);
-    PutBig32(to + 8, fields.ssrc);
-}
 
 CRawPacketizer::CRawPacketizer(SPictureSize size, std::size_t mtu)
     : pictureSize(size),

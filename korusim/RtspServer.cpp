@@ -115,6 +115,21 @@ std::string_view ControlPathOf(std::string_view setupPath) {
     return setupPath.substr(0, stream);
 }
 
+/// Reads "?frate=N" behind the path of a compressed stream; without a query there is no rate. False
+/// for any other query, and for a rate that isn't a whole number of frames per second.
+bool ParseRateQuery(std::string_view path, std::optional<double>& rate) {
+    constexpr std::string_view key = "?frate=";
+    const std::string_view query = path.substr(WithoutQuery(path).size());
+    if (query.empty()) return true;
+    if (!query.starts_with(key)) return false;
+    std::uint32_t number = 0;
+    const char* const last = query.data() + query.size();
+    const auto [end, error] = std::from_chars(query.data() + key.size(), last, number);
+    if (error != std::errc() || end != last) return false;
+    rate = number;
+    return number > 0 && number <= maxFrameRate;
+}
+
 }  // namespace
 
 CRtspServer::CRtspServer(const SCameraSettings& settings, SServerPorts ports)
@@ -170,7 +185,8 @@ CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspReque
     if (current && current->connection == connection) return WrongState();
     const auto format = FormatToSetUp(camera, WithoutQuery(path));
     if (!format) return {404, {}, {}};
-    if (format->encoding != EEncoding::Raw) return {501, {}, {}};
+    std::optional<double> rate;
+    if (format->encoding != EEncoding::Raw && !ParseRateQuery(path, rate)) return {400, {}, {}};
     const std::string* const transport = request.Find("Transport");
     if (transport == nullptr) return {400, {}, {}};
     const auto clientPorts = ClientPorts(*transport);
@@ -182,6 +198,7 @@ CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspReque
                            connection,
                            *format,
                            std::string(ControlPathOf(WithoutQuery(path))),
+                           rate,
                            clientPorts->rtp,
                            clientPorts->rtcp,
                            false};

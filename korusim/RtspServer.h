@@ -31,6 +31,7 @@ struct SRtspSession {
     ConnectionId connection = 0;
     SVideoFormat format;
     std::string controlPath;
+    std::optional<double> rate;  ///< that SETUP asked for, in frames per second
     std::uint16_t clientRtpPort = 0;
     std::uint16_t clientRtcpPort = 0;
     bool playing = false;

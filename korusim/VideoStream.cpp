@@ -1,36 +1,27 @@
 #include "VideoStream.h"
 
-#include <bit>
 #include <cmath>
 #include <random>
 #include <utility>
 
-#include "FrameStamp.h"
-
 namespace korusim {
 namespace {
 
-static_assert(std::endian::native == std::endian::little,
-              "a picture's bytes in memory are those on the wire");
-
 constexpr double rtpTicksPerSecond = 90'000;
-
-std::span<std::uint8_t> BytesOf(std::span<std::uint16_t> picture) {
-    return {reinterpret_cast<std::uint8_t*>(picture.data()), picture.size_bytes()};
-}
 
 }  // namespace
 
 CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
-                           std::shared_ptr<const CScene> pictureScene, std::uint64_t seed,
+                           const std::shared_ptr<const CScene>& scene, std::uint64_t seed,
                            TimePoint now)
-    : scene(std::move(pictureScene)),
-      packetizer(format.size, settings.mtu),
+    : sending(std::make_unique<CFramePipeline>(settings, format, scene)),
+      coding(std::make_unique<CFramePipeline>(settings, format, scene)),
+      // A raw frame is made in less time than a thread is worth.
+      codingPolicy(format.encoding == EEncoding::Raw ? std::launch::deferred : std::launch::async),
       pacer(rate),
       impairments(settings, seed),
       epoch(now),
-      picture(std::size_t{format.size.width} * format.size.height),
-      datagram(packetizer.maxPacketBytes()) {
+      datagram(sending->maxPacketBytes()) {
     std::mt19937_64 random(seed);
     fields.payloadType = format.payloadType;
     fields.ssrc = static_cast<std::uint32_t>(random());
@@ -46,32 +37,39 @@ void CVideoStream::SetRate(double framesPerSecond, TimePoint now) {
     pacer.SetRate(framesPerSecond, now);
 }
 
+double CVideoStream::SecondsAt(TimePoint when) const {
+    return std::chrono::duration<double>(when - epoch).count();
+}
+
 std::uint32_t CVideoStream::TimestampAt(TimePoint when) const {
-    const double seconds = std::chrono::duration<double>(when - epoch).count();
-    const auto ticks = std::llround(seconds * rtpTicksPerSecond);
+    const auto ticks = std::llround(SecondsAt(when) * rtpTicksPerSecond);
     return firstTimestamp + static_cast<std::uint32_t>(ticks);
 }
 
 void CVideoStream::BeginFrame(TimePoint scheduled) {
-    const double seconds = std::chrono::duration<double>(scheduled - epoch).count();
     // A frame that a pause cut off gives its number to the next one: a receiver never had it.
-    scene->Render(seconds, counts.frames, picture);
-    WriteStamp(BytesOf(picture), static_cast<std::uint32_t>(counts.frames));
+    const auto number = static_cast<std::uint32_t>(counts.frames);
+    if (coded.valid()) coded.get();
+    if (coding->number() != number) coding->Load(number, SecondsAt(scheduled));
+    std::swap(sending, coding);
     nextPacket = 0;
     fields.timestamp = TimestampAt(scheduled);
-    pacer.Load(packetizer.packetsPerFrame());
+    coded = std::async(codingPolicy,
+                       [next = coding.get(), number, seconds = SecondsAt(pacer.nextDue())] {
+                           next->Load(number + 1, seconds);
+                       });
+    pacer.Load(sending->packets());
 }
 
 void CVideoStream::Advance(TimePoint now, const PacketSink& sink) {
     if (const auto scheduled = pacer.Begin(now)) BeginFrame(*scheduled);
     for (std::size_t left = pacer.Take(now); left > 0; --left) {
-        const std::size_t bytes =
-            packetizer.Build(BytesOf(picture), nextPacket++, fields, datagram);
+        const std::size_t bytes = sending->Build(nextPacket++, fields, datagram);
         ++fields.sequence;
         ++counts.packets;
         counts.octets += bytes - rtpHeaderBytes;
         impairments.Pass(std::span(datagram).first(bytes), sink);
-        if (nextPacket == packetizer.packetsPerFrame()) ++counts.frames;
+        if (nextPacket == sending->packets()) ++counts.frames;
     }
 }
 

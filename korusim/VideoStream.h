@@ -1,8 +1,12 @@
 /// One stream from SETUP to its end: pictures, packets, their time and their numbers. Knows no
 /// socket and no clock.
+///
+/// While the packets of one frame go out, a thread of its own codes the next, because coding takes
+/// a good part of the frame time and would hold up the packets.
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <span>
 #include <vector>
@@ -10,8 +14,8 @@
 #include "CameraSettings.h"
 #include "Description.h"
 #include "FramePacer.h"
+#include "FramePipeline.h"
 #include "Impairments.h"
-#include "RawPacketizer.h"
 #include "Rtcp.h"
 #include "Scene.h"
 
@@ -27,7 +31,7 @@ class CVideoStream {
    public:
     /// `scene` must have the format's size.
     CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
-                 std::shared_ptr<const CScene> scene, std::uint64_t seed, TimePoint now);
+                 const std::shared_ptr<const CScene>& scene, std::uint64_t seed, TimePoint now);
 
     /// Starts or goes on with a new frame, under the next sequence number.
     void Play(TimePoint now);
@@ -40,7 +44,7 @@ class CVideoStream {
     /// When to call `Advance` again while playing.
     [[nodiscard]] TimePoint nextDue() const { return pacer.nextDue(); }
 
-    [[nodiscard]] std::size_t maxDatagramBytes() const { return packetizer.maxPacketBytes(); }
+    [[nodiscard]] std::size_t maxDatagramBytes() const { return sending->maxPacketBytes(); }
     [[nodiscard]] std::uint32_t ssrc() const noexcept { return fields.ssrc; }
     [[nodiscard]] SSenderReport Report(TimePoint now, std::uint64_t ntpNow) const;
     /// Extended sequence number of the last packet sent.
@@ -51,17 +55,19 @@ class CVideoStream {
 
    private:
     void BeginFrame(TimePoint scheduled);
+    [[nodiscard]] double SecondsAt(TimePoint when) const;
     [[nodiscard]] std::uint32_t TimestampAt(TimePoint when) const;
 
-    std::shared_ptr<const CScene> scene;
-    CRawPacketizer packetizer;
+    std::unique_ptr<CFramePipeline> sending;  // holds the frame in transit
+    std::unique_ptr<CFramePipeline> coding;   // the next one, the coder's until `coded`
+    std::future<void> coded;                  // behind what it works on, for the end waits for it
+    std::launch codingPolicy;
     CFramePacer pacer;
     CImpairments impairments;
     TimePoint epoch;  // RTP time began here
     std::uint32_t firstTimestamp;
-    SPacketFields fields;                // of the next packet
-    std::size_t nextPacket = 0;          // of the frame in transit
-    std::vector<std::uint16_t> picture;  // as on the wire: little-endian
+    SPacketFields fields;        // of the next packet
+    std::size_t nextPacket = 0;  // of the frame in transit
     std::vector<std::uint8_t> datagram;
     SStreamTally counts;
 };

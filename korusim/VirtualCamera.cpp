@@ -265,8 +265,8 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
 void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
                                  const sockaddr_in& client) {
     const std::uint64_t seed = SeedFor(camera) + session.serial;
-    CVideoStream video(camera, session.format, tree.frequency(), SceneFor(session.format.size),
-                       seed, now);
+    CVideoStream video(camera, session.format, session.rate.value_or(tree.frequency()),
+                       SceneFor(session.format.size), seed, now);
     const CRtcpReader rtcp(video.ssrc());
     const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
     outbox.Aim(rtpSocket, clientRtp, video.maxDatagramBytes());

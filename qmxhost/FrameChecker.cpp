@@ -1,12 +1,41 @@
 #include "FrameChecker.h"
 
+#include "FrameDecoders.h"
 #include "FrameStamp.h"
+#include "PixelTypeNames.h"
 
 namespace qmxhost {
+namespace {
+
+using korusim::EStamp;
+using korusim::SStamp;
+
+SStamp JpegLsStamp(std::span<const std::uint8_t> frame) {
+    const auto raw = DecodeJpegLs(frame);
+    return raw ? korusim::ReadStamp(raw->bytes) : SStamp{};
+}
+
+SStamp JpegStamp(std::span<const std::uint8_t> frame) {
+    const auto picture = DecodeJpeg(frame, EJpegForm::Luminance);
+    if (!picture || !picture->intact) return {EStamp::Damaged, 0};
+    return korusim::ReadBlockStamp({picture->samples, picture->width});
+}
+
+SStamp StampOf(const qmx::SGuid& type, std::span<const std::uint8_t> frame) {
+    if (type == jlsType) return JpegLsStamp(frame);
+    if (type == jpegType) return JpegStamp(frame);
+    return korusim::ReadStamp(frame);
+}
+
+}  // namespace
+
+bool CFrameChecker::CanCheck(const qmx::SGuid& pixelType) {
+    return pixelType == rawType || pixelType == jlsType || pixelType == jpegType;
+}
 
 void CFrameChecker::Check(std::span<const std::uint8_t> frame, std::uint64_t arrival) {
-    const korusim::SStamp stamp = korusim::ReadStamp(frame);
-    if (stamp.state != korusim::EStamp::Good) {
+    const SStamp stamp = StampOf(type, frame);
+    if (stamp.state != EStamp::Good) {
         ++sums.damaged;
         return;
     }

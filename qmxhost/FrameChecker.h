@@ -6,11 +6,13 @@
 #include <optional>
 #include <span>
 
+#include "qmx.h"
+
 namespace qmxhost {
 
 struct SCheckTotals {
     std::uint64_t good = 0;
-    std::uint64_t damaged = 0;    ///< checksum wrong, or no stamp at all
+    std::uint64_t damaged = 0;    ///< checksum or coding wrong, or no stamp at all
     std::uint64_t missing = 0;    ///< sent, by the numbers, and never delivered
     std::uint64_t repeated = 0;   ///< the number of the good frame before it
     std::uint64_t backwards = 0;  ///< a lower number than the good frame before it
@@ -19,8 +21,13 @@ struct SCheckTotals {
 /// Sees the frames in the order of their arrival, though not necessarily all of them.
 class CFrameChecker {
    public:
-    /// Raw frames only. `arrival` counts delivered frames, so that one which was delivered but not
-    /// shown to the checker, or was damaged, doesn't pass for missing.
+    /// Checks frames of a type that `CanCheck`.
+    explicit CFrameChecker(const qmx::SGuid& pixelType) : type(pixelType) {}
+    [[nodiscard]] static bool CanCheck(const qmx::SGuid& pixelType);
+
+    /// Decodes coded frames, which takes some milliseconds. `arrival` counts delivered frames, so
+    /// that one which was delivered but not shown to the checker, or was damaged, doesn't pass for
+    /// missing.
     void Check(std::span<const std::uint8_t> frame, std::uint64_t arrival);
     [[nodiscard]] const SCheckTotals& totals() const noexcept { return sums; }
 
@@ -29,6 +36,7 @@ class CFrameChecker {
         std::uint32_t number;
         std::uint64_t arrival;
     };
+    const qmx::SGuid type;
     SCheckTotals sums;
     std::optional<SGoodFrame> last;
 };

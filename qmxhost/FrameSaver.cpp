@@ -5,7 +5,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "PictureWriter.h"
+#include "FrameDecoders.h"
 #include "PixelTypeNames.h"
 #include "Report.h"
 
@@ -15,6 +15,11 @@ namespace {
 std::string ExtensionOf(const qmx::SGuid& type) {
     if (type == jlsType) return ".jls";
     return type == jpegType ? ".jpg" : ".raw";
+}
+
+[[noreturn]] void FailToDecode(const SFrame& frame) {
+    throw CFailure(EExit::Failed, "frame " + std::to_string(frame.arrival) +
+                                      " can't be decoded; --as native saves it as it came");
 }
 
 /// Flushes each frame, so that a reader at the other end of a pipe sees it live.
@@ -28,6 +33,7 @@ bool WriteToOutput(const std::vector<std::uint8_t>& bytes) {
 CFrameSaver::CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::SFormat& format)
     : target(options.target),
       asPng(options.asPng),
+      type(format.pixelType),
       width(format.width),
       palette(FindPalette(options.palette)),
       extension(options.asPng ? ".png" : ExtensionOf(format.pixelType)) {
@@ -68,8 +74,22 @@ bool CFrameSaver::WriteNative(const SFrame& frame) const {
 }
 
 bool CFrameSaver::WritePicture(const SFrame& frame) const {
-    // The width is the one asked for: a frame says nothing of its own size.
-    SGreyPicture picture = RawPicture(frame.bytes, width);
+    if (type == jpegType) {
+        const auto picture = DecodeJpeg(frame.bytes, EJpegForm::Colour);
+        if (!picture) FailToDecode(frame);
+        return WritePng(FileName(frame.arrival),
+                        {picture->width, picture->height, picture->samples});
+    }
+    if (type == jlsType) {
+        const auto raw = DecodeJpegLs(frame.bytes);
+        if (!raw) FailToDecode(frame);
+        return WriteGrey(frame, RawPicture(raw->bytes, raw->width));
+    }
+    // The width is the one asked for: a raw frame says nothing of its own size.
+    return WriteGrey(frame, RawPicture(frame.bytes, width));
+}
+
+bool CFrameSaver::WriteGrey(const SFrame& frame, SGreyPicture picture) const {
     StretchContrast(picture);
     return WritePng(FileName(frame.arrival), picture, palette ? &*palette : nullptr);
 }

@@ -7,6 +7,7 @@
 
 #include "FrameQueue.h"
 #include "Palette.h"
+#include "PictureWriter.h"
 #include "qmxcam.h"
 
 namespace qmxhost {
@@ -17,7 +18,8 @@ struct SSaveOptions {
     std::string palette;  ///< for PNG; empty for grey
 };
 
-/// Raises a `CFailure` for what can't be written; a stream without its frames is worth nothing.
+/// Raises a `CFailure` for what can't be decoded or written; a stream without its frames is worth
+/// nothing.
 class CFrameSaver {
    public:
     /// Makes the folder.
@@ -30,9 +32,11 @@ class CFrameSaver {
     [[nodiscard]] std::string FileName(std::uint64_t number) const;
     [[nodiscard]] bool WriteNative(const SFrame& frame) const;
     [[nodiscard]] bool WritePicture(const SFrame& frame) const;
+    [[nodiscard]] bool WriteGrey(const SFrame& frame, SGreyPicture picture) const;
 
     const std::string target;
     const bool asPng;
+    const qmx::SGuid type;
     const std::uint32_t width;
     const std::optional<Palette> palette;
     std::string extension;

@@ -7,6 +7,7 @@
 #include <csetjmp>
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "FrameStamp.h"
 
@@ -104,6 +105,13 @@ bool EncodeTo(std::FILE* file, SPngImage& image) {
     return done;
 }
 
+bool WriteImage(const std::string& file, SPngImage image) {
+    std::FILE* const out = std::fopen(file.c_str(), "wb");
+    if (out == nullptr) return false;
+    const bool encoded = EncodeTo(out, image);
+    return std::fclose(out) == 0 && encoded;  // a full disk may show only at the close
+}
+
 }  // namespace
 
 SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width) {
@@ -139,11 +147,14 @@ void StretchContrast(SGreyPicture& picture) {
 
 bool WritePng(const std::string& file, const SGreyPicture& picture, const Palette* palette) {
     if (picture.pixels.empty()) return false;
-    SPngImage image = palette != nullptr ? ColourImage(picture, *palette) : GreyImage(picture);
-    std::FILE* const out = std::fopen(file.c_str(), "wb");
-    if (out == nullptr) return false;
-    const bool encoded = EncodeTo(out, image);
-    return std::fclose(out) == 0 && encoded;  // a full disk may show only at the close
+    return WriteImage(file,
+                      palette != nullptr ? ColourImage(picture, *palette) : GreyImage(picture));
+}
+
+bool WritePng(const std::string& file, SColourPicture picture) {
+    if (picture.samples.empty()) return false;
+    return WriteImage(
+        file, {picture.width, picture.height, 8, PNG_COLOR_TYPE_RGB, std::move(picture.samples)});
 }
 
 }  // namespace qmxhost

@@ -1,4 +1,4 @@
-/// Makes pictures that a person can look at from 16-bit infrared frames.
+/// Makes files that a person can look at of pictures.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,17 @@ struct SGreyPicture {
 /// single hot and dead pixels don't count.
 void StretchContrast(SGreyPicture& picture);
 
+struct SColourPicture {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::vector<std::uint8_t> samples;  ///< red, green, blue of each pixel, line after line
+};
+
 /// Writes a 16-bit grey PNG, or an 8-bit colour one with a palette; false when the file can't be
 /// written.
 [[nodiscard]] bool WritePng(const std::string& file, const SGreyPicture& picture,
                             const Palette* palette);
+/// Writes an 8-bit colour PNG; false when the file can't be written.
+[[nodiscard]] bool WritePng(const std::string& file, SColourPicture picture);
 
 }  // namespace qmxhost

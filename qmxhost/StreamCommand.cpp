@@ -97,15 +97,17 @@ SFormat ChooseFormat(const std::vector<SFormat>& formats, const SStreamOptions& 
 }
 
 /// Before the start, so that a mistake costs no session on the camera.
-void RefuseWhatNeedsRaw(const SStreamOptions& options, const SFormat& format) {
-    if (format.pixelType == rawType) return;
+void RefuseWhatDoesntFit(const SStreamOptions& options, const SFormat& format) {
     const std::string name = TypeName(format.pixelType);
-    if (options.save.asPng) {
-        throw CFailure(EExit::Usage, "pictures (--as png) are made of raw frames only, not of " +
-                                         name + "; --as native saves the frames as they come");
+    // A type that can't be checked is one that nobody here can decode.
+    if ((options.save.asPng || options.check) && !CFrameChecker::CanCheck(format.pixelType)) {
+        throw CFailure(EExit::Usage, "frames of type " + name +
+                                         " can't be decoded, as --as png and --check would need; "
+                                         "--as native saves them as they come");
     }
-    if (options.check) {
-        throw CFailure(EExit::Usage, "--check reads raw frames only, not " + name);
+    if (!options.save.palette.empty() && format.pixelType == jpegType) {
+        throw CFailure(EExit::Usage, "--palette colours raw and jls frames; " + name +
+                                         " frames have colours of their own");
     }
 }
 
@@ -143,8 +145,9 @@ CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
       intake(frameIntake),
       options(streamOptions),
       format(ChooseFormat(camera.Formats(), options, camera.address())),
+      checker(format.pixelType),
       report(options.json, options.save.target == standardOutput) {
-    RefuseWhatNeedsRaw(options, format);
+    RefuseWhatDoesntFit(options, format);
     if (!options.save.target.empty()) saver.emplace(options.save, format);
 }
 
@@ -227,9 +230,11 @@ EExit CStream::Conclude(EEnd end) {
                  " came faster than they could be checked or saved; --rate asks for fewer");
     }
     if (options.check && checker.totals().damaged != 0) {
-        Complain("--check found " + std::to_string(checker.totals().damaged) +
-                 " damaged frames from camera " + camera.address() +
-                 "; does it come from korusim? Other cameras put no checksum into their pictures");
+        Complain(
+            "--check found " + std::to_string(checker.totals().damaged) +
+            " damaged frames from camera " + camera.address() +
+            "; does it come from korusim? Other cameras put no checksum into their pictures, nor "
+            "does korusim into JPEG pictures too small for it (160x64 has room)");
         return EExit::Damage;
     }
     const bool tooFew = options.count != 0 && totals.frames < options.count;

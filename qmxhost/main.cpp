@@ -39,8 +39,9 @@ for 10 s is given up.
 
 --as native saves frames as they came: raw is 16-bit little-endian lines without
 a header (.raw), JPEG-LS has 4 bytes of the camera before the image (.jls), JPEG
-is a whole file (.jpg). --as png makes pictures to look at of raw frames: 16-bit
-grey with the contrast stretched, or false colours with --palette.
+is a whole file (.jpg). --as png makes pictures to look at: of raw and JPEG-LS
+16-bit grey with the contrast stretched, or false colours with --palette; of JPEG
+what the camera made.
 )";
 
 constexpr const char* setHelp =
