@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "FrameDecoders.h"
 #include "FrameStamp.h"
 #include "support/Program.h"
 
@@ -113,6 +114,23 @@ TEST(CodedStream, LossNeverDamagesAFrame) {
     for (const char* const type : {"jls", "jpeg"}) {
         const std::string output = Stream({"--type", type, "--count", "60"});
         EXPECT_EQ(output.find(" 0 missing"), std::string::npos) << "nothing was lost: " << output;
+    }
+}
+
+// A camera whose server, coder and payloader are others' work: what we know of JPEG over RTP is not
+// only our own reading of it.
+TEST(ForeignCamera, FramesDecode) {
+    CProgram camera({KORU_TEST_DIR "/gst-camera", "127.0.0.21"});
+    ASSERT_EQ(camera.ReadLine(), "ready");
+    const SFolder folder;
+    CProgram host({"qmxhost", "stream", "127.0.0.21", "--no-tree", "--type", "jpeg", "--count", "9",
+                   "--save", folder.path});
+    EXPECT_EQ(host.Wait(), 0) << host.Errors();
+    for (int number = 1; number <= 9; ++number) {
+        const auto picture =
+            qmxhost::DecodeJpeg(Read(Frame(folder, number, ".jpg")), qmxhost::EJpegForm::Luminance);
+        ASSERT_TRUE(picture && picture->intact) << number;
+        EXPECT_EQ(picture->width * picture->height, 320u * 240u);
     }
 }
 
