@@ -22,8 +22,8 @@ constexpr std::size_t maxSizes = 32;
 /// Below, not even the headers fit; above, UDP over IPv4 ends.
 constexpr std::uint32_t minDatagram = 64;
 constexpr std::uint32_t maxDatagram = 65507;
-constexpr std::size_t maxNameBytes = 63;  // a DNS label
-constexpr double maxReportSeconds = 3600;
+constexpr std::size_t maxNameBytes = 63;   // a DNS label
+constexpr double maxReportSeconds = 3600;  // and longest silence
 
 template <class T>
 std::optional<T> ParseNumber(std::string_view text) {
@@ -136,7 +136,7 @@ struct SSetting {
     bool (*parse)(std::string_view text, SCameraSettings& settings);
 };
 
-constexpr std::array<SSetting, 15> settingTable{{
+constexpr std::array<SSetting, 16> settingTable{{
     {"name", "1 to 63 bytes of UTF-8 without a comma",
      "name it is announced with (default: \"korusim ADDRESS\")", false, ParseName},
     {"streams", "raw, mjls, mjls+mjpg or mjpg",
@@ -160,6 +160,14 @@ constexpr std::array<SSetting, 15> settingTable{{
     {"sr", "0 to 3600", "seconds between sender reports, 0: none (default: 5)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, maxReportSeconds, to.senderReportSeconds);
+     }},
+    {"rtcp-timeout", "0 to 3600",
+     "seconds without a valid RTCP packet of its receiver that end a playing stream and its "
+     "session, 0: none do (default: 0); receivers that report at each fourth sender report, as "
+     "some do, need more than four times sr",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0.0, maxReportSeconds, to.rtcpTimeoutSeconds);
      }},
     {"q", "1 to 99, or 128 to 255",
      "quality of mjpg; from 128 on each frame brings its quantisation tables along (default: 80)",

@@ -67,6 +67,7 @@ struct SCameraSettings {
     double rate = defaultFrameRate;   ///< frames per second
     std::uint32_t mtu = 1472;         ///< largest datagram in bytes, without IP and UDP headers
     double senderReportSeconds = 5;   ///< time between sender reports, 0: none
+    double rtcpTimeoutSeconds = 0;    ///< silence of a receiver that ends its stream, 0: none does
     SJpegSettings jpeg;
     double loss = 0;  ///< probabilities per RTP packet
     double duplicate = 0;

@@ -35,6 +35,11 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(ERtcpFault::Coun
     "last SR was never sent",
     "delay since last SR is too long",
     "highest sequence number was never sent",
+    "SSRC isn't the receiver's",
+    "CNAME has changed",
+    "something behind the BYE",
+    "more lost than was sent",
+    "fraction lost without a loss",
 };
 
 /// |V=2|P|  count  |     type      |  length in words minus 1      |
@@ -95,18 +100,18 @@ bool CRtcpReader::Fail(ERtcpFault fault) {
     return false;
 }
 
-void CRtcpReader::Read(std::span<const std::uint8_t> datagram, std::uint64_t ntpNow,
-                       std::uint32_t highestSent) {
+bool CRtcpReader::Read(std::span<const std::uint8_t> datagram, const SSentSoFar& sent) {
     ++counts.datagrams;
     named = false;
-    if (!Walk(datagram, {ntpNow, highestSent})) return;
-    if (!named) Fail(ERtcpFault::NoName);
+    if (!Walk(datagram, sent)) return false;
+    return named || Fail(ERtcpFault::NoName);
 }
 
-bool CRtcpReader::Walk(std::span<const std::uint8_t> datagram, const SContext& context) {
+bool CRtcpReader::Walk(std::span<const std::uint8_t> datagram, const SSentSoFar& sent) {
     constexpr unsigned paddingBit = 0x20;
     bool first = true;
     do {
+        if (gone) return Fail(ERtcpFault::BehindBye);
         if (datagram.size() < headerBytes) return Fail(ERtcpFault::NotWhole);
         if (datagram[0] >> 6 != 2) return Fail(ERtcpFault::BadVersion);
         if ((datagram[0] & paddingBit) != 0) return Fail(ERtcpFault::BadPadding);
@@ -114,56 +119,70 @@ bool CRtcpReader::Walk(std::span<const std::uint8_t> datagram, const SContext& c
         if (first && !isReport) return Fail(ERtcpFault::NoReportFirst);
         const std::size_t bytes = PacketBytes(datagram);
         if (bytes > datagram.size()) return Fail(ERtcpFault::NotWhole);
-        if (!ReadPacket(datagram.first(bytes), context)) return false;
+        if (!ReadPacket(datagram.first(bytes), sent)) return false;
         datagram = datagram.subspan(bytes);
         first = false;
     } while (!datagram.empty());
     return true;
 }
 
-bool CRtcpReader::ReadPacket(std::span<const std::uint8_t> packet, const SContext& context) {
-    const std::size_t count = packet[0] & 0x1FU;
+bool CRtcpReader::ReadPacket(std::span<const std::uint8_t> packet, const SSentSoFar& sent) {
     switch (packet[1]) {
         case senderReportType:
-            return ReadReport(packet, senderInfoBytes, context);
+            return ReadReport(packet, senderInfoBytes, sent);
         case receiverReportType:
-            return ReadReport(packet, 0, context);
+            return ReadReport(packet, 0, sent);
         case descriptionType:
             return ReadDescription(packet);
         case byeType:
-            // A reason may follow the sources.
-            if (packet.size() < headerBytes + 4 * count) return Fail(ERtcpFault::ByeLength);
-            ++counts.byes;
-            return true;
+            return ReadBye(packet);
         default:
             return true;
     }
 }
 
 bool CRtcpReader::ReadReport(std::span<const std::uint8_t> packet, std::size_t infoBytes,
-                             const SContext& context) {
+                             const SSentSoFar& sent) {
     const std::size_t count = packet[0] & 0x1FU;
     const std::size_t blocksAt = reportHeadBytes + infoBytes;
     if (packet.size() != blocksAt + count * blockBytes) return Fail(ERtcpFault::ReportLength);
     ++counts.reports;
+    CheckSource(GetBig32(&packet[headerBytes]));
     for (std::size_t i = 0; i < count; ++i) {
-        CheckBlock(ReadBlock(&packet[blocksAt + i * blockBytes]), context);
+        CheckBlock(ReadBlock(&packet[blocksAt + i * blockBytes]), sent);
     }
     return true;
 }
 
-void CRtcpReader::CheckBlock(const SReportBlock& block, const SContext& context) {
+void CRtcpReader::CheckBlock(const SReportBlock& block, const SSentSoFar& sent) {
     if (block.ssrc != ssrc) {
         ++counts.otherBlocks;
         return;
     }
     ++counts.blocks;
+    if (block.highestSequence > sent.highestSequence) Fail(ERtcpFault::NeverSent);
+    CheckLoss(block, sent);
+    CheckEcho(block, sent);
     counts.last = block;
-    if (block.highestSequence > context.highestSent) Fail(ERtcpFault::NeverSent);
+}
+
+/// Only what can be told for sure. A receiver may count less than was lost: it misses what was lost
+/// before it began to count, and behind the last packet that it got.
+void CRtcpReader::CheckLoss(const SReportBlock& block, const SSentSoFar& sent) {
+    // A receiver that has begun to count anew may be a round of the sequence number behind.
+    const auto covered = std::int64_t{block.highestSequence} - sent.firstSequence + 1;
+    if (covered > 0 && block.cumulativeLost > covered) Fail(ERtcpFault::LostTooMany);
+    const std::int32_t before = counts.last ? counts.last->cumulativeLost : 0;
+    if (sent.inOrder && block.fractionLost != 0 && block.cumulativeLost == before) {
+        Fail(ERtcpFault::LostNone);
+    }
+}
+
+void CRtcpReader::CheckEcho(const SReportBlock& block, const SSentSoFar& sent) {
     if (block.lastReport == 0) return;
     if (std::ranges::find(sentReports, block.lastReport) == sentReports.end()) {
         Fail(ERtcpFault::UnknownReport);
-    } else if (block.delay > MiddleOf(context.ntpNow) - block.lastReport + delaySlack) {
+    } else if (block.delay > MiddleOf(sent.ntpNow) - block.lastReport + delaySlack) {
         Fail(ERtcpFault::ImpossibleDelay);
     }
 }
@@ -175,14 +194,35 @@ bool CRtcpReader::ReadDescription(std::span<const std::uint8_t> packet) {
         for (; at < rest.size() && rest[at] != 0; at += 2 + std::size_t{rest[at + 1]}) {
             if (at + 2 > rest.size() || at + 2 + rest[at + 1] > rest.size()) break;
             if (rest[at] != cnameItem) continue;
-            named = true;
-            counts.name.assign(rest.begin() + static_cast<std::ptrdiff_t>(at) + 2,
-                               rest.begin() + static_cast<std::ptrdiff_t>(at) + 2 + rest[at + 1]);
+            const auto name = rest.subspan(at + 2, rest[at + 1]);
+            TakeName({reinterpret_cast<const char*>(name.data()), name.size()});
         }
         if (at >= rest.size() || rest[at] != 0) return Fail(ERtcpFault::BadDescription);
+        CheckSource(GetBig32(rest.data()));
         rest = rest.subspan(at / 4 * 4 + 4);  // the closing zero bytes fill the word
     }
     return rest.empty() || Fail(ERtcpFault::BadDescription);
+}
+
+bool CRtcpReader::ReadBye(std::span<const std::uint8_t> packet) {
+    const std::size_t count = packet[0] & 0x1FU;
+    // A reason may follow the sources.
+    if (packet.size() < headerBytes + 4 * count) return Fail(ERtcpFault::ByeLength);
+    ++counts.byes;
+    for (std::size_t i = 0; i < count; ++i) CheckSource(GetBig32(&packet[headerBytes + 4 * i]));
+    gone = true;
+    return true;
+}
+
+void CRtcpReader::CheckSource(std::uint32_t source) {
+    if (!receiver) receiver = source;
+    if (source != *receiver) Fail(ERtcpFault::OtherSource);
+}
+
+void CRtcpReader::TakeName(std::string_view name) {
+    named = true;
+    if (!counts.name.empty() && name != counts.name) Fail(ERtcpFault::OtherName);
+    counts.name = name;
 }
 
 }  // namespace korusim

@@ -41,6 +41,11 @@ enum class ERtcpFault : std::size_t {
     UnknownReport,    ///< "last SR" names a sender report that was never sent
     ImpossibleDelay,  ///< "delay since last SR" is longer than that was ago
     NeverSent,        ///< a sequence number beyond the highest one sent
+    OtherSource,      ///< the receiver's SSRC isn't that of its first packet
+    OtherName,        ///< the CNAME isn't that of the datagram before
+    BehindBye,        ///< a receiver that has said goodbye is silent
+    LostTooMany,      ///< more lost than was sent up to the highest sequence number
+    LostNone,         ///< a fraction lost, and none lost in all since the report before
     Count,
 };
 [[nodiscard]] std::string_view TextOf(ERtcpFault fault);
@@ -54,6 +59,16 @@ struct SReportBlock {
     std::uint32_t jitter = 0;
     std::uint32_t lastReport = 0;
     std::uint32_t delay = 0;  ///< in 1/65536 s
+};
+
+/// What the stream has sent when a datagram of its receiver comes.
+struct SSentSoFar {
+    std::uint64_t ntpNow = 0;
+    std::uint32_t firstSequence = 0;    ///< extended, as the next
+    std::uint32_t highestSequence = 0;  ///< of the last packet, also when the network lost it
+    /// Nothing was doubled or delayed. What comes twice or late hides a loss from the receiver's
+    /// count, so that fraction and count can then disagree without a mistake.
+    bool inOrder = true;
 };
 
 struct SRtcpTally {
@@ -73,28 +88,29 @@ class CRtcpReader {
     explicit CRtcpReader(std::uint32_t streamSsrc) : ssrc(streamSsrc) {}
 
     void NoteSenderReport(std::uint64_t ntp);
-    /// `highestSent` is the extended sequence number of the last packet sent so far.
-    void Read(std::span<const std::uint8_t> datagram, std::uint64_t ntpNow,
-              std::uint32_t highestSent);
+    /// True when the datagram is a whole compound packet with a name, whatever its reports claim.
+    bool Read(std::span<const std::uint8_t> datagram, const SSentSoFar& sent);
     [[nodiscard]] const SRtcpTally& tally() const noexcept { return counts; }
 
    private:
-    struct SContext {
-        std::uint64_t ntpNow;
-        std::uint32_t highestSent;
-    };
-
-    [[nodiscard]] bool Walk(std::span<const std::uint8_t> datagram, const SContext& context);
-    [[nodiscard]] bool ReadPacket(std::span<const std::uint8_t> packet, const SContext& context);
+    [[nodiscard]] bool Walk(std::span<const std::uint8_t> datagram, const SSentSoFar& sent);
+    [[nodiscard]] bool ReadPacket(std::span<const std::uint8_t> packet, const SSentSoFar& sent);
     [[nodiscard]] bool ReadReport(std::span<const std::uint8_t> packet, std::size_t infoBytes,
-                                  const SContext& context);
-    void CheckBlock(const SReportBlock& block, const SContext& context);
+                                  const SSentSoFar& sent);
+    void CheckBlock(const SReportBlock& block, const SSentSoFar& sent);
+    void CheckLoss(const SReportBlock& block, const SSentSoFar& sent);
+    void CheckEcho(const SReportBlock& block, const SSentSoFar& sent);
     [[nodiscard]] bool ReadDescription(std::span<const std::uint8_t> packet);
+    [[nodiscard]] bool ReadBye(std::span<const std::uint8_t> packet);
+    void CheckSource(std::uint32_t source);
+    void TakeName(std::string_view name);
     bool Fail(ERtcpFault fault);
 
     std::uint32_t ssrc;
     std::deque<std::uint32_t> sentReports;  // middle words, latest last
+    std::optional<std::uint32_t> receiver;  // its SSRC, once it has told one
     bool named = false;                     // the datagram in hand holds a CNAME
+    bool gone = false;                      // the receiver has said goodbye
     SRtcpTally counts;
 };
 

@@ -52,7 +52,7 @@ struct SRtspAnswer {
 ///     | playing | 200               | 455/453 | 455     | ready | none     |
 ///
 /// 453 is for another connection than the session's, which for all other requests is as good as
-/// none. A session also ends with the connection that made it; there is no time-out.
+/// none. A session also ends with the connection that made it, and when the camera gives it up.
 class CRtspServer {
    public:
     CRtspServer(const SCameraSettings& settings, SServerPorts ports);
@@ -62,6 +62,8 @@ class CRtspServer {
     /// The answer to what isn't a request.
     [[nodiscard]] SRtspAnswer Refuse(const SRtspRequest& request) const;
     void ConnectionClosed(ConnectionId connection);
+    /// Ends the session, if there is one, without a word to its client.
+    void GiveUpSession() { current.reset(); }
 
     [[nodiscard]] const std::optional<SRtspSession>& session() const noexcept { return current; }
 

@@ -1,5 +1,7 @@
 #include "StreamSummary.h"
 
+#include <cstdio>
+
 namespace korusim {
 namespace {
 
@@ -13,6 +15,21 @@ std::string LastBlockLine(const SReportBlock& block) {
            " lost in all, highest sequence number " + std::to_string(block.highestSequence) +
            ", jitter " + std::to_string(block.jitter) + ", delay since last SR " +
            Number(std::uint64_t{block.delay} * 1000 / 65536, "ms\n");
+}
+
+/// Both counts of the same packets. They differ by what the receiver lost before it began to
+/// count, by what its system had no room for, and by what came twice or late.
+std::string LossLine(const SReportBlock& block, std::uint64_t lost) {
+    const auto difference = block.cumulativeLost - static_cast<std::int64_t>(lost);
+    return "  loss up to there: " + std::to_string(block.cumulativeLost) + " by the receiver, " +
+           Number(lost, "by the network, difference ") + std::to_string(difference) + "\n";
+}
+
+std::string SilenceLine(double seconds) {
+    char text[80];
+    std::snprintf(text, sizeof(text), "  ended because no RTCP came from its receiver for %g s\n",
+                  seconds);
+    return text;
 }
 
 std::string FaultLines(const SRtcpTally& rtcp) {
@@ -45,6 +62,10 @@ std::string FormatSummary(const SStreamSummary& summary) {
     if (!rtcp.name.empty()) text += ", from \"" + rtcp.name + "\"";
     text += "\n";
     if (rtcp.last) text += LastBlockLine(*rtcp.last);
+    if (rtcp.last && summary.lostOfReported) {
+        text += LossLine(*rtcp.last, *summary.lostOfReported);
+    }
+    if (summary.silenceSeconds > 0) text += SilenceLine(summary.silenceSeconds);
     text += FaultLines(rtcp);
     if (summary.strangers != 0) {
         text += "  " + Number(summary.strangers, "RTCP datagrams from elsewhere than its client\n");

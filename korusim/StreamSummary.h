@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Impairments.h"
@@ -19,6 +20,8 @@ struct SStreamSummary {
     std::uint64_t refusedDatagrams = 0;  ///< by the system
     std::uint64_t senderReports = 0;
     SRtcpTally rtcp;
+    std::optional<std::uint64_t> lostOfReported;  ///< by the network, up to the last report's end
+    double silenceSeconds = 0;                    ///< of the receiver that ended it; 0: none did
     std::uint64_t strangers = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "VideoStream.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <utility>
@@ -8,6 +9,8 @@ namespace korusim {
 namespace {
 
 constexpr double rtpTicksPerSecond = 90'000;
+/// Lost packets remembered one by one: a report is about a packet sent a moment ago.
+constexpr std::size_t rememberedLost = 10'000;
 
 }  // namespace
 
@@ -26,6 +29,7 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
     fields.payloadType = format.payloadType;
     fields.ssrc = static_cast<std::uint32_t>(random());
     fields.sequence = static_cast<std::uint32_t>(random() & 0xFFFF);
+    firstSequence = fields.sequence;
     firstTimestamp = static_cast<std::uint32_t>(random());
 }
 
@@ -68,9 +72,26 @@ void CVideoStream::Advance(TimePoint now, const PacketSink& sink) {
         ++fields.sequence;
         ++counts.packets;
         counts.octets += bytes - rtpHeaderBytes;
+        const std::uint64_t lostBefore = impairments.tally().dropped;
         impairments.Pass(std::span(datagram).first(bytes), sink);
+        if (impairments.tally().dropped != lostBefore) latestLost.push_back(fields.sequence - 1);
+        if (latestLost.size() > rememberedLost) latestLost.pop_front();
         if (nextPacket == sending->packets()) ++counts.frames;
     }
+}
+
+SSentSoFar CVideoStream::SentSoFar(std::uint64_t ntpNow) const {
+    const SImpairmentTally& network = impairments.tally();
+    return {ntpNow, firstSequence, fields.sequence - 1,
+            network.duplicated == 0 && network.reordered == 0};
+}
+
+std::optional<std::uint64_t> CVideoStream::LostUpTo(std::uint32_t sequence) const {
+    const std::uint64_t lost = impairments.tally().dropped;
+    const auto later = static_cast<std::uint64_t>(
+        std::ranges::count_if(latestLost, [&](std::uint32_t each) { return each > sequence; }));
+    const bool forgotten = lost > latestLost.size() && later == latestLost.size();
+    return forgotten ? std::nullopt : std::optional(lost - later);
 }
 
 SSenderReport CVideoStream::Report(TimePoint now, std::uint64_t ntpNow) const {

@@ -6,8 +6,10 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <future>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -47,8 +49,11 @@ class CVideoStream {
     [[nodiscard]] std::size_t maxDatagramBytes() const { return sending->maxPacketBytes(); }
     [[nodiscard]] std::uint32_t ssrc() const noexcept { return fields.ssrc; }
     [[nodiscard]] SSenderReport Report(TimePoint now, std::uint64_t ntpNow) const;
-    /// Extended sequence number of the last packet sent.
-    [[nodiscard]] std::uint32_t highestSequence() const noexcept { return fields.sequence - 1; }
+    /// What a report that comes now is measured by.
+    [[nodiscard]] SSentSoFar SentSoFar(std::uint64_t ntpNow) const;
+    /// Packets that the network lost up to an extended sequence number; none when that is too long
+    /// ago to be told.
+    [[nodiscard]] std::optional<std::uint64_t> LostUpTo(std::uint32_t sequence) const;
     [[nodiscard]] const SStreamTally& tally() const noexcept { return counts; }
     [[nodiscard]] const SImpairmentTally& impairmentTally() const { return impairments.tally(); }
     [[nodiscard]] std::uint64_t skippedFrames() const noexcept { return pacer.skippedSlots(); }
@@ -66,10 +71,12 @@ class CVideoStream {
     CImpairments impairments;
     TimePoint epoch;  // RTP time began here
     std::uint32_t firstTimestamp;
+    std::uint32_t firstSequence;
     SPacketFields fields;        // of the next packet
     std::size_t nextPacket = 0;  // of the frame in transit
     std::vector<std::uint8_t> datagram;
     SStreamTally counts;
+    std::deque<std::uint32_t> latestLost;  // extended sequence numbers, the last one last
 };
 
 }  // namespace korusim

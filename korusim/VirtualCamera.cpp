@@ -38,6 +38,10 @@ std::uint64_t NtpNow() {
     return (static_cast<std::uint64_t>(whole.count()) + secondsFrom1900To1970) << 32 | fraction;
 }
 
+Clock::duration Duration(double seconds) {
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
 sockaddr_in WithPort(sockaddr_in address, std::uint16_t port) {
     address.sin_port = htons(port);
     return address;
@@ -98,7 +102,7 @@ void CVirtualCamera::Run() {
     while (!stopping) {
         Wait();
         const TimePoint now = Clock::now();
-        if (waiting[3].revents != 0) ServeRtcp();
+        if (waiting[3].revents != 0) ServeRtcp(now);
         ServeRtsp(now);
         ServeTree(now);
         AcceptPeers();
@@ -119,8 +123,14 @@ TimePoint CVirtualCamera::NextDue() const {
     if (stream && stream->playing) {
         consider(stream->video.nextDue());
         if (camera.senderReportSeconds > 0) consider(stream->nextReport);
+        consider(SilenceEnds());
     }
     return due;
+}
+
+std::optional<TimePoint> CVirtualCamera::SilenceEnds() const {
+    if (camera.rtcpTimeoutSeconds <= 0) return std::nullopt;
+    return stream->lastHeard + Duration(camera.rtcpTimeoutSeconds);
 }
 
 void CVirtualCamera::Wait() {
@@ -226,7 +236,7 @@ bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
     return peer.link.Flush(now) && !peer.reader.broken();
 }
 
-void CVirtualCamera::ServeRtcp() {
+void CVirtualCamera::ServeRtcp(TimePoint now) {
     std::array<std::uint8_t, maxRtcpBytes> datagram;
     for (;;) {
         sockaddr_in from{};
@@ -239,9 +249,16 @@ void CVirtualCamera::ServeRtcp() {
             ++stream->strangers;
             continue;
         }
-        stream->rtcp.Read(std::span(datagram).first(static_cast<std::size_t>(received)), NtpNow(),
-                          stream->video.highestSequence());
+        ReadRtcp(std::span(datagram).first(static_cast<std::size_t>(received)), now);
     }
+}
+
+void CVirtualCamera::ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now) {
+    const SRtcpTally& tally = stream->rtcp.tally();
+    const std::uint64_t blocksBefore = tally.blocks;
+    if (stream->rtcp.Read(datagram, stream->video.SentSoFar(NtpNow()))) stream->lastHeard = now;
+    if (tally.blocks == blocksBefore) return;
+    stream->lostOfReported = stream->video.LostUpTo(tally.last->highestSequence);
 }
 
 /// Makes the stream what the server's session says; `client` is who has just asked.
@@ -254,8 +271,8 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
     stream->playing = session->playing;
     if (session->playing) {
         stream->video.Play(now);
-        stream->nextReport = now + std::chrono::duration_cast<Clock::duration>(
-                                       std::chrono::duration<double>(camera.senderReportSeconds));
+        stream->nextReport = now + Duration(camera.senderReportSeconds);
+        stream->lastHeard = now;
     } else {
         stream->video.Pause(toOutbox);
         outbox.Flush();
@@ -282,9 +299,9 @@ std::shared_ptr<const CScene> CVirtualCamera::SceneFor(SPictureSize size) {
     return scenes.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(camera))).second;
 }
 
-void CVirtualCamera::EndStream() {
+void CVirtualCamera::EndStream(double silenceSeconds) {
     if (!stream) return;
-    ServeRtcp();  // the receiver's last words, sent just before it ended the session
+    ServeRtcp(Clock::now());  // the receiver's last words, sent just before it ended the session
     if (stream->playing) stream->video.Pause(toOutbox);
     outbox.Flush();
     SStreamSummary summary;
@@ -296,6 +313,8 @@ void CVirtualCamera::EndStream() {
     summary.refusedDatagrams = outbox.refused() - stream->refusedBefore;
     summary.senderReports = stream->reportsSent;
     summary.rtcp = stream->rtcp.tally();
+    summary.lostOfReported = stream->lostOfReported;
+    summary.silenceSeconds = silenceSeconds;
     summary.strangers = stream->strangers;
     if (endedStreams.size() == maxSummaries) endedStreams.erase(endedStreams.begin());
     endedStreams.push_back(FormatSummary(summary));
@@ -307,6 +326,10 @@ void CVirtualCamera::AdvanceStream(TimePoint now) {
     stream->video.Advance(now, toOutbox);
     outbox.Flush();
     if (camera.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
+    if (const auto end = SilenceEnds(); end && now >= *end) {
+        server->GiveUpSession();
+        EndStream(camera.rtcpTimeoutSeconds);
+    }
 }
 
 void CVirtualCamera::SendReport(TimePoint now) {
@@ -317,9 +340,7 @@ void CVirtualCamera::SendReport(TimePoint now) {
              reinterpret_cast<const sockaddr*>(&stream->clientRtcp), sizeof(stream->clientRtcp));
     stream->rtcp.NoteSenderReport(ntp);
     ++stream->reportsSent;
-    const auto step = std::chrono::duration_cast<Clock::duration>(
-        std::chrono::duration<double>(camera.senderReportSeconds));
-    stream->nextReport = std::max(stream->nextReport + step, now);
+    stream->nextReport = std::max(stream->nextReport + Duration(camera.senderReportSeconds), now);
 }
 
 }  // namespace korusim

@@ -9,6 +9,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <utility>
@@ -61,6 +62,9 @@ class CVirtualCamera {
         sockaddr_in clientRtcp;
         bool playing = false;
         TimePoint nextReport{};
+        TimePoint lastHeard{};  // a valid RTCP packet, or PLAY: who is paused has nothing to report
+        // Lost by the network up to the highest sequence number of the last report.
+        std::optional<std::uint64_t> lostOfReported{};
         std::uint64_t reportsSent = 0;
         std::uint64_t strangers = 0;  // RTCP datagrams from elsewhere than the client's port
         std::uint64_t refusedBefore = 0;
@@ -75,10 +79,14 @@ class CVirtualCamera {
     void QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const;
     void ServeTree(TimePoint now);
     [[nodiscard]] bool ServeTreePeer(STreePeer& peer, TimePoint now);
-    void ServeRtcp();
+    void ServeRtcp(TimePoint now);
+    void ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now);
     void FollowSession(TimePoint now, const sockaddr_in& client);
     void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
-    void EndStream();
+    /// When a receiver that stays silent loses its stream; none when it may stay silent.
+    [[nodiscard]] std::optional<TimePoint> SilenceEnds() const;
+    /// `silenceSeconds` isn't 0 when the receiver's silence is the reason.
+    void EndStream(double silenceSeconds = 0);
     void AdvanceStream(TimePoint now);
     void SendReport(TimePoint now);
     [[nodiscard]] std::shared_ptr<const CScene> SceneFor(SPictureSize size);

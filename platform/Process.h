@@ -1,6 +1,8 @@
 /// What the tools need of the system beside sockets. The plug-in doesn't use it.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace platform {
@@ -36,6 +38,12 @@ void PrepareByteOutput() noexcept;
 /// a second one ends the process the hard way.
 void WatchStopSignals();
 [[nodiscard]] bool StopRequested() noexcept;
+
+/// Datagrams that this system has dropped since it was started because a receiver's buffer was
+/// full, of all programs; none where it doesn't count them.
+[[nodiscard]] std::optional<std::uint64_t> DroppedDatagrams();
+/// The setting that bounds such a buffer, and what lifts the bound, for a person to read.
+[[nodiscard]] std::string ReceiveBufferAdvice();
 
 /// Makes the socket library ready; nothing to do where the system has no such step.
 [[nodiscard]] bool StartSockets() noexcept;

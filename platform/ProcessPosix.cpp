@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <fstream>
+#include <sstream>
 
 namespace platform {
 namespace {
@@ -46,6 +48,31 @@ void WatchStopSignals() {
 }
 
 bool StopRequested() noexcept { return stopRequested != 0; }
+
+std::optional<std::uint64_t> DroppedDatagrams() {
+    // A line of names and a line of numbers, in an order that differs between kernels.
+    constexpr std::string_view wanted = "RcvbufErrors";
+    std::ifstream table("/proc/net/snmp");
+    std::string line;
+    std::string below;
+    while (std::getline(table, line) && std::getline(table, below)) {
+        if (!line.starts_with("Udp:")) continue;
+        std::istringstream names(line);
+        std::istringstream numbers(below);
+        std::string name;
+        std::string number;
+        while (names >> name && numbers >> number) {
+            std::uint64_t count = 0;
+            if (name == wanted && std::istringstream(number) >> count) return count;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string ReceiveBufferAdvice() {
+    return "raise net.core.rmem_max (sysctl), or run with CAP_NET_ADMIN, which lets the plug-in "
+           "go beyond it";
+}
 
 bool StartSockets() noexcept { return true; }
 

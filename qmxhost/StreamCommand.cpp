@@ -129,6 +129,7 @@ class CStream {
     [[nodiscard]] EExit Conclude(EEnd end);
     [[nodiscard]] static std::string Reason(EEnd end, std::uint64_t frames);
     [[nodiscard]] std::string FormatText() const;
+    [[nodiscard]] std::optional<std::uint64_t> DroppedMeanwhile() const;
 
     COpenCamera& camera;
     CFrameIntake& intake;
@@ -137,6 +138,7 @@ class CStream {
     std::optional<CFrameSaver> saver;
     CFrameChecker checker;
     CStreamReport report;
+    std::optional<std::uint64_t> droppedBefore;  // datagrams, by the whole system
 };
 
 CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
@@ -157,6 +159,7 @@ std::string CStream::FormatText() const {
 }
 
 void CStream::Start() {
+    droppedBefore = platform::DroppedDatagrams();
     // Coded frames are shorter than raw ones of their size.
     intake.Reserve(std::size_t{format.width} * format.height * 2);
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
@@ -218,13 +221,25 @@ void CStream::Stop() {
     for (std::size_t i = 0; i < CFrameQueue::slots; ++i) HandleOneFrame(0ms);
 }
 
+std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
+    const auto dropped = platform::DroppedDatagrams();
+    if (!dropped || !droppedBefore) return std::nullopt;
+    return *dropped - *droppedBefore;
+}
+
 /// Tells how it went. Damage counts more than a number of frames that wasn't reached.
 EExit CStream::Conclude(EEnd end) {
     const SFrameTotals totals = intake.Totals();
-    SStreamSummary summary{camera.address(), FormatText(), totals, {}, {}, options.save.target};
+    SStreamSummary summary{camera.address(),    FormatText(),      totals, {}, {},
+                           options.save.target, DroppedMeanwhile()};
     if (options.check) summary.check = checker.totals();
     if (saver) summary.saved = saver->saved();
     report.Summary(summary);
+    if (summary.droppedDatagrams.value_or(0) != 0) {
+        Complain("this system dropped datagrams while camera " + camera.address() +
+                 " streamed, of any program's, because the receiver's buffer was full: " +
+                 platform::ReceiveBufferAdvice());
+    }
     if (totals.notKept != 0) {
         Complain(std::to_string(totals.notKept) + " frames of camera " + camera.address() +
                  " came faster than they could be checked or saved; --rate asks for fewer");

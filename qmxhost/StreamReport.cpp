@@ -66,6 +66,11 @@ std::string SummaryText(const SStreamSummary& summary, double seconds) {
                 std::to_string(totals.notKept) + " not kept\n";
     }
     if (summary.check) text += CheckText(*summary.check, totals.notKept) + "\n";
+    if (summary.droppedDatagrams) {
+        text += "this system dropped " + std::to_string(*summary.droppedDatagrams) +
+                (*summary.droppedDatagrams == 1 ? " datagram" : " datagrams") +
+                " for lack of receive buffer\n";
+    }
     return text;
 }
 
@@ -126,6 +131,7 @@ void CStreamReport::Summary(const SStreamSummary& summary) {
     line["camera"] = summary.camera;
     line["format"] = summary.format;
     if (summary.saved) line["saved"] = *summary.saved;
+    if (summary.droppedDatagrams) line["droppedDatagrams"] = *summary.droppedDatagrams;
     if (summary.check) line["check"] = CheckJson(*summary.check, summary.totals.notKept);
     PrintJson(line);
 }

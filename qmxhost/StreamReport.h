@@ -1,6 +1,7 @@
 /// What `qmxhost stream` tells while it runs and at its end.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,7 @@ struct SStreamSummary {
     std::optional<SCheckTotals> check;
     std::optional<std::uint64_t> saved;
     std::string savedTo;
+    std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, where it counts them
 };
 
 class CStreamReport {

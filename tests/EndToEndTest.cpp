@@ -10,11 +10,13 @@
 
 #include "support/Program.h"
 #include "support/Resources.h"
+#include "support/Shell.h"
 
 namespace {
 
 using nlohmann::json;
 using test::CProgram;
+using test::CShell;
 using test::CSimulator;
 using test::RunProgram;
 using test::SOutcome;
@@ -25,22 +27,6 @@ std::set<std::string> Lines(const std::string& text) {
     for (std::string line; std::getline(stream, line);) lines.insert(line);
     return lines;
 }
-
-/// The shell of the small host.
-class CShell : public CProgram {
-   public:
-    CShell() : CProgram({"qmxhost", "--verbose", "shell"}) {}
-    ~CShell() {
-        if (!running()) return;
-        EXPECT_EQ(Wait(), 0) << Errors();
-    }
-    json operator()(const std::string& command) {
-        Write(command + "\n");
-        const std::string line = ReadLine();
-        return line.empty() ? json{{"ok", "no answer"}} : json::parse(line);
-    }
-    bool Ok(const std::string& command) { return (*this)(command)["ok"] == true; }
-};
 
 const char* const probeOf = "KORURTSP::FindCaptureDevices(";
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <numeric>
 #include <sstream>
@@ -17,6 +18,7 @@
 #include "MjlsPacketizer.h"
 #include "NodeTree.h"
 #include "RawPacketizer.h"
+#include "Rtcp.h"
 #include "RtspServer.h"
 #include "Scene.h"
 
@@ -43,6 +45,7 @@ TEST(Korusim, NamesTheSettingThatIsWrong) {
         {"127.0.0.1,subsampling=444", "subsampling=444"},
         {"127.0.0.1,rate=nan", "rate=nan"},
         {"127.0.0.1,mtu=63", "mtu=63"},
+        {"127.0.0.1,rtcp-timeout=-1", "rtcp-timeout=-1"},
         {"127.0.0.1,seed=1,seed=2", "given twice"},
         {"127.0.0.1,quirk=rude", "quirk=rude"},
         {"127.0.0.1,colour=red", "no such setting"},
@@ -189,6 +192,65 @@ TEST(Korusim, CutsFramesIntoPackets) {
                                       Bytes(tables.begin(), tables.end()) + Part(data, 0, 36),
                                   Rtp(false) + Bytes{0, 0, 0, 36} + main + Part(data, 36, 204),
                                   Rtp(true) + Bytes{0, 0, 0, 204} + main + Part(data, 204, 300)}));
+}
+
+/// A receiver report on stream 0x0A0B0C0D from source 0x01020304 with the name "n": what the tests
+/// vary are its last bytes of SSRC and highest sequence number, fraction lost, and number lost.
+Bytes Report(std::uint8_t source, std::uint8_t fraction, std::uint8_t lost, std::uint8_t highest,
+             const char* name = "n") {
+    const Bytes chunk = {0x81, 202, 0, 2, 1, 2, 3, source, 1, 1, static_cast<std::uint8_t>(*name),
+                         0};
+    return Bytes{0x81, 201,      0, 7, 1,    2, 3, source, 0x0A,    0x0B, 0x0C,
+                 0x0D, fraction, 0, 0, lost, 0, 0, 1,      highest, 0,    0,
+                 0,    0,        0, 0, 0,    0, 0, 0,      0,       0} +
+           chunk;
+}
+const Bytes bye = {0x81, 203, 0, 1, 1, 2, 3, 4};
+const Bytes otherBye = {0x81, 203, 0, 1, 1, 2, 3, 5};
+
+// Packets 0x100 to 0x120 were sent. A receiver's mistakes are counted, and nothing else is.
+TEST(Korusim, FindsAReceiversMistakes) {
+    const Bytes good = Report(4, 0, 2, 0x20);
+    struct {
+        const char* name;
+        std::vector<Bytes> datagrams;
+        std::vector<ERtcpFault> faults;
+        bool lastIsGood = true;  // as a sign of life
+        bool inOrder = true;
+    } const cases[] = {
+        {"good ones", {good, Report(4, 255, 3, 0x20), Report(4, 0, 3, 0x20) + bye}, {}},
+        {"sent last", {Report(4, 0, 0, 0x20)}, {}},
+        {"never sent", {Report(4, 0, 0, 0x21)}, {ERtcpFault::NeverSent}},
+        {"all lost", {Report(4, 1, 33, 0x20)}, {}},
+        {"more than all lost", {Report(4, 1, 34, 0x20)}, {ERtcpFault::LostTooMany}},
+        {"fraction of none", {Report(4, 1, 0, 0x20)}, {ERtcpFault::LostNone}},
+        {"fraction of none since", {good, Report(4, 1, 2, 0x20)}, {ERtcpFault::LostNone}},
+        {"fraction hidden by one come twice", {good, Report(4, 1, 2, 0x20)}, {}, true, false},
+        {"other source",
+         {good, Report(5, 0, 2, 0x20)},
+         {ERtcpFault::OtherSource, ERtcpFault::OtherSource}},
+        {"other name", {good, Report(4, 0, 2, 0x20, "m")}, {ERtcpFault::OtherName}},
+        {"another's goodbye", {good + otherBye}, {ERtcpFault::OtherSource}},
+        {"behind the goodbye", {good + bye, good}, {ERtcpFault::BehindBye}, false},
+        {"goodbye before the name",
+         {Part(good, 0, 32) + bye + Part(good, 32, 44)},
+         {ERtcpFault::BehindBye},
+         false},
+        {"no name", {Part(good, 0, 32)}, {ERtcpFault::NoName}, false},
+        {"cut", {Part(good, 0, 43)}, {ERtcpFault::NotWhole}, false},
+        {"empty", {{}}, {ERtcpFault::NotWhole}, false},
+    };
+    for (const auto& row : cases) {
+        CRtcpReader reader(0x0A0B0C0D);
+        bool lastIsGood = false;
+        for (const Bytes& datagram : row.datagrams) {
+            lastIsGood = reader.Read(datagram, {0, 0x100, 0x120, row.inOrder});
+        }
+        std::array<std::uint64_t, static_cast<std::size_t>(ERtcpFault::Count)> faults{};
+        for (const ERtcpFault fault : row.faults) ++faults[static_cast<std::size_t>(fault)];
+        EXPECT_EQ(reader.tally().faults, faults) << row.name;
+        EXPECT_EQ(lastIsGood, row.lastIsGood) << row.name;
+    }
 }
 
 /// Luminance of the scene as a receiver sees it that makes its headers by code of its own.

@@ -1,0 +1,224 @@
+// Frame rate, pause and reception reports, from the small host's shell down to what the simulated
+// camera got. The rates of a test lie so far apart that a slow machine can't blur them.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Process.h"
+#include "support/Program.h"
+#include "support/Resources.h"
+#include "support/Shell.h"
+
+namespace {
+
+using nlohmann::json;
+using test::CProgram;
+using test::CShell;
+using test::CSimulator;
+using test::RunProgram;
+using test::SOutcome;
+using test::WaitFor;
+
+/// What the simulator tells when it ends; no receiver may have made a mistake in its RTCP.
+std::string End(CSimulator& camera) {
+    camera.Signal(SIGTERM);
+    EXPECT_EQ(camera.Wait(), 0);
+    const std::string summary = camera.Errors();
+    EXPECT_EQ(summary.find("bad RTCP"), std::string::npos) << summary;
+    return summary;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool StartStream(CShell& shell, const std::string& type,
+                 const std::string& address = "127.0.0.11") {
+    return shell.Ok("open " + address + " 3") && shell.Ok("setformat 64 48 " + type) &&
+           shell.Ok("start") && shell.Ok("wait 1 20000");
+}
+
+/// A kind of camera, and how the host calls its format.
+struct SKind {
+    const char* streams;
+    const char* type;
+};
+class EachKind : public testing::TestWithParam<SKind> {
+   protected:
+    static std::string Camera(const std::string& settings) {
+        return std::string("127.0.0.11,size=64x48,streams=") + GetParam().streams + "," + settings;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(RateAndReport, EachKind,
+                         testing::Values(SKind{"raw", "raw"}, SKind{"mjls", "jls"}),
+                         [](const auto& kind) { return std::string(kind.param.streams); });
+
+// A raw camera takes the rate from its node tree within the session, a compressed one at the SETUP
+// of a new session; the host's callback stays in either case.
+TEST_P(EachKind, ARunningStreamTakesANewRate) {
+    CSimulator camera({Camera("rate=5")});
+    CShell shell;
+    ASSERT_TRUE(StartStream(shell, GetParam().type));
+    EXPECT_FALSE(shell.Ok("set FrameRate fast"));
+    ASSERT_TRUE(shell.Ok("set FrameRate 50"));
+    EXPECT_EQ(shell("get /FrameRate")["value"], 50);
+    ASSERT_TRUE(shell.Ok("clear"));
+    EXPECT_TRUE(shell.Ok("wait 20 3000"));  // at the old rate there are 15 in that time
+    ASSERT_TRUE(shell.Ok("set FrameRate 5"));
+    ASSERT_TRUE(shell.Ok("clear"));
+    EXPECT_FALSE(shell.Ok("wait 15 1000"));  // at the old rate there are 50 in that time
+    EXPECT_TRUE(shell.Ok("wait 3 20000"));
+    const json callback = shell("callback");
+    EXPECT_TRUE(callback["callback"] == true && callback["context"] == true);
+    EXPECT_TRUE(shell.Ok("stop"));
+    const bool raw = std::string(GetParam().streams) == "raw";
+    const std::string summary = End(camera);
+    EXPECT_TRUE(Contains(summary, raw ? "stream 1:" : "stream 3:")) << summary;
+    EXPECT_FALSE(Contains(summary, raw ? "stream 2:" : "stream 4:")) << summary;
+}
+
+TEST_P(EachKind, APauseKeepsSessionAndReceiver) {
+    CSimulator camera({Camera("rate=60")});
+    CShell shell;
+    ASSERT_TRUE(StartStream(shell, GetParam().type));
+    const std::size_t threads = shell.Threads();
+    const std::size_t descriptors = shell.Descriptors();
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(shell.Ok("set Paused true"));
+        EXPECT_EQ(shell("get Paused")["value"], true);
+        EXPECT_EQ(shell("state")["streaming"], true);  // for the host it goes on
+        EXPECT_EQ(shell("callback")["callback"], true);
+        ASSERT_TRUE(shell.Ok("clear"));
+        EXPECT_FALSE(shell.Ok("wait 5 200"));  // but for one that was on its way
+        EXPECT_EQ(shell.Threads(), threads);
+        EXPECT_EQ(shell.Descriptors(), descriptors);
+        ASSERT_TRUE(shell.Ok("set Paused false"));
+        EXPECT_EQ(shell("get Paused")["value"], false);
+        ASSERT_TRUE(shell.Ok("clear"));
+        EXPECT_TRUE(shell.Ok("wait 5 20000"));
+    }
+    EXPECT_TRUE(shell.Ok("stop"));
+    const std::string summary = End(camera);
+    EXPECT_TRUE(Contains(summary, "stream 1:") && !Contains(summary, "stream 2:")) << summary;
+    EXPECT_TRUE(Contains(summary, "1 goodbyes")) << summary;
+}
+
+TEST(RateAndReport, TheCommandLineGetsAndSets) {
+    const CSimulator cameras(
+        {"127.0.0.11,size=64x48,rate=7", "127.0.0.12,size=64x48,streams=mjls,rate=7"});
+    for (const std::string address : {"127.0.0.11", "127.0.0.12"}) {
+        const SOutcome get = RunProgram({"qmxhost", "get", address, "--json"});
+        EXPECT_EQ(get.status, 0) << get.errors;
+        // Of a compressed camera the rate that the host would ask for: it can't be read there.
+        EXPECT_EQ(json::parse(get.output)["properties"],
+                  (json{{"/FrameRate", address.ends_with("11") ? 7 : 9},
+                        {"/Paused", true},
+                        {"/InitialFrameRate", 9},
+                        {"/UseInitialFrameRate", false}}));
+        const SOutcome set = RunProgram({"qmxhost", "set", address, "FrameRate=12"});
+        EXPECT_EQ(set.status, 0) << set.errors;
+        EXPECT_EQ(set.output, "/FrameRate=12.0\n");
+        EXPECT_EQ(RunProgram({"qmxhost", "set", address, "FrameRate=fast"}).status, 2);
+        const SOutcome stream =
+            RunProgram({"qmxhost", "stream", address, "--rate", "100", "--count", "50", "--json"});
+        EXPECT_EQ(stream.status, 0) << stream.errors;
+        const json last = json::parse(stream.output.substr(stream.output.rfind('{')));
+        EXPECT_GT(last["framesPerSecond"], 14) << last;  // more than it was set to before
+    }
+}
+
+// The camera counts what it dropped of the packets that the last report covers: not what came
+// behind the last packet that arrived. The receiver counts from its third packet on, so the seed
+// is such that the first three arrive.
+TEST_P(EachKind, ReportsEveryLostPacket) {
+    CSimulator camera({Camera("rate=100,sr=0.05,loss=0.02,seed=4")});
+    CProgram host({"qmxhost", "stream", "127.0.0.11", "--rate", "100", "--count", "100"});
+    EXPECT_EQ(host.Wait(), 0) << host.Errors();
+    EXPECT_TRUE(Contains(host.ReadAll(), "this system dropped 0 datagrams"));
+    const std::string summary = End(camera);
+    const char* const line = std::strstr(summary.c_str(), "loss up to there:");
+    int reported = 0;
+    int dropped = 0;
+    ASSERT_TRUE(line != nullptr &&
+                std::sscanf(line, "loss up to there: %d by the receiver, %d by the network",
+                            &reported, &dropped) == 2)
+        << summary;
+    EXPECT_EQ(reported, dropped) << summary;
+    EXPECT_GE(dropped, 5) << "too little is lost to be a test";
+}
+
+TEST(RateAndReport, TwoHundredRatesLeaveNothingBehind) {
+    CSimulator camera({"127.0.0.11,size=64x48,streams=mjls,rate=60"});
+    CShell shell;
+    ASSERT_TRUE(StartStream(shell, "jls"));
+    const auto change = [&](int first, int last) {
+        for (int i = first; i < last; ++i) {
+            ASSERT_TRUE(shell.Ok("set FrameRate " + std::to_string(50 + i % 2))) << i;
+            // Some are changed before their first frame.
+            if (i % 4 != 0) continue;
+            ASSERT_TRUE(shell.Ok("wait 1 20000") && shell.Ok("clear")) << i;
+        }
+        ASSERT_TRUE(shell.Ok("clear") && shell.Ok("wait 2 20000"));
+    };
+    change(0, 20);
+    const std::size_t threads = shell.Threads();
+    const std::size_t descriptors = shell.Descriptors();
+    const std::size_t memory = shell.Memory();
+    change(20, 220);
+    EXPECT_EQ(shell.Threads(), threads);
+    EXPECT_EQ(shell.Descriptors(), descriptors);
+    // A sanitizer keeps what was freed, and one of them finds leaks by itself.
+    constexpr std::size_t mostGrowth = std::size_t{KORU_SANITIZED ? 512 : 8} << 20;
+    EXPECT_LT(shell.Memory(), memory + mostGrowth);
+    EXPECT_TRUE(shell.Ok("stop"));
+    End(camera);
+}
+
+// Without sender reports the receiver says nothing but its opening words; with them it reports at
+// each fourth.
+TEST(RateAndReport, ASilentReceiverLosesItsStream) {
+    CSimulator cameras({"127.0.0.11,size=64x48,rate=50,sr=0,rtcp-timeout=1.5",
+                        "127.0.0.12,size=64x48,rate=50,sr=0.1,rtcp-timeout=1.5"});
+    CShell silent;
+    ASSERT_TRUE(StartStream(silent, "raw"));
+    CShell heard;
+    ASSERT_TRUE(StartStream(heard, "raw", "127.0.0.12"));
+    EXPECT_TRUE(WaitFor([&] { return silent.Ok("clear") && !silent.Ok("wait 1 500"); }));
+    EXPECT_TRUE(silent.Ok("set Paused true"));
+    EXPECT_EQ(silent("get Paused")["value"], false);  // there is no session to pause any more
+    EXPECT_TRUE(heard.Ok("wait 110 20000"));          // 2.2 s
+    EXPECT_TRUE(heard.Ok("set Paused true"));
+    EXPECT_TRUE(heard.Ok("sleep 1600"));  // in a pause there are no sender reports to answer
+    EXPECT_TRUE(heard.Ok("set Paused false"));
+    EXPECT_TRUE(heard.Ok("clear") && heard.Ok("wait 20 20000") && heard.Ok("stop"));
+
+    EXPECT_TRUE(silent.Ok("new"));  // the camera is free again
+    EXPECT_TRUE(StartStream(silent, "raw") && silent.Ok("stop"));
+    const std::string summary = End(cameras);
+    const std::string reason = "ended because no RTCP came from its receiver for 1.5 s";
+    EXPECT_TRUE(Contains(summary, reason)) << summary;
+    EXPECT_EQ(summary.find(reason), summary.rfind(reason)) << summary;
+}
+
+// A host that is held up while the camera sends: its buffer runs full, and the summary says so.
+TEST(RateAndReport, TellsWhatTheSystemDropped) {
+    EXPECT_EQ(platform::DroppedDatagrams(), 0u);
+    const CSimulator camera({"127.0.0.11,size=640x512,rate=120"});
+    CProgram host({"qmxhost", "stream", "127.0.0.11", "--json"});
+    EXPECT_FALSE(host.ReadLine().empty());
+    host.Signal(SIGSTOP);
+    EXPECT_TRUE(WaitFor([] { return platform::DroppedDatagrams() > 100u; }));
+    host.Signal(SIGCONT);
+    host.Signal(SIGINT);
+    std::string last;
+    for (std::string line; !(line = host.ReadLine()).empty();) last = line;
+    EXPECT_EQ(host.Wait(), 0);
+    EXPECT_EQ(json::parse(last)["droppedDatagrams"], *platform::DroppedDatagrams()) << last;
+    EXPECT_TRUE(Contains(host.Errors(), "net.core.rmem_max")) << host.Errors();
+}
+
+}  // namespace
