@@ -46,6 +46,7 @@ bool StartStream(CShell& shell, const std::string& type,
 struct SKind {
     const char* streams;
     const char* type;
+    friend void PrintTo(const SKind& kind, std::ostream* out) { *out << kind.streams; }
 };
 class EachKind : public testing::TestWithParam<SKind> {
    protected:
