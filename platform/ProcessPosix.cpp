@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <fstream>
 #include <sstream>
@@ -11,9 +12,11 @@
 namespace platform {
 namespace {
 
-volatile sig_atomic_t stopRequested = 0;
+/// Atomic, since the system hands a signal to any thread.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
-void OnStopSignal(int) { stopRequested = 1; }
+void OnStopSignal(int) { stopRequested = true; }
 
 }  // namespace
 
@@ -47,7 +50,7 @@ void WatchStopSignals() {
     for (const int number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
 }
 
-bool StopRequested() noexcept { return stopRequested != 0; }
+bool StopRequested() noexcept { return stopRequested; }
 
 std::optional<std::uint64_t> DroppedDatagrams() {
     // A line of names and a line of numbers, in an order that differs between kernels.

@@ -217,7 +217,7 @@ TEST(RateAndReport, TellsWhatTheSystemDropped) {
     host.Signal(SIGINT);
     std::string last;
     for (std::string line; !(line = host.ReadLine()).empty();) last = line;
-    EXPECT_EQ(host.Wait(), 0);
+    EXPECT_EQ(host.Wait(), 0) << host.Errors();
     EXPECT_EQ(json::parse(last)["droppedDatagrams"], *platform::DroppedDatagrams()) << last;
     EXPECT_TRUE(Contains(host.Errors(), "net.core.rmem_max")) << host.Errors();
 }
