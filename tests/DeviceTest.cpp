@@ -78,72 +78,42 @@ TEST(Device, BeginsWithNothing) {
     EXPECT_EQ(types[8].byte, 3);
 }
 
-struct SOpenCase {
-    const char* name;
-    std::vector<std::string> answers;
-    bool opens;
-    const char* catalogue;
-    const char* methods;
-    const char* log;
-};
-
 TEST(Device, OpensWhatACameraDescribes) {
-    const char* const noFormats = "CKORURTSPDevice::Open: Failed to get RTSP/SDP formats.\n";
-    const SOpenCase cases[] = {
-        {"raw",
-         {Ok(0), Description(1, rawBody)},
-         true,
-         "640x480raw 320x240raw ",
-         "OPTIONS DESCRIBE",
-         ""},
-        {"raw, of another coding",
-         {Ok(0), Description(1, jpegBody)},
-         true,
-         "",
-         "OPTIONS DESCRIBE",
-         ""},
-        {"both compressed",
-         {Ok(0), NotFound(1), Description(2, mjlsBody), Description(3, jpegBody)},
-         true,
+    const std::string odd =
+        "v=0\nm=v 0 RTP/AVP 1 2\na=rtpmap:1 ZRAWx\na=rtpmap:2 ZRA\na=framesize:65537-70000\n";
+    const std::string jls = Description(2, mjlsBody);
+    const std::string noFormats = "CKORURTSPDevice::Open: Failed to get RTSP/SDP formats.\n";
+    const std::string noServer =
+        "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.1.\n";
+    struct {
+        std::vector<std::string> answers;
+        const char* methods;
+        const char* catalogue;
+        std::string log;  // empty: the device is open then
+    } const cases[] = {
+        {{Ok(0), Description(1, rawBody)}, "OPTIONS DESCRIBE", "640x480raw 320x240raw ", ""},
+        {{Ok(0), Description(1, jpegBody)}, "OPTIONS DESCRIBE", "", ""},
+        {{Ok(0), Description(1, odd)}, "OPTIONS DESCRIBE", "1x4464raw ", ""},
+        {{Ok(0), NotFound(1), jls, Description(3, jpegBody)},
+         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
          "8x6jls 8x6jpeg ",
-         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
          ""},
-        {"JPEG-LS alone",
-         {Ok(0), NotFound(1), Description(2, mjlsBody), NotFound(3)},
-         true,
+        {{Ok(0), NotFound(1), jls, NotFound(3)},
+         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
          "8x6jls ",
-         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
          ""},
-        {"JPEG alone",
-         {Ok(0), NotFound(1), NotFound(2), Description(3, jpegBody)},
-         false,
-         "",
-         "OPTIONS DESCRIBE DESCRIBE",
-         noFormats},
-        {"no camera behind the port",
-         {test::closeConnection},
-         false,
-         "",
-         "OPTIONS",
-         "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.1.\n"},
-        {"odd sizes",
-         {Ok(0), Description(1,
-                             "v=0\nm=v 0 RTP/AVP 1 2\na=rtpmap:1 ZRAWx\n"
-                             "a=rtpmap:2 ZRA\na=framesize:65537-70000\n")},
-         true,
-         "1x4464raw ",
-         "OPTIONS DESCRIBE",
-         ""},
+        {{Ok(0), NotFound(1), NotFound(2)}, "OPTIONS DESCRIBE DESCRIBE", "", noFormats},
+        {{test::closeConnection}, "OPTIONS", "", noServer},
     };
-    for (const SOpenCase& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.answers.back());
+        const bool opens = row.log.empty();
         std::vector<std::string> answers = row.answers;
-        if (row.opens) answers.push_back(test::closeConnection);  // the next opening begins anew
+        if (opens) answers.push_back(test::closeConnection);  // the next opening begins anew
         CScriptedPeer peer(answers, "127.0.0.1", rtspPort);
         const TSharedPtr<IDevice> device = MakeDevice();
-        EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), streamsOnly), row.opens); }),
-                  row.log);
-        EXPECT_EQ(device->IsOpen(), row.opens);
+        EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), streamsOnly), opens); }), row.log);
+        EXPECT_EQ(device->IsOpen(), opens);
         EXPECT_FALSE(device->IsConnected());
         EXPECT_EQ(Catalogue(*device), row.catalogue);
         EXPECT_EQ(peer.Methods(), row.methods);
@@ -170,42 +140,27 @@ TEST(Device, KeepsAnAddressUntilItIsClosed) {
     EXPECT_EQ(Catalogue(*device), "640x480raw 320x240raw 640x480raw 320x240raw ");
 }
 
-struct SStartCase {
-    const char* name;
-    std::vector<std::string> answers;  // from SETUP on
-    std::uint16_t width;
-    const char* log;
-    const char* methods;  // from SETUP on
-};
-
 TEST(Device, TellsWhichStepOfAStartFailed) {
+    const std::string prefix = "CKORURTSPDevice::StartContinuous: ";
+    const std::string noFormat = prefix + "Failed to find a suitable format.\n";
+    const std::string noSetup = prefix + "RTSP session setup failed.\n";
+    const std::string noPlay = prefix + "Failed to play RTSP session.\n";
     const std::string made = Ok(2, session);
-    const char* const setupFailed =
-        "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n";
-    const char* const playFailed =
-        "CKORURTSPDevice::StartContinuous: Failed to play RTSP session.\n";
-    const SStartCase cases[] = {
-        {"no size",
-         {},
-         0,
-         "CKORURTSPDevice::StartContinuous: Failed to find a suitable format.\n",
-         ""},
-        {"SETUP refused", {NotFound(2)}, 640, setupFailed, " SETUP"},
-        {"no server port",
-         {Ok(2, "Session: s\r\nTransport: RTP/AVP\r\n")},
-         640,
-         setupFailed,
-         " SETUP"},
-        {"PLAY refused", {made, NotFound(3)}, 640, playFailed, " SETUP PLAY"},
-        {"PLAY with a parameter behind the id",
-         {made, Ok(3, "Session: s;timeout=9\r\n")},
-         640,
-         playFailed,
-         " SETUP PLAY"},
-        {"the camera goes", {made, test::closeConnection}, 640, playFailed, " SETUP PLAY"},
+    struct {
+        std::vector<std::string> answers;  // from SETUP on
+        std::uint16_t width;
+        std::string log;
+        const char* methods;  // from SETUP on
+    } const cases[] = {
+        {{}, 0, noFormat, ""},
+        {{NotFound(2)}, 640, noSetup, " SETUP"},
+        {{Ok(2, "Session: s\r\nTransport: RTP/AVP\r\n")}, 640, noSetup, " SETUP"},
+        {{made, NotFound(3)}, 640, noPlay, " SETUP PLAY"},
+        {{made, Ok(3, "Session: s;timeout=9\r\n")}, 640, noPlay, " SETUP PLAY"},
+        {{made, test::closeConnection}, 640, noPlay, " SETUP PLAY"},
     };
-    for (const SStartCase& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.log + row.methods);
         std::vector<std::string> answers = {Ok(0), Description(1, rawBody)};
         answers.insert(answers.end(), row.answers.begin(), row.answers.end());
         CScriptedPeer peer(answers, "127.0.0.1", rtspPort);

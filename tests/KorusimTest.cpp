@@ -5,132 +5,23 @@
 #include <array>
 #include <cstdlib>
 #include <numeric>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "FrameDecoders.h"
 #include "FrameStamp.h"
-#include "Impairments.h"
 #include "JpegEncoder.h"
 #include "JpegHeaders.h"
 #include "JpegPacketizer.h"
 #include "MjlsPacketizer.h"
-#include "NodeTree.h"
 #include "RawPacketizer.h"
 #include "Rtcp.h"
-#include "RtspServer.h"
 #include "Scene.h"
 
 namespace {
 
 using namespace korusim;
 using Bytes = std::vector<std::uint8_t>;
-
-TEST(Korusim, NamesTheSettingThatIsWrong) {
-    struct {
-        const char* argument;
-        const char* error;  // a part of it; empty: the camera is good
-    } const cases[] = {
-        {"127.0.0.1", ""},
-        {"127.0.0.1,name=A b,streams=mjls+mjpg,size=640x480,size=8x2040,q=99,restart=65535", ""},
-        {"127.0.0.1,streams=mjls,size=641x4096,q=128,subsampling=420,rate=0.5,mtu=64", ""},
-        {"127.0.0", "not an IPv4 address"},
-        {"127.0.0.1,size=7x8", "size=7x8"},
-        {"127.0.0.1,streams=mjpg,size=640x480,size=644x480", "size=644x480"},
-        {"127.0.0.1,streams=mjls+mjpg,size=2048x480", "size=2048x480"},
-        {"127.0.0.1,q=0", "q=0"},
-        {"127.0.0.1,q=100", "q=100"},
-        {"127.0.0.1,restart=65536", "restart=65536"},
-        {"127.0.0.1,subsampling=444", "subsampling=444"},
-        {"127.0.0.1,rate=nan", "rate=nan"},
-        {"127.0.0.1,mtu=63", "mtu=63"},
-        {"127.0.0.1,rtcp-timeout=-1", "rtcp-timeout=-1"},
-        {"127.0.0.1,seed=1,seed=2", "given twice"},
-        {"127.0.0.1,quirk=rude", "quirk=rude"},
-        {"127.0.0.1,colour=red", "no such setting"},
-        {"127.0.0.1,", "key=value"},
-    };
-    for (const auto& row : cases) {
-        const std::string error = ParseCamera(row.argument).error;
-        EXPECT_EQ(error.empty(), *row.error == '\0') << row.argument << ": " << error;
-        EXPECT_NE(error.find(row.error), std::string::npos) << row.argument << ": " << error;
-    }
-}
-
-TEST(Korusim, AnswersNodeRequests) {
-    const char* const cases[][2] = {
-        {"VERIFY .rtp", "OK"},
-        {"VERIFY .rt", "ERROR no node .rt"},
-        {"GET .rtp.caps.config.rtsp.streaming.enabled", "OK bool true"},
-        {"GET .version.product.serial", "OK string SIM-127.0.0.1"},
-        {"GET .rtp.frequency", "OK double 7.5"},
-        {"SET .rtp.frequency double 0", "ERROR out of range"},
-        {"SET .rtp.frequency double 6x", "ERROR not a number"},
-        {"SET .rtp.frequency bool true", "ERROR wrong type"},
-        {"SET .version.hwtype double 1", "ERROR .version.hwtype can't be set"},
-        {"get .rtp.frequency", "ERROR unknown request"},
-    };
-    CNodeTree tree(ParseCamera("127.0.0.1,rate=7.5").settings);
-    for (const auto& row : cases) EXPECT_EQ(tree.Answer(row[0]), row[1]);
-    EXPECT_EQ(tree.Answer("SET .rtp.frequency double 60"), "OK");
-    EXPECT_EQ(tree.frequency(), 60);
-}
-
-// Each step: connection, method, path, status of the answer. SETUP-TCP offers nothing but TCP.
-TEST(Korusim, KeepsTheSessionRules) {
-    struct {
-        const char* streams;
-        const char* steps;
-        std::optional<double> rate;  // of the session at the end
-    } const cases[] = {
-        {"raw",
-         "1 DESCRIBE / 200  1 DESCRIBE /mjls 404  1 PLAY /sid=96 454  1 SETUP /sid=97 404 "
-         "1 SETUP /mjls/stream=0 404  1 SETUP-TCP /sid=96 461  1 SETUP /sid=96 200 "
-         "1 SETUP /sid=96 455  2 SETUP /sid=96 453  2 PLAY /sid=96 454  1 PAUSE /sid=96 455 "
-         "1 PLAY /sid=95 404  1 PLAY /sid=96 200  1 PLAY /sid=96 455  1 PAUSE /sid=96 200 "
-         "1 PLAY /sid=96 200  1 TEARDOWN /sid=96 200  1 TEARDOWN /sid=96 454  2 SETUP /sid=96 200",
-         std::nullopt},
-        {"mjls+mjpg",
-         "1 DESCRIBE / 404  1 DESCRIBE /mjls 200  1 DESCRIBE /mjpg 200  1 SETUP /mjls 404 "
-         "1 SETUP /mjls/stream=1 404  1 SETUP /mjls/stream=0?frate=0 400 "
-         "1 SETUP /mjls/stream=0?frate=-1 400  1 SETUP /mjls/stream=0?frate=7.5 400 "
-         "1 SETUP /mjls/stream=0?frate= 400  1 SETUP /mjls/stream=0?frate=1001 400 "
-         "1 SETUP /mjls/stream=0?x=1 400  1 SETUP /mjpg/stream=0?frate=25 200 "
-         "1 PLAY /mjpg/stream=0 404  1 PLAY /mjls 404  1 PLAY /mjpg 200  1 PAUSE /mjpg 200",
-         25},
-        {"mjls",
-         "1 DESCRIBE /mjpg 404  1 SETUP /mjpg/stream=0 404  1 SETUP /mjls/stream=0 200 "
-         "1 RECORD /mjls 501  1 PLAY /mjls 200",
-         std::nullopt},
-        {"mjpg", "1 DESCRIBE /mjls 404  1 SETUP /mjpg/stream=0 200", std::nullopt},
-    };
-    for (const auto& row : cases) {
-        CRtspServer server(ParseCamera(std::string("127.0.0.1,streams=") + row.streams).settings,
-                           {6000, 6001});
-        std::istringstream steps(row.steps);
-        ConnectionId connection = 0;
-        std::string method, path, status;
-        while (steps >> connection >> method >> path >> status) {
-            const std::string transport = method == "SETUP-TCP"
-                                              ? "RTP/AVP/TCP;unicast"
-                                              : "RTP/AVP;unicast;client_port=5000-5001";
-            const SRtspRequest request{method.substr(0, method.find('-')),
-                                       "rtsp://127.0.0.1:554" + path,
-                                       "RTSP/1.0",
-                                       {{"CSeq", "7"},
-                                        {"Session", server.session() ? server.session()->id : ""},
-                                        {"Transport", transport}}};
-            const std::string head = server.Answer(connection, request).head;
-            EXPECT_EQ(head.substr(0, 13), "RTSP/1.0 " + status + " ") << method << " " << path;
-            EXPECT_NE(head.find("\r\nCSeq: 7\r\n"), std::string::npos);
-        }
-        EXPECT_EQ(server.session() ? server.session()->rate : std::nullopt, row.rate);
-        server.ConnectionClosed(1);
-        server.ConnectionClosed(2);
-        EXPECT_FALSE(server.session());
-    }
-}
 
 // 0x10001 is the second round of the sequence number; what follows in each packet is written out.
 constexpr SPacketFields fields{96, 0x10001, 0x01020304, 0xA0B0C0D0};
@@ -294,35 +185,6 @@ TEST(Korusim, CodesJpegByTheTablesThatAReceiverDerives) {
         double sum = 0;
         for (std::size_t i = 0; i < finest.size(); ++i) sum += std::abs(samples[i] - finest[i]);
         EXPECT_LT(sum / static_cast<double>(finest.size()), row.errorMost) << +row.jpeg.quality;
-    }
-}
-
-TEST(Korusim, ImpairsAsToldAndCountsIt) {
-    struct {
-        const char* settings;
-        const char* arrives;  // of packets 1 to 6, the last flush included
-        SImpairmentTally tally;
-    } const cases[] = {
-        {"loss=0", "123456", {0, 0, 0}},
-        {"loss=1", "", {6, 0, 0}},
-        {"duplicate=1", "112233445566", {0, 6, 0}},
-        {"reorder=1", "214365", {0, 0, 3}},
-        {"reorder=1,duplicate=1", "221443665", {0, 3, 3}},
-    };
-    for (const auto& row : cases) {
-        CImpairments network(ParseCamera(std::string("127.0.0.1,") + row.settings).settings, 1);
-        std::string arrived;
-        const PacketSink sink = [&](std::span<const std::uint8_t> packet) {
-            arrived += static_cast<char>(packet[0]);
-        };
-        for (std::uint8_t name = '1'; name <= '6'; ++name) {
-            network.Pass({&name, 1}, sink);
-        }
-        network.Flush(sink);
-        EXPECT_EQ(arrived, row.arrives) << row.settings;
-        EXPECT_EQ(network.tally().dropped, row.tally.dropped);
-        EXPECT_EQ(network.tally().duplicated, row.tally.duplicated);
-        EXPECT_EQ(network.tally().reordered, row.tally.reordered);
     }
 }
 
