@@ -34,7 +34,15 @@ CKORURTSPDevice::CKORURTSPDevice() {
     priv::RegisterPixelTypes();
 }
 
-CKORURTSPDevice::~CKORURTSPDevice() { CKORURTSPDevice::Close(); }
+CKORURTSPDevice::~CKORURTSPDevice() {
+    receiver.AbandonOwnThread();  // a host may drop its last reference within the callback
+    try {
+        CKORURTSPDevice::Close();
+    } catch (...) {
+        // No memory for a request: the camera gets no goodbye, and all else still ends.
+        if (connection != 0) arbDestroy(connection);
+    }
+}
 
 void CKORURTSPDevice::Close() {
     StopContinuous();
@@ -198,14 +206,14 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
             rtsp.Teardown();
             return StartFailed("CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.");
         }
+        if (!rtsp.Play()) {
+            receiver.Stop();
+            return StartFailed("CKORURTSPDevice::StartContinuous: Failed to play RTSP session.");
+        }
     } catch (...) {
-        // A thread could not be created. Those that could must not outlive this start.
+        // A thread could not be created, or there was no memory. No thread may outlive this start.
         receiver.Reset();
         throw;
-    }
-    if (!rtsp.Play()) {
-        receiver.Stop();
-        return StartFailed("CKORURTSPDevice::StartContinuous: Failed to play RTSP session.");
     }
     frameCallback = callback;
     callbackContext = context;
@@ -214,6 +222,7 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
 
 bool CKORURTSPDevice::StopContinuous() {
     if (!rtsp.IsPlaying()) return false;
+    receiver.RequireOtherThread();  // raises while the camera still sends: nothing has changed
     rtsp.Pause();
     receiver.Stop();
     receiver.Reset();

@@ -1,6 +1,8 @@
 #include "CameraDiscovery.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "Arbor.h"
 #include "dns_sd.h"
@@ -15,6 +17,7 @@ constexpr std::int32_t browseArgument = 100;
 struct SBrowseContext {
     TArray<SCaptureDevice>* devices;
     CMutex lock;  // the callbacks may come on any thread
+    bool outOfMemory = false;
 };
 
 /// Holds a `CMutex` for a scope.
@@ -36,15 +39,38 @@ void OnCameraFound(std::uint32_t address, const char* name, void* browseContext)
     for (const SCaptureDevice& known : *context.devices) {
         if (known.address == address) return;
     }
-    context.devices->append(SCaptureDevice{address, name});
+    try {
+        context.devices->append(SCaptureDevice{address, name});
+    } catch (const std::bad_alloc&) {
+        context.outOfMemory = true;  // nothing may be thrown through the library that calls this
+    }
 }
+
+/// A connection for the length of a probe.
+class CProbeConnection {
+   public:
+    explicit CProbeConnection(const CString& address) {
+        made = arbConnect(&connection, address.c_str(), 0) == 0;
+    }
+    CProbeConnection(const CProbeConnection&) = delete;
+    CProbeConnection& operator=(const CProbeConnection&) = delete;
+    ~CProbeConnection() {
+        if (made) arbDisconnect(connection);
+    }
+    [[nodiscard]] bool valid() const noexcept { return made; }
+    [[nodiscard]] ArbHandle handle() const noexcept { return connection; }
+
+   private:
+    ArbHandle connection = 0;
+    bool made = false;
+};
 
 CString ReadString(ArbHandle connection, const char* path) {
     char* text = nullptr;
     if (arbGetString(connection, path, &text) != 0) return "Error";
-    CString copy(text);
-    arbFreeString(&text);
-    return copy;
+    const auto free = [](char* owned) { arbFreeString(&owned); };
+    const std::unique_ptr<char, decltype(free)> owner(text, free);
+    return CString(text);
 }
 
 void LogDetails(ArbHandle connection, const CString& address) {
@@ -81,14 +107,16 @@ bool ShouldSkipCaptureDevice(const SCaptureDevice& device, bool logDetails) {
     if (log.verbose()) {
         log.WriteLine("KORURTSP::FindCaptureDevices(): Found device %s.", address.c_str());
     }
-    ArbHandle connection = 0;
-    if (arbConnect(&connection, address.c_str(), 0) != 0) {
-        log.WriteLine("KORURTSP::FindCaptureDevices(%s): Failed to connect.", address.c_str());
-        return true;
+    const char* reason = nullptr;
+    {
+        const CProbeConnection connection(address);
+        if (!connection.valid()) {
+            log.WriteLine("KORURTSP::FindCaptureDevices(%s): Failed to connect.", address.c_str());
+            return true;
+        }
+        if (logDetails && log.verbose()) LogDetails(connection.handle(), address);
+        reason = ReasonToSkip(connection.handle());
     }
-    if (logDetails && log.verbose()) LogDetails(connection, address);
-    const char* const reason = ReasonToSkip(connection);
-    arbDisconnect(connection);
     if (reason != nullptr && log.verbose()) log.WriteLine(reason, address.c_str());
     return reason != nullptr;
 }
@@ -99,6 +127,7 @@ bool FindCaptureDevices(TArray<SCaptureDevice>& devices, bool logDetails) {
     {
         SBrowseContext context{&devices, {}};
         dns_sd(serviceType, OnCameraFound, &context, browseArgument);
+        if (context.outOfMemory) ThrowBadAllocException();
     }
     std::size_t kept = 0;
     for (std::size_t i = 0; i < devices.count(); ++i) {

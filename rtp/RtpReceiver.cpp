@@ -62,7 +62,10 @@ platform::CSocket TakeOut(std::atomic<platform::SocketHandle>& field) noexcept {
 CRtpReceiver::CRtpReceiver()
     : source(std::make_unique<SRtpSource>()), eventQueue(std::make_unique<CRtcpEventQueue>()) {}
 
-CRtpReceiver::~CRtpReceiver() { Reset(); }
+CRtpReceiver::~CRtpReceiver() {
+    AbandonOwnThread();
+    Reset();
+}
 
 bool CRtpReceiver::CreateSockets() {
     if (IsRunning()) return false;
@@ -114,22 +117,38 @@ bool CRtpReceiver::IsIdle() const noexcept {
 }
 
 bool CRtpReceiver::Stop() {
-    if (!IsIdle()) End();
+    RequireOtherThread();
+    EndRun();
     return true;
 }
 
 void CRtpReceiver::Reset() {
-    if (!IsIdle()) End();
+    RequireOtherThread();
+    EndRun();
     CloseSockets();
     serverAddress = {};
     serverRtcpPort = 0;
 }
 
-void CRtpReceiver::End() {
-    if (std::this_thread::get_id() == rtpThreadId.load()) {
-        // The callback asks its own thread to wait for itself.
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
-    }
+bool CRtpReceiver::OnRtpThread() const noexcept {
+    return std::this_thread::get_id() == rtpThreadId.load();
+}
+
+void CRtpReceiver::RequireOtherThread() const {
+    if (!OnRtpThread()) return;
+    // The callback asks its own thread to wait for itself.
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+}
+
+void CRtpReceiver::AbandonOwnThread() noexcept {
+    if (!OnRtpThread()) return;
+    *rtpThreadAbandoned = true;
+    rtpThread.detach();
+    EndRun();
+}
+
+void CRtpReceiver::EndRun() {
+    if (IsIdle()) return;
     frameCallback = nullptr;
     callbackContext = nullptr;
     {
@@ -157,6 +176,8 @@ void CRtpReceiver::CloseSockets() noexcept {
 }
 
 void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
+    bool abandoned = false;
+    receiver.rtpThreadAbandoned = &abandoned;
     receiver.rtpThreadId = std::this_thread::get_id();
     const std::unique_ptr<std::uint8_t[]> packetBuffer(new (std::nothrow)
                                                            std::uint8_t[packetBufferSize]);
@@ -176,6 +197,7 @@ void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
         UpdateSource(*receiver.source, firstPacket, packet->sequence, packet->ssrc);
         receiver.sourceLock.WriteUnlock();
         if (const auto frame = assembler.Take(*packet)) receiver.Deliver(*frame);
+        if (abandoned) return;  // by the callback, and the receiver may be gone
     }
 }
 

@@ -25,7 +25,7 @@ namespace qmx::cam {
 /// | Addressed | `SetServerAddress`               | as Bound, and where RTCP goes
 /// | Running   | `Start`                          | callback, three threads
 ///
-/// The threads end in one fixed order, told in `End`: RTP first; then the RTCP sender, while its
+/// The threads end in one fixed order, told in `EndRun`: RTP first; then the RTCP sender, while its
 /// socket is open, so that it can say goodbye; then the RTCP receiver.
 ///
 /// `sourceLock` guards `source`: exclusive on the RTP thread, shared on the RTCP send thread. The
@@ -60,10 +60,17 @@ class CRtpReceiver {
     bool Stop();
     /// `Stop`, and forgets the server address and sockets that no `Start` has used.
     void Reset();
+    /// Raises what `Stop` raises from within the callback; does nothing on any other thread.
+    void RequireOtherThread() const;
+    /// For an owner that is destroyed from within the callback, which must not raise anything: ends
+    /// the run all the same. The RTP thread touches the receiver no more and leaves once the
+    /// callback has returned. Does nothing on any other thread.
+    void AbandonOwnThread() noexcept;
 
    private:
     [[nodiscard]] bool IsIdle() const noexcept;
-    void End();
+    [[nodiscard]] bool OnRtpThread() const noexcept;
+    void EndRun();
     void CloseSockets() noexcept;
 
     // The threads' bodies.
@@ -82,6 +89,7 @@ class CRtpReceiver {
     std::thread rtpThread;
     // Written by the thread itself: its first callback may come before `rtpThread` is assigned.
     std::atomic<std::thread::id> rtpThreadId;
+    bool* rtpThreadAbandoned = nullptr;  // lives on the RTP thread, and is used there alone
     std::thread rtcpReceiveThread;
     std::thread rtcpSendThread;
     std::atomic<FrameCallback> frameCallback{nullptr};  // non-null is the one sign of running

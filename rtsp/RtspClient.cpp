@@ -1,6 +1,7 @@
 #include "RtspClient.h"
 
 #include <cstring>
+#include <new>
 
 #include "RtspText.h"
 #include "qmx.h"
@@ -48,7 +49,13 @@ void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort,
     }
 }
 
-CRtspClient::~CRtspClient() { Close(); }
+CRtspClient::~CRtspClient() {
+    try {
+        Teardown();
+    } catch (const std::bad_alloc&) {
+        // No memory for the request: the camera ends the session by itself.
+    }
+}
 
 bool CRtspClient::Connect(const char* hostText, std::uint16_t tcpPort) {
     if (socket.valid()) return false;

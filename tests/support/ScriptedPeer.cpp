@@ -100,8 +100,10 @@ void CScriptedPeer::ServeConnection(int connection) {
         if (CJournal* const shared = journal) shared->Add(request);
         request.clear();
         const std::string answer = next < script.size() ? script[next++] : closeConnection;
-        if (answer == closeConnection) return;
-        if (answer != staySilent) ::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL);
+        const bool closing = answer.ends_with(closeConnection);
+        const std::size_t size = answer.size() - (closing ? closeConnection.size() : 0);
+        if (answer != staySilent) ::send(connection, answer.data(), size, MSG_NOSIGNAL);
+        if (closing) return;
     }
 }
 

@@ -1,0 +1,138 @@
+// A system that runs out of sockets, threads or memory, at each single place where a device asks it
+// for one: an answer or an exception, and a device that can be closed and used again.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <system_error>
+
+#include "PixelTypes.h"
+#include "support/Devices.h"
+#include "support/Program.h"
+#include "support/Resources.h"
+
+namespace {
+
+/// Counts one kind of request to the system on the thread that arms it, and lets one of them fail.
+struct SFault {
+    int until = 0;  // requests before the one that fails; negative: it has failed, or none does
+    bool Strikes() { return until >= 0 && until-- == 0; }
+};
+thread_local SFault* noSocket = nullptr;
+thread_local SFault* noThread = nullptr;
+thread_local SFault* noMemory = nullptr;
+
+template <class Function>
+Function* Next(const char* name) {
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+void* AllocOrNull(std::size_t size) {
+    return noMemory != nullptr && noMemory->Strikes() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+}  // namespace
+
+// In place of the system's.
+int socket(int domain, int type, int protocol) noexcept {
+    static auto* const real = Next<int(int, int, int)>("socket");
+    if (noSocket != nullptr && noSocket->Strikes()) {
+        errno = EMFILE;
+        return -1;
+    }
+    return real(domain, type, protocol);
+}
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument) noexcept {
+    static auto* const real =
+        Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
+    if (noThread != nullptr && noThread->Strikes()) return EAGAIN;
+    return real(thread, attributes, body, argument);
+}
+void* operator new(std::size_t size) {
+    if (void* const memory = AllocOrNull(size)) return memory;
+    throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return AllocOrNull(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void* qmx::Alloc(std::size_t bytes) noexcept { return AllocOrNull(bytes); }
+
+namespace {
+
+using namespace qmx::cam;
+using namespace test;
+
+std::atomic<unsigned> frames{0};
+void Count(void*, const std::uint8_t*, std::uint32_t) { ++frames; }
+
+/// A device's life up to its streaming; false, or an exception, when a step fails.
+bool Begin(IDevice& device) {
+    return device.Open(Camera("127.0.0.11"), treeAndStreams) &&
+           device.SetFormat(64, 48, priv::pixelTypeRaw) && device.StartContinuous(Count, nullptr);
+}
+
+TEST(ResourceFailure, ADeviceOutlivesEachSingleOne) {
+    struct {
+        const char* name;
+        SFault*& armed;
+        int least;  // requests that a life makes
+    } const kinds[] = {{"socket", noSocket, 4}, {"thread", noThread, 3}, {"memory", noMemory, 60}};
+    const CSimulator camera({"127.0.0.11,size=64x48,rate=500"});
+    const std::size_t threads = ThreadCount();
+    testing::internal::CaptureStderr();  // thousands of lines
+    for (const auto& [name, armed, least] : kinds) {
+        const std::size_t descriptors = DescriptorCount();
+        int request = 0;
+        for (bool struck = true; struck; ++request) {
+            SCOPED_TRACE(name + std::string(" ") + std::to_string(request));
+            SFault fault{request};
+            bool began = false;
+            qmx::TSharedPtr<IDevice> device;
+            armed = &fault;
+            try {
+                device = MakeDevice();
+                began = Begin(*device);
+                if (began) device->StopContinuous();
+                device->Close();
+            } catch (const std::bad_alloc&) {
+            } catch (const std::system_error& error) {
+                EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+            }
+            armed = nullptr;
+            struck = fault.until < 0;
+            EXPECT_TRUE(began || struck);
+            if (!device) continue;
+            device->Close();
+            if (!Begin(*device)) {
+                // With the memory for an answer goes what it said. The session then stands for this
+                // object, as after any lost answer, and the next one is free of it.
+                EXPECT_EQ(&armed, &noMemory);
+                device = MakeDevice();
+                ASSERT_TRUE(Begin(*device));
+            }
+            frames = 0;
+            ASSERT_TRUE(WaitFor([] { return frames > 0; }));
+            EXPECT_TRUE(device->Suspend());
+            device.Reset();
+            ASSERT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
+            ASSERT_EQ(DescriptorCount(), descriptors);
+        }
+        EXPECT_GE(request, least) << name;
+        // Destroyed with nothing left of that kind.
+        qmx::TSharedPtr<IDevice> device = MakeDevice();
+        ASSERT_TRUE(Begin(*device));
+        SFault fault{0};
+        armed = &fault;
+        device.Reset();
+        armed = nullptr;
+    }
+    testing::internal::GetCapturedStderr();
+}
+
+}  // namespace

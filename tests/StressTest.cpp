@@ -1,0 +1,203 @@
+// Devices under load: stopped at any moment in any way, destroyed by their own callback, and many
+// of them at once.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <future>
+#include <random>
+#include <system_error>
+#include <thread>
+
+#include "FrameStamp.h"
+#include "KORURTSPInterface.h"
+#include "PixelTypes.h"
+#include "support/Devices.h"
+#include "support/Program.h"
+#include "support/Resources.h"
+
+namespace {
+
+using namespace qmx;
+using namespace qmx::cam;
+using namespace test;
+
+/// Frames of one camera, and how many of them were not as sent.
+struct SFrames {
+    std::atomic<unsigned> count{0};
+    std::atomic<unsigned> damaged{0};
+    static void Take(void* context, const std::uint8_t* frame, std::uint32_t length) {
+        auto& self = *static_cast<SFrames*>(context);
+        if (korusim::ReadStamp({frame, length}).state != korusim::EStamp::Good) ++self.damaged;
+        ++self.count;
+    }
+};
+
+template <class Value>
+void Set(IDevice& device, const char* property, Value value) {
+    CVariant variant;
+    variant = value;
+    device.properties.set(property, variant);
+}
+
+/// One of the cameras and its host.
+struct SHost {
+    const char* address;
+    SGuid pixelType;
+    SFrames frames;
+    TSharedPtr<IDevice> device = MakeDevice();
+
+    bool IsPlaying() const {
+        CVariant paused;
+        return device->IsStreaming() && device->properties.get("/Paused", paused) &&
+               !paused.ToBool();
+    }
+    void Stream() {
+        if (IsPlaying()) return;
+        // What an earlier call left, a pause for one, may last as long as the object does.
+        if (device->IsStreaming()) device = MakeDevice();
+        device->Open(Camera(address), treeAndStreams);
+        device->SetFormat(64, 48, pixelType);
+        device->StartContinuous(SFrames::Take, &frames);
+    }
+    /// Whatever a host may do.
+    void Call(unsigned choice) {
+        switch (choice % 10) {
+            case 0:
+                device->Close();
+                return;
+            case 1:
+                device = MakeDevice();
+                return;
+            case 2:
+                device->Open(Camera(address), treeAndStreams);
+                return;
+            case 3:
+                device->StartContinuous(SFrames::Take, &frames);
+                return;
+            case 4:
+                device->StopContinuous();
+                return;
+            case 5:
+                device->Suspend();
+                return;
+            case 6:
+                device->Resume();
+                return;
+            case 7:
+                Set(*device, "/FrameRate", 900.0 + choice % 97);
+                return;
+            case 8:
+                Set(*device, "/Paused", choice % 3 != 0);
+                return;
+            default:
+                device->SetFormat(choice % 3 == 0 ? 64 : 32, 48, pixelType);
+        }
+    }
+};
+
+/// Random calls, none of which may take long: the camera answers at once.
+void Drive(SHost& host, unsigned seed) {
+    std::mt19937 random(seed);
+    for (int i = 0; i < 2000; ++i) {
+        if (random() % 2 == 0) host.Stream();
+        const unsigned before = host.frames.count;
+        if (random() % 2 == 0 && host.IsPlaying()) {
+            EXPECT_TRUE(WaitFor([&] { return host.frames.count > before; })) << i << " of " << seed;
+        }
+        const auto begun = std::chrono::steady_clock::now();
+        host.Call(static_cast<unsigned>(random()));
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
+        EXPECT_LT(took.count(), 4.0) << i << " of " << seed;
+    }
+    host.device.Reset();
+}
+
+TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
+    const CSimulator cameras({"127.0.0.11,size=64x48,size=32x48,rate=1000,sr=0.01",
+                              "127.0.0.12,streams=mjls,size=64x48,size=32x48,rate=1000,sr=0.01"});
+    const std::size_t threads = ThreadCount();
+    const std::size_t descriptors = DescriptorCount();
+    testing::internal::CaptureStderr();  // many of the calls fail, and say so
+    SHost raw{"127.0.0.11", priv::pixelTypeRaw, {}};
+    SHost coded{"127.0.0.12", priv::pixelTypeJpegLs, {}};
+    const unsigned seed = std::random_device()();
+    std::thread other(Drive, std::ref(coded), seed);
+    Drive(raw, seed + 1);
+    other.join();
+    testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
+    EXPECT_EQ(DescriptorCount(), descriptors);
+    EXPECT_EQ(raw.frames.damaged, 0u);  // a coded frame has its stamp inside its coding
+    EXPECT_GT(raw.frames.count, 500u);
+    EXPECT_GT(coded.frames.count, 500u);
+}
+
+TEST(Stress, ACallbackMayDestroyItsDevice) {
+    const CSimulator camera({"127.0.0.11,size=64x48,rate=200"});
+    const std::size_t threads = ThreadCount();
+    const std::size_t descriptors = DescriptorCount();
+    struct SSelfEnding {
+        TSharedPtr<IDevice> device;
+        std::promise<void> started;
+        std::promise<bool> ended;
+    };
+    for (int i = 0; i < 100; ++i) {
+        SSelfEnding host{MakeDevice(), {}, {}};
+        const auto callback = [](void* context, const std::uint8_t*, std::uint32_t) {
+            auto& self = *static_cast<SSelfEnding*>(context);
+            self.started.get_future().wait();
+            bool refused = false;
+            try {
+                self.device->Close();
+            } catch (const std::system_error& error) {
+                refused = error.code() == std::errc::resource_deadlock_would_occur &&
+                          self.device->IsStreaming() && self.device->IsOpen();
+            }
+            self.device.Reset();
+            self.ended.set_value(refused);
+        };
+        ASSERT_TRUE(host.device->Open(Camera("127.0.0.11"), treeAndStreams));
+        host.device->SetFormat(64, 48, priv::pixelTypeRaw);
+        ASSERT_TRUE(host.device->StartContinuous(callback, &host));
+        auto ended = host.ended.get_future();
+        host.started.set_value();
+        ASSERT_TRUE(ended.get());
+    }
+    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
+    EXPECT_EQ(DescriptorCount(), descriptors);
+}
+
+TEST(Stress, FiftyCamerasDoNotDisturbEachOther) {
+    constexpr int most = 50;
+    std::vector<std::string> settings;
+    for (int i = 0; i < most; ++i) {
+        settings.push_back("127.0.1." + std::to_string(i + 1) + ",size=64x48,rate=30");
+    }
+    const CSimulator cameras(settings);
+    std::deque<SFrames> frames(most);
+    std::vector<TSharedPtr<IDevice>> devices;
+    for (std::size_t i = 0; i < most; ++i) {
+        devices.push_back(MakeDevice());
+        const std::string address = "127.0.1." + std::to_string(i + 1);
+        ASSERT_TRUE(devices[i]->Open(Camera(address.c_str()), treeAndStreams));
+        devices[i]->SetFormat(64, 48, priv::pixelTypeRaw);
+        ASSERT_TRUE(devices[i]->StartContinuous(SFrames::Take, &frames[i]));
+    }
+    const auto allHave = [&](unsigned count) {
+        return std::ranges::all_of(frames,
+                                   [=](const SFrames& each) { return each.count >= count; });
+    };
+    EXPECT_TRUE(WaitFor([&] { return allHave(20); }));
+    for (std::size_t i = 0; i < most; i += 2) EXPECT_TRUE(devices[i]->StopContinuous());
+    for (std::size_t i = 1; i < most; i += 2) {
+        const unsigned before = frames[i].count;
+        EXPECT_TRUE(WaitFor([&] { return frames[i].count > before + 1; })) << i;
+    }
+    devices.clear();
+    for (const SFrames& each : frames) EXPECT_EQ(each.damaged, 0u);
+}
+
+}  // namespace
