@@ -70,6 +70,28 @@ TEST(EndToEnd, FindsTheCamerasThatCanStream) {
     EXPECT_EQ(shell.Errors().find("hwtype"), std::string::npos);
 }
 
+// More than one answer packet holds, and names as long as they may be.
+TEST(EndToEnd, FindsTwoHundredCameras) {
+    std::vector<std::string> cameras;
+    std::set<std::string> names;
+    for (int i = 1; i <= 200; ++i) {
+        std::string name = std::to_string(i) + " Wärmebild 熱画像 🔥.\\\"";
+        while (i % 10 == 0 && name.size() < 63) name += '=';
+        cameras.push_back("127.0.2." + std::to_string(i) + ",size=16x16,name=" + name);
+        names.insert(name);
+    }
+    const CSimulator simulator(cameras);
+    CShell shell;
+    std::set<std::string> found;
+    // A busy machine may not get through them all within the second that a browse takes.
+    EXPECT_TRUE(test::WaitFor([&] {
+        const json answer = shell("enumerate");
+        for (const json& device : answer["devices"]) found.insert(device["Name"]);
+        return found.size() >= names.size();
+    }));
+    EXPECT_EQ(found, names);
+}
+
 TEST(EndToEnd, StreamsEveryFrameExactly) {
     const CSimulator camera({"127.0.0.11,name=Roof,size=640x512,size=320x240,rate=30"});
     const SOutcome stream =
@@ -103,31 +125,6 @@ TEST(EndToEnd, LossNeverDamagesAFrame) {
     CProgram host({"qmxhost", "stream", "127.0.0.11", "--count", "200", "--check"});
     EXPECT_EQ(host.Wait(), 0) << host.Errors();
     EXPECT_EQ(host.ReadAll().find(" 0 missing"), std::string::npos) << "nothing was lost";
-}
-
-TEST(EndToEnd, NothingIsLeftBehind) {
-    const CSimulator camera({"127.0.0.11,size=64x48,rate=60"});
-    CShell shell;
-    const auto cycle = [&] {
-        return shell.Ok("open 127.0.0.11 3") && shell.Ok("setformat 64 48 raw") &&
-               shell.Ok("start") && shell.Ok("wait 1 20000") && shell.Ok("stop") &&
-               shell.Ok("start") && shell.Ok("close");
-    };
-    ASSERT_TRUE(cycle());
-    const std::size_t threads = shell.Threads();
-    const std::size_t descriptors = shell.Descriptors();
-    for (int i = 0; i < 20; ++i) ASSERT_TRUE(cycle()) << i;
-    EXPECT_EQ(shell.Threads(), threads);
-    EXPECT_EQ(shell.Descriptors(), descriptors);
-
-    // Opening the node tree again replaces the connection that stands.
-    for (int i = 0; i < 3; ++i) ASSERT_TRUE(shell.Ok("open 127.0.0.11 1"));
-    EXPECT_EQ(shell.Descriptors(), descriptors + 1);
-    ASSERT_TRUE(shell.Ok("open 127.0.0.11 2"));
-    for (int i = 0; i < 200; ++i) ASSERT_TRUE(shell.Ok("start") && shell.Ok("stop")) << i;
-    EXPECT_TRUE(shell.Ok("close"));
-    EXPECT_EQ(shell.Threads(), threads);
-    EXPECT_EQ(shell.Descriptors(), descriptors);
 }
 
 struct SQuirkCase {

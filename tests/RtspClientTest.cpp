@@ -1,7 +1,6 @@
 #include "RtspClient.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "support/ScriptedPeer.h"
 
@@ -103,17 +102,6 @@ TEST(RtspClient, ConnectsOnlyToWhatAnswersOptions) {
     EXPECT_TRUE(client.Describe("/").version.empty());
 }
 
-// The limit is one receive of a silent camera, not one per byte and not none.
-TEST(RtspClient, GivesASilentCameraFiveSeconds) {
-    CScriptedPeer peer({test::staySilent});
-    CRtspClient client;
-    const auto begun = std::chrono::steady_clock::now();
-    EXPECT_FALSE(client.Connect("127.0.0.1", peer.port()));
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
-    EXPECT_GE(took.count(), 4.9);
-    EXPECT_LT(took.count(), 9.0);
-}
-
 TEST(RtspClient, TakesOnlyDescriptions) {
     const std::string body = "v=0\nm=a 0 RTP/AVP 9\n";
     const std::pair<std::string, bool> cases[] = {
@@ -181,7 +169,6 @@ TEST(RtspClient, ReadsSessionAndPorts) {
 
 // What stands after each failure decides what a later stop, close and start can do.
 TEST(RtspClient, FlagsMoveOnlyOnSuccess) {
-    ::signal(SIGPIPE, SIG_DFL);  // a runner may have left it ignored
     const std::string refused = "RTSP/1.0 500 No\r\nCSeq: 3\r\n\r\n";
     {
         SCOPED_TRACE("PLAY with a parameter behind the session id");
@@ -211,22 +198,6 @@ TEST(RtspClient, FlagsMoveOnlyOnSuccess) {
         EXPECT_TRUE(client.Setup("/", 1, 2));
         EXPECT_EQ(peer.Methods(),
                   "OPTIONS SETUP PLAY PAUSE PAUSE OPTIONS PAUSE PAUSE TEARDOWN SETUP");
-    }
-    {
-        SCOPED_TRACE("the camera goes: no signal on the send, nor in a connect that fails");
-        CScriptedPeer peer({Ok(0), Ok(1, session + transport), Ok(2, "Session: 42\r\n"),
-                            closeConnection, closeConnection});
-        CRtspClient client;
-        ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()) && client.Setup("/", 1, 2));
-        ASSERT_TRUE(client.Play());
-        EXPECT_FALSE(client.Pause());
-        EXPECT_FALSE(client.Pause());
-        EXPECT_FALSE(client.Teardown());
-        client.Close();
-        EXPECT_FALSE(client.Pause());  // on no socket at all
-        EXPECT_FALSE(client.Connect("127.0.0.1", 1));
-        EXPECT_FALSE(client.Connect("127.0.0.1", peer.port()));
-        EXPECT_TRUE(client.IsPlaying() && client.IsSetUp());
     }
 }
 

@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
@@ -109,14 +108,6 @@ std::size_t CProgram::Count(const char* what) const {
     using Iterator = std::filesystem::directory_iterator;
     const std::string folder = "/proc/" + std::to_string(process) + "/" + what;
     return static_cast<std::size_t>(std::distance(Iterator(folder), Iterator()));
-}
-
-std::size_t CProgram::Memory() const {
-    std::ifstream pages("/proc/" + std::to_string(process) + "/statm");
-    std::size_t all = 0;
-    std::size_t resident = 0;
-    pages >> all >> resident;
-    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments) {

@@ -33,8 +33,6 @@ class CProgram {
 
     std::size_t Threads() const { return Count("task"); }
     std::size_t Descriptors() const { return Count("fd"); }
-    /// Bytes of memory that it occupies.
-    std::size_t Memory() const;
 
    private:
     std::size_t Count(const char* what) const;
