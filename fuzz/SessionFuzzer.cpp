@@ -213,7 +213,7 @@ struct SHost {
         FUZZ_REQUIRE(static_cast<SHost*>(context)->running);
         if (length == 0) return;
         const volatile std::uint8_t last = frame[length - 1];  // for a sanitizer to see it read
-        if (last % 8 == 1) throw last;
+        if (last % 8 == 1) throw std::uint8_t{last};
     }
     void Call(unsigned call, fuzz::CFuzzInput& input) {
         const auto bytes = input.TakeBytes(call % 7 > 4 ? input.Take<std::uint8_t>() : 0);

@@ -64,7 +64,8 @@ CRtpReceiver::CRtpReceiver()
 
 CRtpReceiver::~CRtpReceiver() {
     AbandonOwnThread();
-    Reset();
+    EndRun();
+    CloseSockets();
 }
 
 bool CRtpReceiver::CreateSockets() {
@@ -147,7 +148,8 @@ void CRtpReceiver::AbandonOwnThread() noexcept {
     EndRun();
 }
 
-void CRtpReceiver::EndRun() {
+/// Raises nothing: a join fails on its own thread alone, which the callers have excluded.
+void CRtpReceiver::EndRun() noexcept {
     if (IsIdle()) return;
     frameCallback = nullptr;
     callbackContext = nullptr;

@@ -70,7 +70,7 @@ class CRtpReceiver {
    private:
     [[nodiscard]] bool IsIdle() const noexcept;
     [[nodiscard]] bool OnRtpThread() const noexcept;
-    void EndRun();
+    void EndRun() noexcept;
     void CloseSockets() noexcept;
 
     // The threads' bodies.

@@ -179,6 +179,7 @@ TEST(Stress, FiftyCamerasDoNotDisturbEachOther) {
     const CSimulator cameras(settings);
     std::deque<SFrames> frames(most);
     std::vector<TSharedPtr<IDevice>> devices;
+    devices.reserve(most);
     for (std::size_t i = 0; i < most; ++i) {
         devices.push_back(MakeDevice());
         const std::string address = "127.0.1." + std::to_string(i + 1);
