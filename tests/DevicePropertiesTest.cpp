@@ -146,22 +146,4 @@ TEST(DeviceProperties, TheInitialRateBecomesTheRate) {
     EXPECT_EQ(camera.Methods(), "OPTIONS DESCRIBE DESCRIBE DESCRIBE SETUP PLAY PAUSE TEARDOWN");
 }
 
-// A camera that goes during the restart: false, the line of the failed step, and no thread that
-// nobody counts as running.
-TEST(DeviceProperties, AFailedRestartEndsTheStream) {
-    CScriptedPeer camera({Ok(0), missing, Description(2, mjlsBody), noJpeg, Ok(4, setUp),
-                          Ok(5, "Session: s\r\n"), Ok(6), Ok(7), closeConnection},
-                         "127.0.0.1", rtspPort);
-    const TSharedPtr<IDevice> device = MakeDevice();
-    ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    device->SetFormat(8, 6, priv::pixelTypeJpegLs);
-    ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(Set(*device, "/FrameRate", 7.0));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n");
-    EXPECT_FALSE(device->IsStreaming() || device->Suspend());
-    EXPECT_EQ(Get(*device, "/FrameRate"), "7");
-}
-
 }  // namespace

@@ -118,16 +118,6 @@ TEST(ZrawAssembler, NewMemoryIsZero) {
     }
 }
 
-// Growth by 32-bit words that wrap is capped, and never asks for more than 32 MiB.
-TEST(ZrawAssembler, LongLinesStayBounded) {
-    for (const std::uint32_t lineLength : {4096u, 8192u, 32767u, 32769u, 65535u}) {
-        CFeed feed(EStreamType::Zraw);
-        EXPECT_EQ(feed(1, 1, false, Zraw(lineLength, 0, {0}, {1, 2})), "-");
-        const std::string last = feed(2, 1, true, Zraw(lineLength, 32767, {0}, {1, 2}));
-        EXPECT_LE(last.size() / 2, 0x2000000u) << lineLength;
-    }
-}
-
 struct SGateStep {
     std::uint16_t sequence;
     std::uint32_t timestamp;

@@ -125,24 +125,4 @@ TEST(HostSharedPointer, EndsItsObjectAsTheDeleterSays) {
     { const Pointer none; }
 }
 
-TEST(HostValues, CopyMoveAndConvert) {
-    CString text("abcdef", 3);
-    CString copy = text;
-    text.Format("%s-%d", text.c_str(), 7);
-    EXPECT_STREQ(text.c_str(), "abc-7");
-    EXPECT_STREQ(copy.c_str(), "abc");
-    const CString moved = std::move(copy);
-    EXPECT_NE(moved.compare(text), 0);
-    EXPECT_TRUE(CString().empty() && CString("").compare(CString()) == 0);
-
-    CVariant variant("12.5");
-    EXPECT_EQ(variant.ToFlt64(), 12.5);
-    variant = true;
-    EXPECT_EQ(variant.type(), EType::Bool);
-    EXPECT_STREQ(variant.ToString().c_str(), "true");
-    variant = 0.0;
-    EXPECT_EQ(variant.type(), EType::Float64);
-    EXPECT_FALSE(variant.ToBool());
-}
-
 }  // namespace

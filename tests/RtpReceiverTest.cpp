@@ -10,7 +10,6 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "support/Resources.h"
@@ -154,50 +153,6 @@ TEST(RtpReceiver, AnEmptyDatagramEndsTheRunAndNothingElse) {
     camera.SendFrame(receiver.GetRtpPort(), '\1', "abcd");
     receiver.Reset();
     EXPECT_TRUE(frames.frames.empty());
-}
-
-TEST(RtpReceiver, StoppingFromTheCallbackIsAnErrorAndChangesNothing) {
-    struct SContext {
-        CRtpReceiver receiver;
-        CFrames frames;
-        std::atomic<int> errors{0};
-    } context;
-    const auto callback = [](void* given, const std::uint8_t* frame, std::uint32_t length) {
-        auto& self = *static_cast<SContext*>(given);
-        for (int i = 0; i < 2; ++i) {
-            try {
-                i == 0 ? (void)self.receiver.Stop() : self.receiver.Reset();
-            } catch (const std::system_error& error) {
-                if (error.code() == std::errc::resource_deadlock_would_occur) ++self.errors;
-            }
-        }
-        CFrames::Callback(&self.frames, frame, length);
-        throw 1;  // a host's mistake must not end its process
-    };
-    const CSender camera;
-    ASSERT_TRUE(context.receiver.CreateSockets());
-    ASSERT_TRUE(context.receiver.Start("ZRAW", callback, &context));
-    camera.SendFrame(context.receiver.GetRtpPort(), '\1', "abcd");
-    camera.SendFrame(context.receiver.GetRtpPort(), '\2', "abcd");
-    EXPECT_TRUE(context.frames.WaitFor(2));
-    context.receiver.Stop();
-    EXPECT_EQ(context.errors, 4);
-}
-
-TEST(RtpReceiver, LeavesNothingBehind) {
-    const std::size_t threads = test::ThreadCount();
-    const std::size_t descriptors = test::DescriptorCount();
-    CFrames frames;
-    for (int i = 0; i < 200; ++i) {
-        CRtpReceiver receiver;
-        ASSERT_TRUE(receiver.CreateSockets());
-        if (i % 3 == 0) continue;          // bound and dropped
-        if (i % 3 == 1) receiver.Reset();  // sockets that no start took over
-        ASSERT_TRUE(receiver.CreateSockets());
-        ASSERT_TRUE(receiver.Start("ZRAW", CFrames::Callback, &frames));
-    }
-    EXPECT_TRUE(test::WaitFor([&] { return test::ThreadCount() == threads; }));
-    EXPECT_EQ(test::DescriptorCount(), descriptors);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <thread>
 
-#include "RtspText.h"
 #include "support/Resources.h"
 
 namespace {
@@ -186,22 +185,6 @@ TEST(RtspResponse, JudgesSequenceAndSession) {
     EXPECT_TRUE(CheckSession({{"Session", "ab"}}, "ab"));
     EXPECT_FALSE(CheckSession({{"Session", "ab;timeout=60"}}, "ab"));
     EXPECT_FALSE(CheckSession({}, ""));
-}
-
-TEST(RtspText, ReadsNumbersAsTheHostDoes) {
-    const std::pair<const char*, std::uint32_t> cases[] = {
-        {"", 0},
-        {"x1", 0},
-        {" \t\n\v\f\r42;", 42},
-        {"+7", 7},
-        {"-1", 4294967295},
-        {"- 1", 0},
-        {"0x10", 0},
-        {"4294967295", 4294967295},
-        {"4294967296", 4294967295},
-        {"-4294967296", 4294967295},
-        {"99999999999999999999999999", 4294967295}};
-    for (const auto& [text, number] : cases) EXPECT_EQ(ParseUnsigned(text), number) << text;
 }
 
 }  // namespace
