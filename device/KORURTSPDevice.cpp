@@ -35,11 +35,11 @@ CKORURTSPDevice::CKORURTSPDevice() {
 }
 
 CKORURTSPDevice::~CKORURTSPDevice() {
-    receiver.AbandonOwnThread();  // a host may drop its last reference within the callback
     try {
         CKORURTSPDevice::Close();
     } catch (...) {
-        // No memory for a request: the camera gets no goodbye, and all else still ends.
+        // The host has dropped its last reference within the callback, or there is no memory for a
+        // request. Receiver and client then end for themselves.
         if (connection != 0) arbDestroy(connection);
     }
 }

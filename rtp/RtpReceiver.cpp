@@ -63,7 +63,10 @@ CRtpReceiver::CRtpReceiver()
     : source(std::make_unique<SRtpSource>()), eventQueue(std::make_unique<CRtcpEventQueue>()) {}
 
 CRtpReceiver::~CRtpReceiver() {
-    AbandonOwnThread();
+    if (OnRtpThread()) {
+        *rtpThreadAbandoned = true;
+        rtpThread.detach();
+    }
     EndRun();
     CloseSockets();
 }
@@ -139,13 +142,6 @@ void CRtpReceiver::RequireOtherThread() const {
     if (!OnRtpThread()) return;
     // The callback asks its own thread to wait for itself.
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
-}
-
-void CRtpReceiver::AbandonOwnThread() noexcept {
-    if (!OnRtpThread()) return;
-    *rtpThreadAbandoned = true;
-    rtpThread.detach();
-    EndRun();
 }
 
 /// Raises nothing: a join fails on its own thread alone, which the callers have excluded.

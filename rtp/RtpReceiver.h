@@ -35,6 +35,8 @@ class CRtpReceiver {
     CRtpReceiver();
     CRtpReceiver(const CRtpReceiver&) = delete;
     CRtpReceiver& operator=(const CRtpReceiver&) = delete;
+    /// Ends a run; from within the callback, too: the RTP thread then touches nothing of the
+    /// receiver any more, and leaves once the callback has returned.
     ~CRtpReceiver();
 
     /// Opens both sockets on ports that the system picks. On failure none is open and both ports
@@ -62,10 +64,6 @@ class CRtpReceiver {
     void Reset();
     /// Raises what `Stop` raises from within the callback; does nothing on any other thread.
     void RequireOtherThread() const;
-    /// For an owner that is destroyed from within the callback, which must not raise anything: ends
-    /// the run all the same. The RTP thread touches the receiver no more and leaves once the
-    /// callback has returned. Does nothing on any other thread.
-    void AbandonOwnThread() noexcept;
 
    private:
     [[nodiscard]] bool IsIdle() const noexcept;
