@@ -64,6 +64,7 @@ bool CKORURTSPDevice::SetRawFrameRate(double rate) {
 /// Restarts a playing stream with the same callback; the start finds the new rate.
 bool CKORURTSPDevice::SetCompressedFrameRate(double rate) {
     if (frameRate == rate) return true;
+    RequireStoppable();
     frameRate = rate;
     if (!rtsp.IsPlaying()) return true;
     const FrameCallback callback = frameCallback;

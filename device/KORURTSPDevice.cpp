@@ -13,11 +13,8 @@ namespace {
 constexpr std::uint32_t openNodeTree = 1;
 constexpr std::uint32_t openStreams = 2;
 
-/// Writes why a start failed to the log and gives the start's answer.
-bool StartFailed(const char* line) {
-    logger().WriteLine("%s", line);
-    return false;
-}
+/// Why a start failed. Written before anything is undone, which may take its time.
+void LogFailure(const char* line) { logger().WriteLine("%s", line); }
 
 }  // namespace
 
@@ -132,6 +129,7 @@ bool CKORURTSPDevice::GetFormats(TArray<SFormat>& list) {
 bool CKORURTSPDevice::SetFormat(std::uint16_t newWidth, std::uint16_t newHeight,
                                 SGuid newPixelType) {
     if (newWidth == width && newHeight == height && newPixelType == pixelType) return true;
+    RequireStoppable();
     width = newWidth;
     height = newHeight;
     pixelType = newPixelType;
@@ -187,28 +185,35 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     priv::SStreamPaths paths;
     const char* receiverName = nullptr;
     if (!ChooseStream(paths, receiverName)) {
-        return StartFailed("CKORURTSPDevice::StartContinuous: Failed to find a suitable format.");
+        LogFailure("CKORURTSPDevice::StartContinuous: Failed to find a suitable format.");
+        return false;
     }
-    if (!receiver.CreateSockets())
-        return StartFailed("CKORURTSPDevice::StartContinuous: Local RTP setup failed.");
+    if (!receiver.CreateSockets()) {
+        LogFailure("CKORURTSPDevice::StartContinuous: Local RTP setup failed.");
+        return false;
+    }
     if (!rtsp.Setup(paths.setup.c_str(), paths.control.c_str(), receiver.GetRtpPort(),
                     receiver.GetRtcpPort())) {
+        LogFailure("CKORURTSPDevice::StartContinuous: RTSP session setup failed.");
         receiver.Reset();
-        return StartFailed("CKORURTSPDevice::StartContinuous: RTSP session setup failed.");
+        return false;
     }
     if (!receiver.SetServerAddress(address.c_str(), rtsp.GetServerRtcpPort())) {
+        LogFailure("CKORURTSPDevice::StartContinuous: Server RTP setup failed.");
         receiver.Reset();
-        return StartFailed("CKORURTSPDevice::StartContinuous: Server RTP setup failed.");
+        return false;
     }
     try {
         if (!receiver.Start(receiverName, callback, context)) {
+            LogFailure("CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.");
             receiver.Reset();
             rtsp.Teardown();
-            return StartFailed("CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.");
+            return false;
         }
         if (!rtsp.Play()) {
+            LogFailure("CKORURTSPDevice::StartContinuous: Failed to play RTSP session.");
             receiver.Stop();
-            return StartFailed("CKORURTSPDevice::StartContinuous: Failed to play RTSP session.");
+            return false;
         }
     } catch (...) {
         // A thread could not be created, or there was no memory. No thread may outlive this start.
@@ -220,9 +225,14 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     return true;
 }
 
+/// A stop from within the callback raises its error here, before anything has changed.
+void CKORURTSPDevice::RequireStoppable() const {
+    if (rtsp.IsPlaying()) receiver.RequireOtherThread();
+}
+
 bool CKORURTSPDevice::StopContinuous() {
     if (!rtsp.IsPlaying()) return false;
-    receiver.RequireOtherThread();  // raises while the camera still sends: nothing has changed
+    RequireStoppable();
     rtsp.Pause();
     receiver.Stop();
     receiver.Reset();
@@ -234,6 +244,7 @@ bool CKORURTSPDevice::StopContinuous() {
 
 bool CKORURTSPDevice::Suspend() {
     if (!receiver.IsRunning()) return false;
+    RequireStoppable();
     suspendedCallback = frameCallback;
     suspendedContext = callbackContext;
     return StopContinuous();

@@ -78,6 +78,7 @@ class CKORURTSPDevice final : public IDevice {
     bool DescribeStreams();
     bool ChooseStream(priv::SStreamPaths& paths, const char*& receiverName);
     std::optional<double> RateToAsk();
+    void RequireStoppable() const;
 
     void RegisterProperties();
     bool GetFrameRate(CVariant& value);

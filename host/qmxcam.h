@@ -137,7 +137,7 @@ class QMXCAM_API IDevice {
     virtual void Close() = 0;
     virtual int GetCommID();
     virtual std::uint64_t GetConnection() = 0;
-    virtual bool GetGenICam(TSharedPtr<IGenICam>& nodes);
+    virtual TSharedPtr<IGenICam> GetGenICam(bool flag);
     virtual bool GetFormats(TArray<SFormat>& formats) = 0;
     virtual bool SetFormat(std::uint16_t width, std::uint16_t height, SGuid pixelType) = 0;
     virtual bool GetFrameSize(std::uint32_t& bytes);

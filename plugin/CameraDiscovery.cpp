@@ -1,7 +1,6 @@
 #include "CameraDiscovery.h"
 
 #include <cstring>
-#include <memory>
 #include <new>
 
 #include "Arbor.h"
@@ -65,12 +64,23 @@ class CProbeConnection {
     bool made = false;
 };
 
-CString ReadString(ArbHandle connection, const char* path) {
+/// A text of the node tree, which goes back to it with the scope.
+struct SNodeText {
     char* text = nullptr;
-    if (arbGetString(connection, path, &text) != 0) return "Error";
-    const auto free = [](char* owned) { arbFreeString(&owned); };
-    const std::unique_ptr<char, decltype(free)> owner(text, free);
-    return CString(text);
+    bool read = false;
+
+    SNodeText() = default;
+    SNodeText(const SNodeText&) = delete;
+    SNodeText& operator=(const SNodeText&) = delete;
+    ~SNodeText() {
+        if (read) arbFreeString(&text);
+    }
+};
+
+CString ReadString(ArbHandle connection, const char* path) {
+    SNodeText value;
+    value.read = arbGetString(connection, path, &value.text) == 0;
+    return CString(value.read ? value.text : "Error");
 }
 
 void LogDetails(ArbHandle connection, const CString& address) {
@@ -124,11 +134,9 @@ bool ShouldSkipCaptureDevice(const SCaptureDevice& device, bool logDetails) {
 }  // namespace
 
 bool FindCaptureDevices(TArray<SCaptureDevice>& devices, bool logDetails) {
-    {
-        SBrowseContext context{&devices, {}};
-        dns_sd(serviceType, OnCameraFound, &context, browseArgument);
-        if (context.outOfMemory) ThrowBadAllocException();
-    }
+    SBrowseContext context{&devices, {}};
+    dns_sd(serviceType, OnCameraFound, &context, browseArgument);
+    if (context.outOfMemory) ThrowBadAllocException();
     std::size_t kept = 0;
     for (std::size_t i = 0; i < devices.count(); ++i) {
         if (ShouldSkipCaptureDevice(devices[i], logDetails)) continue;

@@ -104,8 +104,8 @@ SZrawLines ReadZrawLines(std::span<const std::uint8_t> payload) noexcept {
 }
 
 /// Nobody tells the frame's height, so there is room for twice as many lines as a line has pixels.
-/// The doubled length has 16 bits, as everywhere in these cameras: lengths from 32768 on get little
-/// or nothing.
+/// The doubled length has 16 bits, as everywhere in these cameras: it wraps at 32768, which gets
+/// nothing.
 std::uint32_t ZrawCapacity(std::uint32_t lineLength) noexcept {
     const std::uint32_t lines = (2 * lineLength) & 0xFFFF;
     return std::min(lines * lineLength * bytesPerPixel, zrawCapacityMost);

@@ -10,7 +10,7 @@ void CRtcpEventQueue::Post(ERtcpEvent kind, double time, std::uint32_t lastSende
         const SRtcpEvent event{kind, time, lastSenderReport};
         if (kind == ERtcpEvent::Stop) {
             stop = event;
-        } else {
+        } else if (!stop) {
             events.push_back(event);
         }
     }

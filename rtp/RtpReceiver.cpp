@@ -100,7 +100,7 @@ bool CRtpReceiver::SetServerAddress(const char* host, std::uint16_t port) {
 }
 
 bool CRtpReceiver::Start(const char* streamName, FrameCallback callback, void* context) {
-    if (!IsIdle() || callback == nullptr) return false;
+    if (IsRunning() || callback == nullptr) return false;
     const EStreamType type = StreamTypeOf(streamName);
     if (type == EStreamType::None) return false;
     streamType = type;
@@ -112,12 +112,6 @@ bool CRtpReceiver::Start(const char* streamName, FrameCallback callback, void* c
     rtcpReceiveThread = std::thread(RtcpReceiveThread, std::ref(*this));
     rtcpSendThread = std::thread(RtcpSendThread, std::ref(*this));
     return true;
-}
-
-/// Also tells a run whose ending was interrupted by an exception from one that has ended.
-bool CRtpReceiver::IsIdle() const noexcept {
-    return !IsRunning() && !rtpThread.joinable() && !rtcpReceiveThread.joinable() &&
-           !rtcpSendThread.joinable();
 }
 
 bool CRtpReceiver::Stop() {
@@ -146,7 +140,7 @@ void CRtpReceiver::RequireOtherThread() const {
 
 /// Raises nothing: a join fails on its own thread alone, which the callers have excluded.
 void CRtpReceiver::EndRun() noexcept {
-    if (IsIdle()) return;
+    if (!IsRunning()) return;
     frameCallback = nullptr;
     callbackContext = nullptr;
     {

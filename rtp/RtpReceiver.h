@@ -20,7 +20,7 @@ namespace qmx::cam {
 /// formats.
 ///
 /// | State     | reached by                       | holds
-/// | Idle      | construction, `Stop`, `Reset`    | no callback, no thread, no socket
+/// | Idle      | construction, `Stop`, `Reset`    | no callback, no thread, no socket of a run
 /// | Bound     | `CreateSockets`                  | both sockets and their ports
 /// | Addressed | `SetServerAddress`               | as Bound, and where RTCP goes
 /// | Running   | `Start`                          | callback, three threads
@@ -66,7 +66,6 @@ class CRtpReceiver {
     void RequireOtherThread() const;
 
    private:
-    [[nodiscard]] bool IsIdle() const noexcept;
     [[nodiscard]] bool OnRtpThread() const noexcept;
     void EndRun() noexcept;
     void CloseSockets() noexcept;

@@ -62,7 +62,7 @@ EType CProperties::typeAt(std::size_t index) const { return list[index].type; }
 IDevice::IDevice() = default;
 IDevice::~IDevice() = default;
 int IDevice::GetCommID() { return 0; }
-bool IDevice::GetGenICam(TSharedPtr<IGenICam>&) { return false; }
+TSharedPtr<IGenICam> IDevice::GetGenICam(bool) { return {}; }
 bool IDevice::GetFrameSize(std::uint32_t&) { return false; }
 
 IInterface::IInterface() = default;
