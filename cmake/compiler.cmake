@@ -7,6 +7,11 @@ target_compile_options(koru_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
 
+if(WIN32)
+  # Windows 10, the first with a DNS-SD browse of its own; and as few of the system's macros as it
+  # lets one have.
+  add_compile_definitions(_WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
+endif()
 if(KORU_SANITIZE)
   add_compile_options(-fsanitize=${KORU_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
