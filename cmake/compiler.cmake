@@ -3,9 +3,13 @@
 # What only our own code is held to: warnings. Whether they are errors is the preset's choice
 # (CMAKE_COMPILE_WARNING_AS_ERROR).
 add_library(koru_compiler INTERFACE)
-target_compile_options(koru_compiler INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
-  -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
+if(MSVC)
+  target_compile_options(koru_compiler INTERFACE /W4 /permissive- /utf-8)
+else()
+  target_compile_options(koru_compiler INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
+endif()
 
 if(WIN32)
   # Windows 10, the first with a DNS-SD browse of its own; and as few of the system's macros as it

@@ -20,3 +20,7 @@ set(ZLIB_USE_STATIC_LIBS ON)
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT -static)
 endforeach()
+
+# What the build runs of its own, tests above all, runs under Wine in a network of its own.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/private-network
+    ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine)

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
             // Before the run, so that a crash has a name.
-            (void)std::printf("%s\n", entry.path().c_str());
+            (void)std::printf("%s\n", entry.path().string().c_str());
             (void)std::fflush(stdout);
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()),
                                    bytes.size());

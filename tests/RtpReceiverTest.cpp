@@ -1,10 +1,6 @@
 #include "RtpReceiver.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -44,16 +40,10 @@ class CFrames {
 /// Sends to a local port.
 class CSender {
    public:
-    CSender() : descriptor(::socket(AF_INET, SOCK_DGRAM, 0)) {}
-    ~CSender() { ::close(descriptor); }
     void Send(std::uint16_t port, const std::string& bytes) const {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(::sendto(descriptor, bytes.data(), bytes.size(), 0,
-                           reinterpret_cast<const sockaddr*>(&to), sizeof(to)),
-                  static_cast<ssize_t>(bytes.size()));
+        const auto to = platform::MakeSocketAddress(*platform::ParseIpv4("127.0.0.1"), port);
+        ASSERT_EQ(platform::SendDatagram(socket.handle(), bytes.data(), bytes.size(), to),
+                  static_cast<std::ptrdiff_t>(bytes.size()));
     }
     /// A line of two pixels; the last of a frame has the marker.
     void SendLine(std::uint16_t port, char sequence, char time, char line, bool last,
@@ -68,7 +58,7 @@ class CSender {
     }
 
    private:
-    int descriptor;
+    platform::CSocket socket{platform::OpenUdpSocket()};
 };
 
 TEST(RtpReceiver, DeliversFromItsOwnThreadUntilStopped) {

@@ -1,43 +1,27 @@
 #include "RtspResponse.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <fstream>
-#include <thread>
-
-#include "support/Resources.h"
+#include "support/Sockets.h"
 
 namespace {
 
 using namespace qmx::cam;
 
-/// Both ends of a connection; what is written to `far` is read from `near`.
+/// A connection; what is written to its far end is read from the near one.
 struct SConnection {
-    int near = -1;
-    int far = -1;
-    SConnection() {
-        int ends[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("pair");
-        near = ends[0];
-        far = ends[1];
-    }
-    ~SConnection() {
-        ::close(near);
-        if (far >= 0) ::close(far);
-    }
-    platform::SocketHandle handle() const { return static_cast<platform::SocketHandle>(near); }
+    std::pair<platform::CSocket, platform::CSocket> ends = test::ConnectedPair();
+
+    platform::SocketHandle handle() const { return ends.first.handle(); }
     void Write(const std::string& bytes) const {
-        ASSERT_EQ(::write(far, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        ASSERT_EQ(platform::Send(ends.second.handle(), bytes.data(), bytes.size()),
+                  static_cast<std::ptrdiff_t>(bytes.size()));
     }
-    void CloseFar() { ::close(std::exchange(far, -1)); }
+    void CloseFar() { ends.second.Reset(); }
     std::string Rest() const {
         std::string rest(1 << 16, '\0');
-        rest.resize(static_cast<std::size_t>(::read(near, rest.data(), rest.size())));
+        rest.resize(
+            static_cast<std::size_t>(platform::Receive(handle(), rest.data(), rest.size())));
         return rest;
     }
 };
@@ -119,62 +103,6 @@ TEST(RtspResponse, ABodyInTwoPiecesFails) {
     std::string body;
     EXPECT_EQ(ReadResponse(connection.handle(), headers, body), -1);
     EXPECT_EQ(body, "bo");
-}
-
-std::atomic<int> signalsTaken{0};
-
-/// Signals a thread that is blocked in a call, and waits until it has taken the signal there.
-void InterruptBlocked(std::thread& thread, pid_t id) {
-    const auto isBlocked = [id] {
-        std::ifstream stat("/proc/self/task/" + std::to_string(id) + "/stat");
-        std::string text;
-        std::getline(stat, text);
-        return text.find(") S ") != std::string::npos;
-    };
-    ASSERT_TRUE(test::WaitFor(isBlocked));
-    const int before = signalsTaken;
-    ::pthread_kill(thread.native_handle(), SIGUSR1);
-    ASSERT_TRUE(test::WaitFor([&] { return signalsTaken > before; }));
-}
-
-// A host's profiler or timer may signal the waiting thread at any moment. The receive goes on, and
-// its limit is that of one receive, however many signals come.
-TEST(RtspResponse, SignalsNeitherEndNorProlongAReceive) {
-    struct sigaction action {};
-    action.sa_handler = [](int) { ++signalsTaken; };
-    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
-    SConnection connection;
-    CRtspHeaders headers;
-    std::string body;
-    std::atomic<pid_t> id{0};
-    std::int32_t status = 0;
-    std::thread reader([&] {
-        id = ::gettid();
-        status = ReadResponse(connection.handle(), headers, body);
-    });
-    ASSERT_TRUE(test::WaitFor([&] { return id != 0; }));
-    for (const char byte : std::string("RTSP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nb")) {
-        InterruptBlocked(reader, id);
-        connection.Write(std::string(1, byte));
-    }
-    reader.join();
-    EXPECT_EQ(status, 200);
-
-    constexpr std::chrono::milliseconds limit(300);
-    ASSERT_TRUE(platform::SetReceiveTimeout(connection.handle(), limit.count()));
-    std::atomic<bool> done{false};
-    const auto begun = std::chrono::steady_clock::now();
-    reader = std::thread([&] {
-        status = ReadResponse(connection.handle(), headers, body);
-        done = true;
-    });
-    while (!done) {  // a receive that each signal prolongs never ends here
-        ::pthread_kill(reader.native_handle(), SIGUSR1);
-        std::this_thread::yield();
-    }
-    reader.join();
-    EXPECT_EQ(status, -1);
-    EXPECT_GE(std::chrono::steady_clock::now() - begun, limit);
 }
 
 TEST(RtspResponse, JudgesSequenceAndSession) {

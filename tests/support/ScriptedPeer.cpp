@@ -1,15 +1,8 @@
 #include "ScriptedPeer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <utility>
+
+#include "Sockets.h"
 
 namespace test {
 
@@ -37,27 +30,14 @@ CScriptedPeer::CScriptedPeer(std::vector<std::string> answers, const char* addre
                              std::uint16_t port, std::string requestEnd)
     : script(std::move(answers)),
       end(std::move(requestEnd)),
-      listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(port);
-    local.sin_addr.s_addr = ::inet_addr(address);
-    auto* const plain = reinterpret_cast<sockaddr*>(&local);
-    socklen_t size = sizeof(local);
-    const int on = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    if (::bind(listener, plain, size) != 0 || ::listen(listener, 4) != 0 ||
-        ::getsockname(listener, plain, &size) != 0) {
-        throw std::runtime_error(std::string("scripted peer: ") + std::strerror(errno));
-    }
-    localPort = ntohs(local.sin_port);
+      listener(Listen(address, port)),
+      localPort(platform::LocalPort(listener.handle()).value()) {
     thread = std::thread([this] { Run(); });
 }
 
 CScriptedPeer::~CScriptedPeer() {
     ending = true;
     thread.join();
-    ::close(listener);
 }
 
 std::string CScriptedPeer::Methods() const {
@@ -71,10 +51,9 @@ std::string CScriptedPeer::Methods() const {
 namespace {
 
 /// Waits until there is something to read; false when the test is over.
-bool WaitReadable(int descriptor, const std::atomic<bool>& ending) {
+bool WaitReadable(const platform::CSocket& socket, const std::atomic<bool>& ending) {
     while (!ending) {
-        pollfd waiting{descriptor, POLLIN, 0};
-        if (::poll(&waiting, 1, 20) > 0) return true;
+        if (Readable(socket, 20)) return true;
     }
     return false;
 }
@@ -83,17 +62,16 @@ bool WaitReadable(int descriptor, const std::atomic<bool>& ending) {
 
 void CScriptedPeer::Run() {
     while (WaitReadable(listener, ending)) {
-        const int connection = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection < 0) continue;
-        ServeConnection(connection);
-        ::close(connection);
+        const platform::CSocket connection = Accept(listener);
+        if (connection.valid()) ServeConnection(connection);
     }
 }
 
-void CScriptedPeer::ServeConnection(int connection) {
+void CScriptedPeer::ServeConnection(const platform::CSocket& connection) {
     std::string request;
     char byte = 0;
-    while (WaitReadable(connection, ending) && ::recv(connection, &byte, 1, 0) == 1) {
+    while (WaitReadable(connection, ending) &&
+           platform::Receive(connection.handle(), &byte, 1) == 1) {
         request += byte;
         if (!request.ends_with(end)) continue;
         own.Add(request);
@@ -102,7 +80,7 @@ void CScriptedPeer::ServeConnection(int connection) {
         const std::string answer = next < script.size() ? script[next++] : closeConnection;
         const bool closing = answer.ends_with(closeConnection);
         const std::size_t size = answer.size() - (closing ? closeConnection.size() : 0);
-        if (answer != staySilent) ::send(connection, answer.data(), size, MSG_NOSIGNAL);
+        if (answer != staySilent) (void)platform::Send(connection.handle(), answer.data(), size);
         if (closing) return;
     }
 }

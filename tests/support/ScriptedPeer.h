@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "Socket.h"
+
 namespace test {
 
 /// Closes the connection in place of an answer, or behind a part of one; the next connection goes on
@@ -51,13 +53,13 @@ class CScriptedPeer {
 
    private:
     void Run();
-    void ServeConnection(int connection);
+    void ServeConnection(const platform::CSocket& connection);
 
     const std::vector<std::string> script;
     const std::string end;
     std::size_t next = 0;
-    int listener = -1;
-    std::uint16_t localPort = 0;
+    const platform::CSocket listener;
+    const std::uint16_t localPort;
     std::atomic<bool> ending{false};
     CJournal own;
     std::atomic<CJournal*> journal{nullptr};
