@@ -65,8 +65,8 @@ void CloseSocket(SocketHandle handle) noexcept;
 /// One datagram out; gives its size, negative on failure.
 [[nodiscard]] std::ptrdiff_t SendDatagram(SocketHandle handle, const void* data, std::size_t size,
                                           const SSocketAddress& to) noexcept;
-/// One datagram in, from anyone: its size (0 for an empty one and for a woken socket), negative on
-/// failure and for a datagram that doesn't fit, which is lost.
+/// One datagram in, from anyone: its size (0 for an empty one), negative on failure and for a
+/// datagram that doesn't fit, which is lost. On a woken socket 0 or negative, by the system.
 [[nodiscard]] std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer,
                                              std::size_t size) noexcept;
 
@@ -79,7 +79,8 @@ bool SetSendTimeout(SocketHandle handle, std::uint32_t milliseconds) noexcept;
 /// Asks for another size. As on Windows there is no cap where the process has the right to pass
 /// the system's limit; elsewhere the system's limit caps it.
 bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept;
-/// Makes a receive that is blocked on this handle, and every later one, return.
+/// Makes a receive that is blocked on this handle, and every later one, return at once. The socket
+/// stays open: close it when no thread uses it any more.
 void WakeReceiver(SocketHandle handle) noexcept;
 
 /// The one owner of a socket.
