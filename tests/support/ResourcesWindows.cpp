@@ -1,5 +1,6 @@
 #include "Resources.h"
 
+#include <gtest/gtest.h>
 #include <windows.h>
 // After <windows.h>, which it needs and doesn't include.
 #include <tlhelp32.h>
@@ -7,6 +8,7 @@
 namespace test {
 
 std::size_t ThreadCount() {
+    SCOPED_TRACE("");  // with a thread's first one the framework starts a thread of its own
     const HANDLE all = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     THREADENTRY32 thread{};
     thread.dwSize = sizeof(thread);
