@@ -71,9 +71,6 @@ std::optional<std::uint32_t> ParseIpv4(const char* text) noexcept {
 
 std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     if (const auto address = ParseIpv4(text)) return address;
-    // The address of all ones is no name, although getaddrinfo would read it.
-    in_addr numeric{};
-    if (::inet_pton(AF_INET, text, &numeric) == 1) return std::nullopt;
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
@@ -82,6 +79,8 @@ std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     sockaddr_in first{};
     std::memcpy(&first, found->ai_addr, sizeof(first));
     ::freeaddrinfo(found);
+    // The address of all ones is nobody's name, although getaddrinfo reads it in any spelling.
+    if (first.sin_addr.s_addr == INADDR_NONE) return std::nullopt;
     return first.sin_addr.s_addr;
 }
 
