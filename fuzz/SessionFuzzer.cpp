@@ -25,25 +25,16 @@ class CNetwork {
         bool woken = false;
     };
 
+    /// Does something with the sockets that no thread may see half done.
+    template <class Action>
+    auto Change(Action action) {
+        const std::lock_guard<std::mutex> guard(lock);
+        changed.notify_all();
+        return action();
+    }
     SocketHandle Open() {
-        const std::lock_guard<std::mutex> guard(lock);
         if (refuseNext) return platform::noSocket;
-        sockets[++lastHandle];
-        return lastHandle;
-    }
-    void Close(SocketHandle handle) {
-        const std::lock_guard<std::mutex> guard(lock);
-        FUZZ_REQUIRE(sockets.erase(handle) == 1);
-    }
-    void Wake(SocketHandle handle) {
-        const std::lock_guard<std::mutex> guard(lock);
-        At(handle).woken = true;
-        changed.notify_all();
-    }
-    void Deliver(SocketHandle handle, fuzz::ExactBytes datagram) {
-        const std::lock_guard<std::mutex> guard(lock);
-        if (sockets.contains(handle)) At(handle).waiting.push_back(std::move(datagram));
-        changed.notify_all();
+        return Change([&] { return sockets.try_emplace(++lastHandle).first->first; });
     }
     std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t size) {
         std::unique_lock<std::mutex> guard(lock);
@@ -127,7 +118,9 @@ bool HostName(char* buffer, std::size_t size) noexcept {
 }
 SocketHandle OpenTcpSocket() noexcept { return network->Open(); }
 SocketHandle OpenUdpSocket() noexcept { return network->Open(); }
-void CloseSocket(SocketHandle handle) noexcept { network->Close(handle); }
+void CloseSocket(SocketHandle handle) noexcept {
+    network->Change([&] { FUZZ_REQUIRE(network->sockets.erase(handle) == 1); });
+}
 bool ConnectSocket(SocketHandle handle, const SSocketAddress& to) noexcept {
     network->At(handle);
     network->answers.clear();
@@ -165,7 +158,9 @@ std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t si
 bool SetReceiveTimeout(SocketHandle, std::uint32_t) noexcept { return false; }
 std::optional<std::int32_t> ReceiveBufferSize(SocketHandle) noexcept { return 0x7FFFFFFF; }
 bool SetReceiveBufferSize(SocketHandle, std::int32_t bytes) noexcept { return bytes > 0; }
-void WakeReceiver(SocketHandle handle) noexcept { network->Wake(handle); }
+void WakeReceiver(SocketHandle handle) noexcept {
+    network->Change([&] { network->At(handle).woken = true; });
+}
 
 }  // namespace platform
 
@@ -215,6 +210,13 @@ struct SHost {
         const volatile std::uint8_t last = frame[length - 1];  // for a sanitizer to see it read
         if (last % 8 == 1) throw std::uint8_t{last};
     }
+    static void Deliver(SocketHandle handle, std::span<const std::uint8_t> datagram) {
+        network->Change([&] {
+            const auto socket = network->sockets.find(handle);
+            if (socket == network->sockets.end()) return;
+            socket->second.waiting.push_back(fuzz::ExactCopy(datagram));
+        });
+    }
     void Call(unsigned call, fuzz::CFuzzInput& input) {
         const auto bytes = input.TakeBytes(call % 7 > 4 ? input.Take<std::uint8_t>() : 0);
         switch (call % 7) {
@@ -243,7 +245,7 @@ struct SHost {
                 return;
             default:
                 // To the RTP socket or, one behind it, to the RTCP socket.
-                if (running) network->Deliver(rtp + call % 7 - 5, fuzz::ExactCopy(bytes));
+                if (running) Deliver(rtp + call % 7 - 5, bytes);
         }
     }
 };

@@ -108,10 +108,11 @@ TEST(CodedStream, JpegLsFilesHoldTheExactPicture) {
 
 // A bad network costs whole frames; of what arrives, nothing is damaged.
 TEST(CodedStream, LossNeverDamagesAFrame) {
-    const CSimulator camera(
-        {"127.0.0.11,streams=mjls+mjpg,size=320x240,rate=60,mtu=300,loss=0.002,reorder=0.001,"
-         "duplicate=0.001,seed=7"});
-    for (const char* const type : {"jls", "jpeg"}) {
+    for (const std::string type : {"raw", "jls", "jpeg"}) {
+        const CSimulator camera(
+            {"127.0.0.11,size=320x240,rate=60,mtu=300,loss=0.002,reorder=0.001,"
+             "duplicate=0.001,seed=7,streams=" +
+             std::string(type == "raw" ? "raw" : "mjls+mjpg")});
         const std::string output = Stream({"--type", type, "--count", "60"});
         EXPECT_EQ(output.find(" 0 missing"), std::string::npos) << "nothing was lost: " << output;
     }
