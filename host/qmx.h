@@ -371,7 +371,7 @@ class QMX_API CSRWLock {
     void WriteUnlock();
 
    private:
-    void* state;
+    std::uintptr_t state;
 };
 
 /// Monotonic time base. `elapsed` may be read by several threads while none starts or stops it.

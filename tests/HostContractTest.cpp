@@ -1,8 +1,10 @@
 // The memory rules of the host's templates: the plug-in's ownership rests on them.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "qmx.h"
 #include "qmxcam.h"
@@ -123,6 +125,39 @@ TEST(HostSharedPointer, EndsItsObjectAsTheDeleterSays) {
     }
     EXPECT_EQ(given, &kept);
     { const Pointer none; }
+}
+
+// Two threads write and two read, all the time: what a broken lock tears apart, or never lets go.
+TEST(HostLocks, OneWriterOrManyReaders) {
+    CSRWLock lock;
+    int first = 0;
+    int second = 0;
+    std::atomic<int> torn{0};
+    constexpr int turns = 5000;
+    const auto write = [&] {
+        for (int i = 0; i < turns; ++i) {
+            lock.WriteLock();
+            ++first;
+            std::this_thread::yield();  // so that the others meet a held lock
+            ++second;
+            lock.WriteUnlock();
+        }
+    };
+    const auto read = [&] {
+        for (int i = 0; i < turns; ++i) {
+            lock.ReadLock();
+            const int before = first;
+            std::this_thread::yield();
+            if (before != second) ++torn;
+            lock.ReadUnlock();
+        }
+    };
+    {
+        const std::jthread threads[] = {std::jthread(write), std::jthread(read),
+                                        std::jthread(write), std::jthread(read)};
+    }
+    EXPECT_EQ(first, 2 * turns);
+    EXPECT_EQ(torn, 0);
 }
 
 }  // namespace
