@@ -56,16 +56,16 @@ void ReceivePlainly(SBoard& board, std::size_t headerBytes, std::size_t frameMos
     socklen_t size = sizeof(address);
     if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), size) != 0) return;
     (void)::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    const std::unique_ptr<std::uint8_t[]> datagram(new std::uint8_t[datagramMost]);
+    alignas(4096) static std::uint8_t datagram[datagramMost];
     const std::unique_ptr<std::uint8_t[]> frame(new std::uint8_t[frameMost]);
     std::size_t fill = 0;
     board.port = ntohs(address.sin_port);
     for (;;) {
         const ssize_t received =
-            ::recvfrom(descriptor, datagram.get(), datagramMost, MSG_TRUNC, nullptr, nullptr);
+            ::recvfrom(descriptor, datagram, datagramMost, MSG_TRUNC, nullptr, nullptr);
         if (received <= static_cast<ssize_t>(headerBytes)) return;
         const std::size_t payload = static_cast<std::size_t>(received) - headerBytes;
-        std::memcpy(frame.get() + fill, datagram.get() + headerBytes, payload);
+        std::memcpy(frame.get() + fill, datagram + headerBytes, payload);
         fill += payload;
         if ((datagram[1] & 0x80) == 0) continue;
         board.frameAt = Now();
@@ -80,10 +80,6 @@ void CountFrame(void* context, const std::uint8_t*, std::uint32_t length) {
     board.frameAt = Now();
     board.bytes += length;
     ++board.frames;
-}
-
-[[noreturn]] void PauseForEver() {
-    for (;;) ::pause();
 }
 
 void ReceiveByPlugin(SBoard& board, const char* streamName) {
@@ -194,6 +190,10 @@ void WaitFor(const std::function<bool()>& condition, const char* complaint) {
 }  // namespace
 
 void PlaceSender(EPlace place) { RunOn(place == EPlace::Behind ? ReceiverProcessor() : 0); }
+
+void PauseForEver() {
+    for (;;) ::pause();
+}
 
 std::int64_t Now() noexcept {
     return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);

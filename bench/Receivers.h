@@ -53,6 +53,9 @@ void PlaceSender(EPlace place);
 /// Nanoseconds of the steady clock, the same in all processes.
 [[nodiscard]] std::int64_t Now() noexcept;
 
+/// For a thread or a process that others end.
+[[noreturn]] void PauseForEver();
+
 /// A child process, which its destructor ends.
 class CChild {
    public:

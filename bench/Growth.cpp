@@ -1,0 +1,194 @@
+// How CPU time and memory grow with the cameras in one process, and with the size of a frame.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Figures.h"
+#include "PacketStream.h"
+#include "Receivers.h"
+#include "RtpReceiver.h"
+#include "Sender.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr std::size_t camerasMost = 32;
+constexpr double mebi = 1024.0 * 1024.0;
+
+/// What a process with several receivers tells.
+struct SCameraBoard {
+    std::array<SBoard, camerasMost> cameras;
+    std::atomic<bool> ready{false};
+};
+
+void CountFrame(void* context, const std::uint8_t*, std::uint32_t) {
+    ++static_cast<SBoard*>(context)->frames;
+}
+
+/// A process with so many receivers, and a camera for each.
+class CCameras {
+   public:
+    CCameras(std::size_t count, const SStreamPlan& plan)
+        : board(Share<SCameraBoard>()), process(EPlace::Behind, [&] { Receive(count, plan); }) {
+        using namespace std::chrono_literals;
+        for (int i = 0; !board->ready; ++i) {
+            if (i > 5000) throw std::runtime_error("the receivers don't start");
+            std::this_thread::sleep_for(2ms);
+        }
+        for (std::size_t i = 0; i < count; ++i) senders.emplace_back(board->cameras[i].port);
+    }
+
+    /// A frame for each camera, one camera after the other.
+    void SendRound(CPacketStream& stream) {
+        for (CSender& sender : senders) {
+            sender.SendDrained(stream.NextFrame());
+            sender.WaitUntilDrained();
+        }
+        ++rounds;
+    }
+    /// Microseconds of CPU time a frame.
+    double Measure(CPacketStream& stream, unsigned frames) {
+        const auto before = process.cpuTime();
+        for (unsigned i = 0; i < frames; ++i) SendRound(stream);
+        const std::chrono::duration<double, std::micro> spent = process.cpuTime() - before;
+        return spent.count() / (frames * static_cast<double>(std::max<std::size_t>(1, count())));
+    }
+    [[nodiscard]] std::size_t count() const noexcept { return senders.size(); }
+    [[nodiscard]] double residentMebibytes() const {
+        return static_cast<double>(process.residentBytes()) / mebi;
+    }
+    /// Whether each camera's frames have all arrived.
+    [[nodiscard]] bool whole() const noexcept {
+        for (std::size_t i = 0; i < count(); ++i) {
+            if (board->cameras[i].frames != rounds) return false;
+        }
+        return true;
+    }
+
+    std::vector<double> microseconds;
+
+   private:
+    void Receive(std::size_t wanted, const SStreamPlan& plan) const {
+        constexpr std::uint16_t discard = 9;
+        std::deque<qmx::cam::CRtpReceiver> receivers(wanted);
+        for (std::size_t i = 0; i < wanted; ++i) {
+            if (!receivers[i].CreateSockets() ||
+                !receivers[i].SetServerAddress("127.0.0.1", discard) ||
+                !receivers[i].Start(plan.receiverName(), CountFrame, &board->cameras[i])) {
+                return;
+            }
+            board->cameras[i].port = receivers[i].GetRtpPort();
+        }
+        board->ready = true;
+        PauseForEver();
+    }
+
+    std::shared_ptr<SCameraBoard> board;
+    CChild process;
+    std::deque<CSender> senders;
+    std::uint64_t rounds = 0;
+};
+
+Json GrowWithCameras(unsigned repetitions) {
+    const SStreamPlan plan = ComparedStreams().front();
+    CPacketStream stream(plan);
+    PlaceSender(EPlace::Behind);
+    std::deque<CCameras> processes;
+    for (const std::size_t count : {0U, 1U, 2U, 4U, 8U, 16U, 32U}) {
+        processes.emplace_back(count, plan);
+        for (int i = 0; i < 3; ++i) processes.back().SendRound(stream);
+    }
+    for (unsigned i = 0; i < repetitions; ++i) {
+        for (CCameras& cameras : processes) {
+            cameras.microseconds.push_back(cameras.Measure(stream, 4));
+        }
+    }
+    const double baseMebibytes = processes.front().residentMebibytes();
+    std::printf("Cameras of %s in one process\n  %7s %14s %16s %14s\n", plan.name.c_str(),
+                "cameras", "us/frame each", "min..max", "MiB each");
+    Json rows = Json::array();
+    for (const CCameras& cameras : processes) {
+        if (cameras.count() == 0) continue;
+        const SSpread cost = SpreadOf(cameras.microseconds);
+        const double mebibytes =
+            (cameras.residentMebibytes() - baseMebibytes) / static_cast<double>(cameras.count());
+        std::printf("  %7zu %14.1f %7.1f..%7.1f %14.2f%s\n", cameras.count(), cost.median,
+                    cost.least, cost.most, mebibytes,
+                    cameras.whole() ? "" : "  (frames are missing)");
+        rows.push_back({{"cameras", cameras.count()},
+                        {"microsecondsPerFrame", cost},
+                        {"mebibytesEach", mebibytes},
+                        {"whole", cameras.whole()}});
+    }
+    return rows;
+}
+
+Json GrowWithFrames(unsigned repetitions) {
+    constexpr std::uint16_t width = 4096;  // 8 KiB a line, a line a datagram
+    constexpr std::size_t linesPerMebibyte = 128;
+    std::printf("Frames of %u pixels a line\n  %7s %14s %16s %14s\n", unsigned{width}, "MiB",
+                "us/MiB", "min..max", "to plain loop");
+    Json rows = Json::array();
+    for (const std::size_t size : {2U, 4U, 8U, 16U, 32U}) {
+        const auto height = static_cast<std::uint16_t>(size * linesPerMebibyte);
+        const SStreamPlan plan{"", korusim::EEncoding::Raw, {width, height}, 1472, 1};
+        CPacketStream stream(plan);
+        const double mebibytes = 2.0 * width * height / mebi;
+        PlaceSender(EPlace::Behind);
+        CReceiver plain(EReceiver::PlainAmongThreads, EPlace::Behind, plan, stream, 0);
+        CReceiver plugin(EReceiver::Plugin, EPlace::Behind, plan, stream, 0);
+        CSender toPlain(plain.port());
+        CSender toPlugin(plugin.port());
+        const auto measure = [&](CReceiver& receiver, CSender& sender) {
+            const auto before = receiver.process().cpuTime();
+            sender.SendDrained(stream.NextFrame());
+            sender.WaitUntilDrained();
+            const std::chrono::duration<double, std::micro> spent =
+                receiver.process().cpuTime() - before;
+            return spent.count() / mebibytes;
+        };
+        (void)measure(plain, toPlain);  // the first frame makes the buffer
+        (void)measure(plugin, toPlugin);
+        std::vector<double> plainCosts;
+        std::vector<double> pluginCosts;
+        for (unsigned i = 0; i < repetitions; ++i) {
+            plainCosts.push_back(measure(plain, toPlain));
+            pluginCosts.push_back(measure(plugin, toPlugin));
+        }
+        const SSpread cost = SpreadOf(pluginCosts);
+        const SSpread ratio = SpreadOf(Ratios(pluginCosts, plainCosts));
+        const bool whole = plugin.board().frames == repetitions + 1U;
+        std::printf("  %7.0f %14.1f %7.1f..%7.1f %14.3f%s\n", mebibytes, cost.median, cost.least,
+                    cost.most, ratio.median, whole ? "" : "  (frames are missing)");
+        rows.push_back({{"mebibytes", mebibytes},
+                        {"microsecondsPerMebibyte", cost},
+                        {"toPlainLoop", ratio},
+                        {"whole", whole}});
+    }
+    return rows;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    unsigned repetitions = 15;
+    std::string file;
+    CLI::App app("CPU time and memory by the number of cameras and by the size of a frame");
+    app.add_option("--rounds", repetitions, "Repetitions of each")->check(CLI::PositiveNumber);
+    app.add_option("--json", file, "Write the figures to this file too");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        Json figures = {{"cameras", GrowWithCameras(repetitions)}};
+        figures["frames"] = GrowWithFrames(repetitions);
+        if (!file.empty()) Save(figures, file);
+        return 0;
+    } catch (const std::exception& failure) {
+        (void)std::fprintf(stderr, "growth: %s\n", failure.what());
+        return 1;
+    }
+}
