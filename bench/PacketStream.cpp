@@ -21,7 +21,7 @@ constexpr std::size_t lineHeaderBytes = 6;
 void CountLinesInBytes(std::span<std::uint8_t> packet) {
     constexpr std::size_t headersAt = korusim::rtpHeaderBytes + 2;
     for (std::size_t at = headersAt;; at += lineHeaderBytes) {
-        const unsigned pixels = (packet[at] << 8U) | packet[at + 1];
+        const unsigned pixels = packet[at] * 256U + packet[at + 1];
         korusim::PutBig16(&packet[at], 2 * pixels);
         if ((packet[at + 4] & 0x80) == 0) return;
     }

@@ -148,7 +148,7 @@ struct STrial {
 };
 
 STrial TryRate(EReceiver kind, const SStreamPlan& plan, double packetsPerSecond) {
-    constexpr double seconds = 0.4;
+    constexpr double seconds = 0.3;
     const double perFrame = CPacketStream(plan).packetsPerFrame();
     const auto frames = static_cast<std::uint64_t>(packetsPerSecond * seconds / perFrame) + 1;
     PlaceSender(EPlace::Beside);
@@ -169,37 +169,36 @@ STrial TryRate(EReceiver kind, const SStreamPlan& plan, double packetsPerSecond)
 /// The rate that was reached when everything arrived, else 0. There are three chances: on a machine
 /// with other work a receiver may not get its processor for longer than its buffer bridges.
 double TakenWhole(EReceiver kind, const SStreamPlan& plan, double rate) {
-    double reached = 0;
-    for (int chance = 0; chance < 3 && reached < 0.95 * rate; ++chance) {
+    for (int chance = 0; chance < 3; ++chance) {
         try {
             const STrial trial = TryRate(kind, plan, rate);
-            if (trial.whole) reached = std::max(reached, trial.sent);
+            if (trial.whole) return trial.sent;
         } catch (const std::runtime_error&) {
             continue;  // the receiver has ended or stalls
         }
     }
-    return reached;
+    return 0;
 }
 
-/// The highest rate that is taken whole: by steps up to one that isn't, or that the sender can't
-/// reach, and by halves between the last two.
+/// The highest rate that is taken whole: by steps up to one that isn't, or that no sender reaches,
+/// and by halves between the last two.
 double FindRate(EReceiver kind, const SStreamPlan& plan) {
-    constexpr double firstRate = 20000;
-    constexpr double step = 1.5;
-    constexpr int halvings = 4;
+    constexpr double firstRate = 50000;
+    constexpr double lastRate = 2e6;
+    constexpr double step = 1.6;
+    constexpr int halvings = 3;
     double best = 0;
     double good = 0;
     double rate = firstRate;
     const auto isGood = [&](double wanted) {
         const double reached = TakenWhole(kind, plan, wanted);
         best = std::max(best, reached);
-        return reached >= 0.95 * wanted;
+        return reached > 0;
     };
-    for (; isGood(rate); rate *= step) good = rate;
-    double bad = rate;
-    for (int i = 0; i < halvings; ++i) {
-        const double middle = (good + bad) / 2;
-        (isGood(middle) ? good : bad) = middle;
+    for (; rate < lastRate && isGood(rate); rate *= step) good = rate;
+    for (int i = 0; rate < lastRate && i < halvings; ++i) {
+        const double middle = (good + rate) / 2;
+        (isGood(middle) ? good : rate) = middle;
     }
     return best;
 }
