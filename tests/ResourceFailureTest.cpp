@@ -32,7 +32,11 @@ Function* Next(const char* name) {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
+/// Requests for memory that this thread has made.
+thread_local std::size_t memoryRequests = 0;
+
 void* AllocOrNull(std::size_t size) {
+    ++memoryRequests;
     return noMemory != nullptr && noMemory->Strikes() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
@@ -53,6 +57,11 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
         Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
     if (noThread != nullptr && noThread->Strikes()) return EAGAIN;
     return real(thread, attributes, body, argument);
+}
+void* realloc(void* old, std::size_t size) noexcept {
+    static auto* const real = Next<void*(void*, std::size_t)>("realloc");
+    ++memoryRequests;
+    return real(old, size);
 }
 void* operator new(std::size_t size) {
     if (void* const memory = AllocOrNull(size)) return memory;
@@ -133,6 +142,41 @@ TEST(ResourceFailure, ADeviceOutlivesEachSingleOne) {
         armed = nullptr;
     }
     testing::internal::GetCapturedStderr();
+}
+
+/// A run takes memory for its buffers and for a frame larger than all before it, and for nothing
+/// else.
+struct SThrifty {
+    std::atomic<unsigned> frames{0};
+    std::atomic<unsigned> faults{0};
+    std::uint32_t largest = 0;
+    std::size_t requests = 0;
+    static void Take(void* context, const std::uint8_t*, std::uint32_t length) {
+        auto& self = *static_cast<SThrifty*>(context);
+        if (length > self.largest) {
+            self.largest = length;
+            self.requests = memoryRequests;
+        }
+        if (self.requests == 0 || memoryRequests != self.requests) ++self.faults;
+        ++self.frames;
+    }
+};
+
+TEST(ResourceUse, NoPacketTakesMemory) {
+    const CSimulator cameras({"127.0.0.11,size=64x48,rate=500",
+                              "127.0.0.12,size=64x48,rate=500,streams=mjls+mjpg,mtu=200"});
+    for (const auto& [address, type] : {std::pair("127.0.0.11", priv::pixelTypeRaw),
+                                        std::pair("127.0.0.12", priv::pixelTypeJpegLs),
+                                        std::pair("127.0.0.12", priv::pixelTypeJpeg)}) {
+        const auto device = MakeDevice();
+        SThrifty host;
+        ASSERT_TRUE(device->Open(Camera(address), treeAndStreams));
+        device->SetFormat(64, 48, type);
+        ASSERT_TRUE(device->StartContinuous(SThrifty::Take, &host));
+        EXPECT_TRUE(WaitFor([&] { return host.frames >= 200; }));
+        EXPECT_TRUE(device->StopContinuous());
+        EXPECT_EQ(host.faults, 0u) << address;
+    }
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "support/CountedMemory.h"
 #include "support/Resources.h"
 
 namespace {
@@ -144,40 +143,6 @@ TEST(RtpReceiver, AnEmptyDatagramEndsTheRunAndNothingElse) {
     camera.SendFrame(receiver.GetRtpPort(), '\1', "abcd");
     receiver.Reset();
     EXPECT_TRUE(frames.frames.empty());
-}
-
-// Memory is taken for the run's buffers and for the first frame of the largest size. What a packet
-// took beyond that would be the host's stutter.
-TEST(RtpReceiver, TakesNoMemoryPerPacket) {
-    using namespace std::string_literals;
-    struct SCount {
-        std::atomic<std::size_t> frames{0};
-        std::atomic<std::size_t> allocations{0};
-        static void Callback(void* context, const std::uint8_t*, std::uint32_t) {
-            auto& self = *static_cast<SCount*>(context);
-            self.allocations = test::AllocationCount();
-            ++self.frames;
-        }
-    };
-    const std::string line = "\0\0\0\x02\0\0\0\0abcd"s;
-    const std::string jpegLs = "head\xFF\xD8\xFF\xF7"s + std::string(1000, 'x');
-    const std::string jpeg = "\0\0\0\0\0\x32\x50\x3C"s + std::string(3000, 'x');
-    const CSender camera;
-    for (const auto& [name, payload] :
-         {std::pair("ZRAW", line), std::pair("MJLS", jpegLs), std::pair("MJPG", jpeg)}) {
-        CRtpReceiver receiver;
-        SCount count;
-        ASSERT_TRUE(receiver.CreateSockets() && receiver.Start(name, SCount::Callback, &count));
-        std::size_t first = 0;
-        for (char number = 1; number <= 50; ++number) {
-            camera.Send(receiver.GetRtpPort(),
-                        "\x80\xE0\0"s + number + "\0\0\0"s + number + "SSRC" + payload);
-            ASSERT_TRUE(test::WaitFor([&] { return count.frames == std::size_t(number); }));
-            if (number == 1) first = count.allocations;
-        }
-        EXPECT_GT(first, 0u) << "counts nothing";
-        EXPECT_EQ(count.allocations, first) << name;
-    }
 }
 
 }  // namespace
