@@ -170,13 +170,4 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
     }
 }
 
-TEST(MjpgAssembler, TheLargestOffsetStaysBounded) {
-    CFrameAssembler assembler(EStreamType::Mjpg);
-    const auto frame = Deliver(
-        assembler, {{1, 1, false, Jpeg(0, 0, 50, {7})}, {2, 1, true, Jpeg(0xFFFFFF, 0, 50, {8})}});
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->size(), 605u + 0xFFFFFF + 1);
-    EXPECT_EQ(frame->back(), 8);
-}
-
 }  // namespace

@@ -134,27 +134,18 @@ TEST(HostLocks, OneWriterOrManyReaders) {
     int second = 0;
     std::atomic<int> torn{0};
     constexpr int turns = 5000;
-    const auto write = [&] {
+    const auto work = [&](int step) {
         for (int i = 0; i < turns; ++i) {
-            lock.WriteLock();
-            ++first;
+            step != 0 ? lock.WriteLock() : lock.ReadLock();
+            const int before = step != 0 ? first += step : first;
             std::this_thread::yield();  // so that the others meet a held lock
-            ++second;
-            lock.WriteUnlock();
-        }
-    };
-    const auto read = [&] {
-        for (int i = 0; i < turns; ++i) {
-            lock.ReadLock();
-            const int before = first;
-            std::this_thread::yield();
-            if (before != second) ++torn;
-            lock.ReadUnlock();
+            if (before != (step != 0 ? second += step : second)) ++torn;
+            step != 0 ? lock.WriteUnlock() : lock.ReadUnlock();
         }
     };
     {
-        const std::jthread threads[] = {std::jthread(write), std::jthread(read),
-                                        std::jthread(write), std::jthread(read)};
+        const std::jthread threads[] = {std::jthread(work, 1), std::jthread(work, 0),
+                                        std::jthread(work, 1), std::jthread(work, 0)};
     }
     EXPECT_EQ(first, 2 * turns);
     EXPECT_EQ(torn, 0);

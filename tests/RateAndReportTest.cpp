@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <cstdio>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -15,7 +13,6 @@
 namespace {
 
 using nlohmann::json;
-using test::CProgram;
 using test::CShell;
 using test::CSimulator;
 using test::RunProgram;

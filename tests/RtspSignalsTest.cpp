@@ -19,16 +19,16 @@ TEST(RtspSignals, NeitherEndNorProlongAReceive) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
-    const auto [near, far] = test::ConnectedPair();
+    const auto ends = test::ConnectedPair();
     constexpr std::chrono::milliseconds limit(300);
-    ASSERT_TRUE(platform::SetReceiveTimeout(near.handle(), limit.count()));
+    ASSERT_TRUE(platform::SetReceiveTimeout(ends.first.handle(), limit.count()));
     std::atomic<bool> done{false};
     CRtspHeaders headers;
     std::string body;
     std::int32_t status = 0;
     const auto begun = std::chrono::steady_clock::now();
     std::thread reader([&] {
-        status = ReadResponse(near.handle(), headers, body);
+        status = ReadResponse(ends.first.handle(), headers, body);
         done = true;
     });
     while (!done) {  // a receive that each signal prolongs never ends here

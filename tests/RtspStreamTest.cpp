@@ -75,23 +75,4 @@ TEST(RtspStream, ReadsFormats) {
     }
 }
 
-TEST(RtspStream, KeepsWhatLinesSayWhereTheySayIt) {
-    const SRtspStream stream = ParseDescription(
-        "v=0\no=o1\ns=s1\ni=i1\nu=u1\ne=e1\np=p1\nc=c1\nz=z1\nk=k1\na=flag\na=x:1:2\n"
-        "m=a 0 RTP/AVP 1\ni=i2\nc=c2\nk=k2\na=y:z\na=framesize:1-2\no=o2\n");
-    EXPECT_EQ(stream.version, "0");
-    EXPECT_EQ(stream.origin + stream.sessionName + stream.information + stream.uri + stream.email,
-              "o2s1i1u1e1");
-    EXPECT_EQ(stream.phone + stream.connection + stream.timeZones + stream.encryptionKey,
-              "p1c1z1k1");
-    EXPECT_EQ(stream.attributes, (CRtspAttributes{{"flag", ""}, {"x", "1:2"}}));
-    ASSERT_EQ(stream.media.size(), 1u);
-    const SRtspMedia& media = stream.media[0];
-    EXPECT_EQ(media.information + media.connection + media.encryptionKey, "i2c2k2");
-    EXPECT_EQ(media.attributes, (CRtspAttributes{{"y", "z"}, {"framesize", "1-2"}}));
-
-    const SRtspStream refused = ParseDescription("v=0\no=o1\nm=a 0 RTP/AVP\n");
-    EXPECT_EQ(refused.version + refused.origin, "o1");  // only version and media are emptied
-}
-
 }  // namespace
