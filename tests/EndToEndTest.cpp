@@ -127,8 +127,7 @@ struct SQuirkCase {
     double seconds;   // the least that the failing step takes
 };
 
-// For each way of a camera to misbehave: what the device answers, what it logs, how long it takes,
-// and that a well-behaved camera can be opened next.
+// For each way of a camera to misbehave: what the device answers, what it logs, how long it takes.
 TEST(EndToEnd, SurvivesOddCameras) {
     const std::string start = "CKORURTSPDevice::StartContinuous: ";
     const char* const noServer =
@@ -150,7 +149,7 @@ TEST(EndToEnd, SurvivesOddCameras) {
     };
     for (const SQuirkCase& row : cases) {
         SCOPED_TRACE(row.quirk);
-        const CSimulator cameras({std::string("127.0.0.11,quirk=") + row.quirk, "127.0.0.12"});
+        const CSimulator cameras({std::string("127.0.0.11,quirk=") + row.quirk});
         CShell shell;
         json answer = shell("open 127.0.0.11 3");
         EXPECT_EQ(answer["ok"] == true, row.opens);
@@ -166,9 +165,6 @@ TEST(EndToEnd, SurvivesOddCameras) {
             EXPECT_TRUE(shell("state")["streaming"] == false);
         }
         EXPECT_TRUE(shell.Ok("close"));
-        EXPECT_TRUE(shell.Ok("new") && shell.Ok("open 127.0.0.12 3") &&
-                    shell.Ok("setformat 640 512 raw") && shell.Ok("start") &&
-                    shell.Ok("wait 2 20000") && shell.Ok("stop"));
         EXPECT_EQ(shell.Wait(), 0);
         std::set<std::string> log = Lines(shell.Errors());
         log.erase("KORU RTSP Plugin loaded");

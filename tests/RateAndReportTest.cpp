@@ -120,11 +120,6 @@ TEST(RateAndReport, TheCommandLineGetsAndSets) {
         EXPECT_EQ(set.status, 0) << set.errors;
         EXPECT_EQ(set.output, "/FrameRate=12.0\n");
         EXPECT_EQ(RunProgram({"qmxhost", "set", address, "FrameRate=fast"}).status, 2);
-        const SOutcome stream =
-            RunProgram({"qmxhost", "stream", address, "--rate", "100", "--count", "50", "--json"});
-        EXPECT_EQ(stream.status, 0) << stream.errors;
-        const json last = json::parse(stream.output.substr(stream.output.rfind('{')));
-        EXPECT_GT(last["framesPerSecond"], 14) << last;  // more than it was set to before
     }
 }
 
