@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -134,8 +135,12 @@ Arguments GStreamerCommand(const SStreamPlan& plan, std::uint16_t port, std::siz
             "num-buffers=" + std::to_string(frames)};
 }
 
+std::string SdpFile(std::uint16_t port) {
+    return std::filesystem::temp_directory_path() / ("bench-" + std::to_string(port) + ".sdp");
+}
+
 Arguments FfmpegCommand(const SStreamPlan& plan, std::uint16_t port, std::uint64_t frames) {
-    const std::string file = "/tmp/bench-" + std::to_string(port) + ".sdp";
+    const std::string file = SdpFile(port);
     std::ofstream sdp(file);
     const std::string type = std::to_string(plan.payloadType());
     sdp << "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=bench\nc=IN IP4 127.0.0.1\nt=0 0\nm=video " << port
@@ -289,6 +294,7 @@ CReceiver::CReceiver(EReceiver receiver, EPlace place, const SStreamPlan& plan,
             : FfmpegCommand(plan, udpPort, expected);
     child = std::make_unique<CChild>(place, [&] { Execute(command); });
     WaitFor([&] { return QueueOf(udpPort).found; }, "a peer doesn't open its socket");
+    if (receiver == EReceiver::Ffmpeg) std::filesystem::remove(SdpFile(udpPort));
 }
 
 bool CReceiver::HasDeliveredAll() {
