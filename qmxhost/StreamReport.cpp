@@ -56,9 +56,10 @@ std::string CheckText(const SCheckTotals& check, std::uint64_t unchecked) {
 std::string SummaryText(const SStreamSummary& summary, double seconds) {
     const SFrameTotals& totals = summary.totals;
     std::string text = "camera " + summary.camera + ", " + summary.format + "\n" +
-                       std::to_string(totals.frames) +
-                       (totals.frames == 1 ? " frame in " : " frames in ") + Fixed(seconds, 1) +
-                       " s: " + RatesText(RatesOverall(totals), totals.longestGap);
+                       std::to_string(totals.frames) + (totals.frames == 1 ? " frame" : " frames") +
+                       " in " + Fixed(seconds, 1) + " s";
+    // It takes two frames to have a rate and a gap.
+    if (totals.frames > 1) text += ": " + RatesText(RatesOverall(totals), totals.longestGap);
     if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
     text += "\n";
     if (summary.saved) {
