@@ -13,8 +13,9 @@ SSpread SpreadOf(std::vector<double> values) {
 
 std::vector<double> Ratios(const std::vector<double>& values, const std::vector<double>& to) {
     std::vector<double> ratios;
-    std::transform(values.begin(), values.end(), to.begin(), std::back_inserter(ratios),
-                   [](double value, double base) { return value / base; });
+    for (std::size_t i = 0; i < std::min(values.size(), to.size()); ++i) {
+        ratios.push_back(values[i] / to[i]);
+    }
     return ratios;
 }
 

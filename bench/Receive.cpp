@@ -6,7 +6,6 @@
 #include <exception>
 #include <map>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "Figures.h"

@@ -11,7 +11,6 @@
 
 #include <array>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>

@@ -20,9 +20,10 @@ if(KORU_SANITIZE)
   add_compile_options(-fsanitize=${KORU_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${KORU_SANITIZE})
+  add_compile_definitions(KORU_SANITIZED)
 endif()
 if(KORU_COVERAGE)
-  add_compile_options(--coverage)
+  add_compile_options(--coverage -fprofile-update=atomic) # threads count, too
   add_link_options(--coverage)
 endif()
 

@@ -29,9 +29,11 @@ namespace qmx::cam {
 /// | Streaming | either    | yes    | yes     | yes       | yes       | set           | null
 /// | Paused    | either    | yes    | yes     | no        | yes       | set           | null
 /// | Suspended | either    | yes    | no      | no        | no        | null          | set
+/// | Refused   | either    | yes    | yes     | no        | no        | null          | either
 ///
 /// A Paused device is not stopped by `StopContinuous`, and `Close` leaves its receiver running; the
-/// destructor ends it.
+/// destructor ends it. Refused is what a camera leaves that grants a session and then refuses PLAY:
+/// every start fails until a `Close` has ended that session.
 class CKORURTSPDevice final : public IDevice {
    public:
     CKORURTSPDevice();

@@ -10,7 +10,6 @@
 #include <future>
 #include <memory>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "CameraSettings.h"

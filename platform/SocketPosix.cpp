@@ -59,6 +59,17 @@ bool ConnectionMade(int descriptor, std::chrono::milliseconds limit) noexcept {
     return ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
+/// One receive of a datagram. The C library's call is a place where a thread may be cancelled, and
+/// pays for that with two atomic operations per packet: the system's own does without. A sanitizer
+/// watches the C library's.
+ssize_t ReceiveFrom(int descriptor, void* buffer, std::size_t size, int flags) noexcept {
+#if defined(KORU_SANITIZED)
+    return ::recvfrom(descriptor, buffer, size, flags, nullptr, nullptr);
+#else
+    return ::syscall(SYS_recvfrom, descriptor, buffer, size, flags, nullptr, nullptr);
+#endif
+}
+
 timeval SystemDuration(std::uint32_t milliseconds) noexcept {
     timeval duration{};
     duration.tv_sec = milliseconds / 1000;
@@ -193,10 +204,7 @@ std::ptrdiff_t SendDatagram(SocketHandle handle, const void* data, std::size_t s
 std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t size) noexcept {
     for (;;) {
         // MSG_TRUNC makes the whole size known, so that a cut datagram can't pass for a whole one.
-        // The system's call itself: the C library's is a place where a thread may be cancelled, and
-        // pays for that with two atomic operations per packet.
-        const ssize_t received =
-            ::syscall(SYS_recvfrom, Descriptor(handle), buffer, size, MSG_TRUNC, nullptr, nullptr);
+        const ssize_t received = ReceiveFrom(Descriptor(handle), buffer, size, MSG_TRUNC);
         if (received > static_cast<ssize_t>(size)) return -1;
         if (received >= 0 || errno != EINTR) return received;
     }

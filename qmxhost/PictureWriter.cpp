@@ -3,10 +3,8 @@
 #include <png.h>
 
 #include <algorithm>
-#include <array>
 #include <csetjmp>
 #include <cstdio>
-#include <memory>
 #include <utility>
 
 #include "FrameStamp.h"

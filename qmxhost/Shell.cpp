@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <fstream>
 #include <limits>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <thread>

@@ -20,8 +20,8 @@ struct SRtcpEvent {
     std::uint32_t lastSenderReport;  ///< middle 32 bits of the NTP time, bytes in wire order
 };
 
-/// First in, first out, without a bound. What comes behind a stop is never handled, so a camera that
-/// goes on reporting can't hold it up. Safe from any thread.
+/// First in, first out, without a bound. What comes behind a stop is never handled, so a camera
+/// that goes on reporting can't hold it up. Safe from any thread.
 class CRtcpEventQueue {
    public:
     /// Raises `std::bad_alloc` when there is no memory; a stop needs none, so that a run can be

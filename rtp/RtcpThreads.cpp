@@ -30,7 +30,7 @@ NameBuffer OwnName() noexcept {
 /// An SSRC from the machine's name and the generator's bytes behind it, folded to four.
 SsrcBytes MakeSsrc() noexcept {
     NameBuffer bytes = OwnName();
-    std::srand(static_cast<unsigned>(std::clock()));
+    std::srand(static_cast<unsigned>(std::clock()));  // the host's generator, too
     for (std::size_t i = std::strlen(bytes.data()); i < bytes.size(); ++i) {
         bytes[i] = static_cast<char>(std::rand());
     }
@@ -81,6 +81,8 @@ void CRtpReceiver::RtcpSendThread(CRtpReceiver& receiver) {
     std::optional<SRtcpEvent> latest;  // sender report
     for (;;) {
         const SRtcpEvent event = receiver.eventQueue->Wait();
+        // Shared, although the figures move the counters of the last report: this is the one thread
+        // that takes the shared side.
         receiver.sourceLock.ReadLock();
         const SLossFigures figures = TakeLossFigures(*receiver.source);
         receiver.sourceLock.ReadUnlock();

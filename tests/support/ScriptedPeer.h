@@ -14,8 +14,8 @@
 
 namespace test {
 
-/// Closes the connection in place of an answer, or behind a part of one; the next connection goes on
-/// with the script.
+/// Closes the connection in place of an answer, or behind a part of one; the next connection goes
+/// on with the script.
 inline const std::string closeConnection = "<close>";
 /// Takes the request and stays silent.
 inline const std::string staySilent = "<silent>";
