@@ -227,13 +227,12 @@ std::optional<SJpegFragment> ReadJpegFragment(std::span<const std::uint8_t> payl
 }  // namespace
 
 bool CFrameAssembler::BuildJpegHeader(const SJpegFragment& fragment) noexcept {
-    if (!fragment.tables.empty()) {
+    // For each frame anew: nothing carries from one to the next.
+    if (fragment.tables.empty()) {
+        MakeTables(fragment.quality, lqt, cqt);
+    } else {
         std::memcpy(lqt, fragment.tables.data(), sizeof(lqt));
         std::memcpy(cqt, fragment.tables.data() + sizeof(lqt), sizeof(cqt));
-        tablesQuality.reset();
-    } else if (tablesQuality != fragment.quality) {
-        MakeTables(fragment.quality, lqt, cqt);
-        tablesQuality = fragment.quality;
     }
     // With room for any header from the first frame on, a header never makes the buffer grow.
     if (!GrowTo(jpegHeaderRoom)) return false;

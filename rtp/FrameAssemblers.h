@@ -71,7 +71,6 @@ class CFrameAssembler {
     std::uint32_t headerLength = 0;   // bytes of the JPEG header made for the frame in assembly
     QuantTable lqt{};
     QuantTable cqt{};
-    std::optional<std::uint8_t> tablesQuality;  // what the tables were made from, if they were
 };
 
 }  // namespace qmx::cam
