@@ -1,6 +1,7 @@
 #include "KORURTSPDevice.h"
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "Arbor.h"
@@ -15,6 +16,9 @@ constexpr std::uint32_t openStreams = 2;
 
 /// Why a start failed. Written before anything is undone, which may take its time.
 void LogFailure(const char* line) { logger().WriteLine("%s", line); }
+
+constexpr char receiverNotStarted[] =
+    "CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.";
 
 }  // namespace
 
@@ -44,6 +48,7 @@ CKORURTSPDevice::~CKORURTSPDevice() {
 void CKORURTSPDevice::Close() {
     StopContinuous();
     rtsp.Close();
+    receiverIsLeftOver = receiver.IsRunning();
     if (connection != 0) arbDestroy(connection);
     connection = 0;
     address.clear();
@@ -178,9 +183,20 @@ std::optional<double> CKORURTSPDevice::RateToAsk() {
     return frameRate;
 }
 
+/// True while a session plays or is paused. A receiver that a `Close` has left behind is no stream
+/// any more, unless its session plays again: a camera that refused TEARDOWN may have kept it.
+bool CKORURTSPDevice::StreamExists() const {
+    return receiver.IsRunning() && (!receiverIsLeftOver || rtsp.IsPlaying());
+}
+
 bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
-    // A running receiver keeps its sockets; without a callback nobody could tell that it runs.
-    if (receiver.IsRunning() || callback == nullptr) return false;
+    // Without a callback the receiver would not count as running.
+    if (StreamExists() || callback == nullptr) {
+        LogFailure(receiverNotStarted);
+        return false;
+    }
+    // A start from within the callback of a left-over receiver fails before anything has changed.
+    if (receiver.IsRunning()) receiver.RequireOtherThread();
 
     priv::SStreamPaths paths;
     const char* receiverName = nullptr;
@@ -188,7 +204,10 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
         LogFailure("CKORURTSPDevice::StartContinuous: Failed to find a suitable format.");
         return false;
     }
-    if (!receiver.CreateSockets()) {
+    // A left-over receiver still uses its sockets and its address; its `Start` fails below, which
+    // ends it, so that the next start finds none.
+    const bool leftOver = receiver.IsRunning();
+    if (!leftOver && !receiver.CreateSockets()) {
         LogFailure("CKORURTSPDevice::StartContinuous: Local RTP setup failed.");
         return false;
     }
@@ -198,14 +217,14 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
         receiver.Reset();
         return false;
     }
-    if (!receiver.SetServerAddress(address.c_str(), rtsp.GetServerRtcpPort())) {
+    if (!leftOver && !receiver.SetServerAddress(address.c_str(), rtsp.GetServerRtcpPort())) {
         LogFailure("CKORURTSPDevice::StartContinuous: Server RTP setup failed.");
         receiver.Reset();
         return false;
     }
     try {
         if (!receiver.Start(receiverName, callback, context)) {
-            LogFailure("CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.");
+            LogFailure(receiverNotStarted);
             receiver.Reset();
             rtsp.Teardown();
             return false;
@@ -216,13 +235,23 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
             return false;
         }
     } catch (...) {
-        // A thread could not be created, or there was no memory. No thread may outlive this start.
+        // A thread could not be created, or there was no memory. Neither a thread nor a session may
+        // outlive this start.
         receiver.Reset();
+        EndSession();
         throw;
     }
     frameCallback = callback;
     callbackContext = context;
     return true;
+}
+
+/// `Teardown` while another exception is on its way: its own lack of memory must not replace it.
+void CKORURTSPDevice::EndSession() noexcept {
+    try {
+        rtsp.Teardown();
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 /// A stop from within the callback raises its error here, before anything has changed.

@@ -80,6 +80,8 @@ class CKORURTSPDevice final : public IDevice {
     bool DescribeStreams();
     bool ChooseStream(priv::SStreamPaths& paths, const char*& receiverName);
     std::optional<double> RateToAsk();
+    [[nodiscard]] bool StreamExists() const;
+    void EndSession() noexcept;
     void RequireStoppable() const;
 
     void RegisterProperties();
@@ -115,6 +117,7 @@ class CKORURTSPDevice final : public IDevice {
     std::optional<double> frameRate;  // what to ask of a compressed stream
     bool connected = false;
     bool opened = false;
+    bool receiverIsLeftOver = false;  // by a `Close` that could not stop the stream
 };
 
 }  // namespace qmx::cam

@@ -49,13 +49,7 @@ void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort,
     }
 }
 
-CRtspClient::~CRtspClient() {
-    try {
-        Teardown();
-    } catch (const std::bad_alloc&) {
-        // No memory for the request: the camera ends the session by itself.
-    }
-}
+CRtspClient::~CRtspClient() { Close(); }
 
 bool CRtspClient::Connect(const char* hostText, std::uint16_t tcpPort) {
     if (socket.valid()) return false;
@@ -63,8 +57,9 @@ bool CRtspClient::Connect(const char* hostText, std::uint16_t tcpPort) {
     if (!address) return false;
     socket.Reset(platform::OpenTcpSocket());
     if (!socket.valid()) return false;
-    // A session that an earlier connection could not end leaves its flags set; `Close` then tries
-    // once more to end it, on whatever connection stands by now.
+    // Where an earlier connection has left a session open, `Close` also tries to end that session.
+    // Here the socket is not connected, so that its request fails at once; after a failed OPTIONS
+    // the request goes out, and may wait for a response once more.
     if (!platform::ConnectSocket(socket.handle(), platform::MakeSocketAddress(*address, tcpPort))) {
         Close();
         return false;
@@ -90,7 +85,11 @@ bool CRtspClient::ProbeOptions() {
 }
 
 void CRtspClient::Close() {
-    Teardown();
+    try {
+        Teardown();
+    } catch (const std::bad_alloc&) {
+        // No memory for the request counts as a failed TEARDOWN. The connection ends all the same.
+    }
     socket.Reset();
 }
 
@@ -123,7 +122,8 @@ bool CRtspClient::Setup(const char* setupUrlPath, const char* controlUrlPath, st
     if (session == headers.end() || transport == headers.end()) return false;
     sessionId = ReadSessionId(session->second);
     ReadServerPorts(transport->second, serverRtpPort, serverRtcpPort);
-    // An answer without ports passes on those of the session before it: cameras keep their ports.
+    // The test is on the fields: a response without server ports succeeds with the ports that an
+    // earlier response to SETUP has left there, whether that SETUP succeeded or not.
     if (serverRtpPort == 0 || serverRtcpPort == 0) return false;
     setupPath = setupUrlPath;
     controlPath = controlUrlPath;
