@@ -6,6 +6,7 @@
 #include <new>
 #include <optional>
 
+#include "ReceivePause.h"
 #include "RtcpPackets.h"
 #include "RtpReceiver.h"
 
@@ -51,12 +52,17 @@ std::uint32_t DelayUnits(double seconds) noexcept {
 void CRtpReceiver::RtcpReceiveThread(CRtpReceiver& receiver) {
     const std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[reportBufferSize]);
     if (buffer == nullptr) return;
+    CReceivePause pause;
     for (platform::SocketHandle socket = receiver.rtcpSocket; socket != platform::noSocket;
          socket = receiver.rtcpSocket) {
         const std::ptrdiff_t size =
             platform::ReceiveDatagram(socket, buffer.get(), reportBufferSize);
         if (size == 0) return;
-        if (size < 0) continue;
+        if (size < 0) {
+            pause.Failed();
+            continue;
+        }
+        pause.Succeeded();
         receiver.PostSenderReports({buffer.get(), static_cast<std::size_t>(size)});
     }
 }

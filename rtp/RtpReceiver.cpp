@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "ExceptionBarrier.h"
+#include "ReceivePause.h"
 #include "RtpPacket.h"
 
 namespace qmx::cam {
@@ -179,6 +181,7 @@ void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
     const std::unique_ptr<SPacketBuffer> packetBuffer(new (std::nothrow) SPacketBuffer);
     if (packetBuffer == nullptr) return;
     CFrameAssembler assembler(receiver.streamType);
+    CReceivePause pause;
     bool firstPacket = true;
     platform::SocketHandle socket = receiver.rtpSocket;
     if (socket != platform::noSocket) RaiseReceiveBuffer(socket);
@@ -186,7 +189,11 @@ void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
         const std::ptrdiff_t size =
             platform::ReceiveDatagram(socket, packetBuffer->bytes, packetBufferSize);
         if (size == 0) return;
-        if (size < 0) continue;
+        if (size < 0) {
+            pause.Failed();
+            continue;
+        }
+        pause.Succeeded();
         const auto packet = ParseRtpPacket({packetBuffer->bytes, static_cast<std::size_t>(size)});
         if (!packet) continue;
         receiver.sourceLock.WriteLock();
@@ -203,11 +210,9 @@ void CRtpReceiver::Deliver(std::span<const std::uint8_t> frame) const {
     void* const context = callbackContext;
     const FrameCallback callback = frameCallback;
     if (callback == nullptr) return;
-    try {
-        callback(context, frame.data(), static_cast<std::uint32_t>(frame.size()));
-    } catch (...) {
-        // Whatever the host throws into this thread would end its process. The frame is over.
-    }
+    // An exception that the host throws into this thread would end its process.
+    platform::CallDiscardingExceptions(
+        [&] { callback(context, frame.data(), static_cast<std::uint32_t>(frame.size())); });
 }
 
 }  // namespace qmx::cam

@@ -12,9 +12,11 @@
 #include <system_error>
 
 #include "PixelTypes.h"
+#include "RtspClient.h"
 #include "support/Devices.h"
 #include "support/Program.h"
 #include "support/Resources.h"
+#include "support/ScriptedPeer.h"
 
 namespace {
 
@@ -122,6 +124,9 @@ TEST(ResourceFailure, ADeviceOutlivesEachSingleOne) {
             struck = fault.until < 0;
             EXPECT_TRUE(began || struck);
             if (!device) continue;
+            if (&armed == &noThread && struck) {
+                EXPECT_TRUE(device->StartContinuous(Count, nullptr)) << "no session is left over";
+            }
             device->Close();
             if (!Begin(*device)) {
                 // With the memory for an answer goes what it said. The session then stands for this
@@ -147,6 +152,19 @@ TEST(ResourceFailure, ADeviceOutlivesEachSingleOne) {
         armed = nullptr;
     }
     testing::internal::GetCapturedStderr();
+}
+
+TEST(ResourceFailure, AConnectionEndsWithoutMemoryForTeardown) {
+    CScriptedPeer peer({Ok(0), Ok(1, setUp), Ok(0)});
+    CRtspClient client;
+    ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()) && client.Setup("/", 1, 2));
+    SFault fault{0};
+    noMemory = &fault;
+    client.Close();
+    noMemory = nullptr;
+    EXPECT_LT(fault.until, 0) << "the request had no memory";
+    EXPECT_TRUE(client.IsSetUp() && client.Connect("127.0.0.1", peer.port()));
+    EXPECT_EQ(peer.Methods(), "OPTIONS SETUP OPTIONS");
 }
 
 /// A run takes memory for its buffers and for a frame larger than all before it, and for nothing
