@@ -18,8 +18,10 @@ bool HasEncoding(const SRtspFormat& format, const SStreamKind& kind) {
     return format.rtpmap.starts_with(kind.encodingName);
 }
 
-/// Size of the difference of two sizes in signed 32-bit arithmetic, which wraps for the sizes
-/// beyond 2147483647 that only a broken description holds.
+/// Absolute difference of two sizes in signed 32-bit arithmetic, which wraps for the sizes beyond
+/// 2147483647 that only a broken description contains. A difference of exactly 2^31 has no positive
+/// counterpart there; the unsigned result makes it the largest distance instead of a negative one,
+/// which would beat an exact match.
 std::uint32_t Distance(std::uint32_t left, std::uint32_t right) noexcept {
     const std::uint32_t difference = left - right;
     return static_cast<std::int32_t>(difference) < 0 ? 0 - difference : difference;

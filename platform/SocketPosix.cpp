@@ -113,6 +113,8 @@ std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     addrinfo* found = nullptr;
     // getaddrinfo and not gethostbyname: on Linux only the former is safe from several threads.
     if (::getaddrinfo(text, nullptr, &hints, &found) != 0 || found == nullptr) return std::nullopt;
+    // Of several addresses the first one is used, without trying the others. getaddrinfo may sort
+    // them (RFC 6724) where gethostbyname would keep the order of the name server.
     sockaddr_in first{};
     std::memcpy(&first, found->ai_addr, sizeof(first));
     ::freeaddrinfo(found);

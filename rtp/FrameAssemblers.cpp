@@ -243,6 +243,9 @@ bool CFrameAssembler::BuildJpegHeader(const SJpegFragment& fragment) noexcept {
 }
 
 CFrameAssembler::Frame CFrameAssembler::TakeMjpg(const SRtpPacket& packet) noexcept {
+    // Two rules for short payloads, on purpose. Without the offset word the gate cannot be asked,
+    // so that the packet is dropped and the next one fails the sequence test. With the word, but
+    // without the rest of its headers, the packet passes the gate and costs its frame below.
     if (packet.payload.size() < jpegOffsetWord) return std::nullopt;
     const EVerdict verdict = PassGate(packet, ReadFragmentOffset(packet.payload) == 0);
     if (verdict == EVerdict::Drop) return std::nullopt;
