@@ -79,70 +79,116 @@ bool Set(IDevice& device, const char* property, double value) {
     return device.properties.set(property, variant);
 }
 
-// Each receive from a silent camera takes 5 s, and no call makes more of them than these.
+using Answers = std::vector<std::string>;
+using Device = TSharedPtr<IDevice>;
+
+Answers Joined(Answers first, const Answers& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+const std::string refused = "RTSP/1.0 500 No\r\n\r\n";
+
+/// What has happened before the call that is timed; the camera answers all of it at once.
+enum class EBefore { Nothing, Opened, Started, Paused, Suspended, Closed, ClosedWhilePaused };
+
+/// Brings a device into a state; a step that the camera refuses is not one of the test's.
+void Prepare(Device& device, EBefore state, const std::function<bool()>& open,
+             const std::function<bool()>& start) {
+    if (state == EBefore::Nothing) return;
+    ASSERT_TRUE(open());
+    if (state == EBefore::Opened) return;
+    ASSERT_TRUE(start());
+    if (state == EBefore::Paused || state == EBefore::ClosedWhilePaused) Set(*device, "/Paused", 1);
+    if (state == EBefore::Suspended) device->Suspend();
+    if (state == EBefore::Closed || state == EBefore::ClosedWhilePaused) device->Close();
+    if (state == EBefore::ClosedWhilePaused) {
+        ASSERT_TRUE(open());
+    }
+}
+
+// Each receive from a silent camera takes 5 s, and no call, in any state, makes more of them than
+// these. The states behind a close are those of a camera that refused to end its session.
 TEST(HostileCamera, SilenceCostsABoundedTime) {
-    using Device = TSharedPtr<IDevice>;
     const std::string missing = "RTSP/1.0 404 Not Found\r\n\r\n";
-    const std::vector<std::string> streaming(life.begin(), life.begin() + 4);
-    const std::vector<std::string> compressed = {Ok(0),   missing,      Description(2, mjlsBody),
-                                                 missing, Ok(4, setUp), Ok(5, playing)};
+    const Answers opened(life.begin(), life.begin() + 2);
+    const Answers started(life.begin(), life.begin() + 4);
+    const Answers compressed = {Ok(0),   missing,      Description(2, mjlsBody),
+                                missing, Ok(4, setUp), Ok(5, playing)};
+    const Answers paused = Joined(started, {Ok(4)});
+    const Answers suspended = Joined(paused, {Ok(5)});
+    const Answers stillPlaying = Joined(started, {refused, refused, refused});
+    const Answers stillSetUp = Joined(paused, {refused, refused});
+    const Answers leftOver = Joined(suspended, opened);
+    const auto start = [](Device& device) { return device->StartContinuous(Ignore, nullptr); };
     const auto stop = [](Device& device) { return device->StopContinuous(); };
+    const auto close = [](Device& device) {
+        device->Close();
+        return !device->IsOpen();
+    };
+    const auto destroy = [](Device& device) {
+        device.Reset();
+        return !device;
+    };
+    const auto setRate = [](Device& device) { return Set(*device, "/FrameRate", 5); };
     struct {
         const char* name;
-        std::vector<std::string> answers;  // behind them the camera is silent
-        int receives;                      // that the action waits for in vain
+        EBefore before;
+        Answers answers;  // behind them the camera is silent
+        int receives;     // that the action waits for in vain
         bool succeeds;
-        std::function<bool(Device&)> action;  // none: it is in opening or starting
+        std::function<bool(Device&)> action;  // none: opening
     } const cases[] = {
-        {"open, OPTIONS", {}, 1, false, nullptr},
-        {"open, DESCRIBE twice", {Ok(0)}, 2, false, nullptr},
-        {"start, SETUP", {streaming.begin(), streaming.begin() + 2}, 1, false, nullptr},
-        {"start, PLAY", {streaming.begin(), streaming.begin() + 3}, 1, false, nullptr},
-        {"stop, PAUSE twice", streaming, 2, true, stop},
-        {"stop, TEARDOWN", {life.begin(), life.begin() + 5}, 1, true, stop},
-        {"suspend", streaming, 2, true, [](Device& device) { return device->Suspend(); }},
-        {"set a format", streaming, 2, true,
+        {"open, OPTIONS", EBefore::Nothing, {}, 1, false, nullptr},
+        {"open, DESCRIBE twice", EBefore::Nothing, {Ok(0)}, 2, false, nullptr},
+        {"open, OPTIONS, still playing", EBefore::Closed, stillPlaying, 2, false, nullptr},
+        {"open, OPTIONS, still set up", EBefore::Closed, stillSetUp, 2, false, nullptr},
+        {"open, DESCRIBE, still playing", EBefore::Closed, Joined(stillPlaying, {Ok(0)}), 5, false,
+         nullptr},
+        {"open, DESCRIBE, still set up", EBefore::Closed, Joined(stillSetUp, {Ok(0)}), 3, false,
+         nullptr},
+        {"start, SETUP", EBefore::Opened, opened, 1, false, start},
+        {"start, PLAY", EBefore::Opened, Joined(opened, {Ok(2, setUp)}), 1, false, start},
+        {"start, a receiver left over", EBefore::ClosedWhilePaused,
+         Joined(leftOver, {Ok(2, setUp)}), 1, false, start},
+        {"stop, PAUSE twice", EBefore::Started, started, 2, true, stop},
+        {"stop, TEARDOWN", EBefore::Started, paused, 1, true, stop},
+        {"stop again", EBefore::Started, Joined(started, {refused, refused}), 2, true,
+         [](Device& device) { return device->StopContinuous() && device->StopContinuous(); }},
+        {"suspend", EBefore::Started, started, 2, true,
+         [](Device& device) { return device->Suspend(); }},
+        {"resume", EBefore::Suspended, suspended, 1, false,
+         [](Device& device) { return device->Resume(); }},
+        {"set a format", EBefore::Started, started, 2, true,
          [](Device& device) { return device->SetFormat(320, 240, priv::pixelTypeRaw); }},
-        {"pause", streaming, 1, true, [](Device& device) { return Set(*device, "/Paused", 1); }},
-        {"set a raw rate", streaming, 1, false,
-         [](Device& device) { return Set(*device, "/FrameRate", 5); }},
-        {"set a compressed rate", compressed, 5, false,
-         [](Device& device) { return Set(*device, "/FrameRate", 5); }},
-        {"close", streaming, 3, true,
-         [](Device& device) {
-             device->Close();
-             return !device->IsOpen();
-         }},
-        {"destroy", streaming, 3, true,
-         [](Device& device) {
-             device.Reset();
-             return !device;
-         }},
+        {"pause", EBefore::Started, started, 1, true,
+         [](Device& device) { return Set(*device, "/Paused", 1); }},
+        {"play on", EBefore::Paused, paused, 1, true,
+         [](Device& device) { return Set(*device, "/Paused", 0); }},
+        {"set a raw rate", EBefore::Started, started, 1, false, setRate},
+        {"set a compressed rate", EBefore::Started, compressed, 5, false, setRate},
+        {"close", EBefore::Started, started, 3, true, close},
+        {"close while paused", EBefore::Paused, paused, 1, true, close},
+        {"destroy", EBefore::Started, started, 3, true, destroy},
+        {"destroy while paused", EBefore::Paused, paused, 1, true, destroy},
+        {"destroy, still playing", EBefore::Closed, stillPlaying, 0, true, destroy},
     };
     std::vector<std::thread> threads;  // all at once, each on an address of its own
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         threads.emplace_back([&row = cases[i], address = "127.0.0." + std::to_string(i + 1)] {
             SCOPED_TRACE(row.name);
-            std::vector<std::string> answers = row.answers;
-            answers.insert(answers.end(), 9, staySilent);
-            CScriptedPeer peer(answers, address.c_str(), rtspPort);
+            CScriptedPeer peer(Joined(row.answers, Answers(9, staySilent)), address.c_str(),
+                               rtspPort);
             Device device = MakeDevice();
-            const bool isCompressed = answers.size() > 1 && answers[1].starts_with("RTSP/1.0 404");
-            const auto start = [&] {
-                return device->Open(Camera(address.c_str()), streamsOnly) &&
-                       device->SetFormat(
-                           640, 480, isCompressed ? priv::pixelTypeJpegLs : priv::pixelTypeRaw) &&
-                       device->StartContinuous(Ignore, nullptr);
-            };
-            auto begun = std::chrono::steady_clock::now();
-            bool succeeded = start();
-            if (row.action) {
-                EXPECT_TRUE(succeeded);
-                begun = std::chrono::steady_clock::now();
-                succeeded = row.action(device);
-            }
+            const bool isCompressed =
+                row.answers.size() > 1 && row.answers[1].starts_with("RTSP/1.0 404");
+            device->SetFormat(640, 480, isCompressed ? priv::pixelTypeJpegLs : priv::pixelTypeRaw);
+            const auto opening = [&] { return device->Open(Camera(address.c_str()), streamsOnly); };
+            Prepare(device, row.before, opening,
+                    [&] { return device->StartContinuous(Ignore, nullptr); });
+            const auto begun = std::chrono::steady_clock::now();
+            EXPECT_EQ(row.action ? row.action(device) : opening(), row.succeeds);
             const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
-            EXPECT_EQ(succeeded, row.succeeds);
             EXPECT_GT(took.count(), 5 * row.receives - 0.1);
             EXPECT_LT(took.count(), 5 * row.receives + 4.9);
         });
