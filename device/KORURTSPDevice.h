@@ -12,28 +12,68 @@
 
 namespace qmx::cam {
 
-/// Holds the RTSP client, the RTP receiver and the node tree connection of one camera, its format
-/// catalogue and the host's frame callback, and decides how they move together. It opens no socket
-/// and starts no thread itself, and it is not on the road of a frame: the receiver calls the host.
+/// Owns the RTSP client, the RTP receiver and the node tree connection of one camera, its format
+/// catalogue and the host's frame callback, and decides how they change together. It opens no
+/// socket, starts no thread and is not on the path of a frame: the receiver calls the host.
 ///
-/// Made by `CKORURTSPInterface::CreateDevice`, owned by the host's shared pointer, driven from one
-/// host thread at a time. Everything blocks for the network; nothing takes a lock. What stops a
-/// stream waits for the receiver's threads, so none of it may be called from the frame callback.
+/// Created by `CKORURTSPInterface::CreateDevice`, owned by the host's shared pointer, called from
+/// one host thread at a time. Every operation blocks for the network; none takes a lock. Operations
+/// that stop a stream wait for the receiver's threads, so the frame callback must not call them.
 ///
-/// The state is what the members say together:
+/// The state is not stored in one member; several members define it together. The connections:
 ///
-/// | State     | connected | opened | IsSetUp | IsPlaying | IsRunning | frameCallback | suspended
-/// | Closed    | no        | no     | no      | no        | no        | null          | null
-/// | Connected | yes       | no     | no      | no        | no        | null          | null
-/// | Open      | either    | yes    | no      | no        | no        | null          | null
-/// | Streaming | either    | yes    | yes     | yes       | yes       | set           | null
-/// | Paused    | either    | yes    | yes     | no        | yes       | set           | null
-/// | Suspended | either    | yes    | no      | no        | no        | null          | set
-/// | Refused   | either    | yes    | yes     | no        | no        | null          | either
+/// | state     | connected | opened |
+/// | Closed    | no        | no     |
+/// | Connected | yes       | no     | node tree only
+/// | Open      | either    | yes    |
 ///
-/// A Paused device is not stopped by `StopContinuous`, and `Close` leaves its receiver running; the
-/// destructor ends it. Refused is what a camera leaves that grants a session and then refuses PLAY:
-/// every start fails until a `Close` has ended that session.
+/// The stream (`IsSetUp` and `IsPlaying` are the client's, `IsRunning` is the receiver's). A new
+/// device is Closed and Idle.
+///
+/// | state       | IsSetUp | IsPlaying | IsRunning | frameCallback | suspendedCallback |
+/// | Idle        | no      | no        | no        | null          | null              |
+/// | Streaming   | yes     | yes       | yes       | set           | null (1)          |
+/// | Paused      | yes     | no        | yes       | set           | null (1)          |
+/// | Suspended   | no      | no        | no        | null          | set               |
+/// | Refused (2) | yes     | no        | no        | null          | null              |
+/// | Lost (3)    | yes     | either    | no        | null          | null (4)          |
+/// | Left (5)    | no (6)  | no        | yes       | set           | null (1)          |
+/// | Ended (7)   | no (6)  | no        | no        | set           | null (1)          |
+///
+/// 1. Set after a `Suspend` while Paused, which returns false but keeps the pair, and after a
+///    `StartContinuous` while Suspended.
+/// 2. The camera granted a session and refused PLAY, or the camera's name no longer resolved. Every
+///    start fails until a `Close` has ended that session.
+/// 3. PAUSE or TEARDOWN of a stop failed. Every start fails until a TEARDOWN succeeds, on
+///    this connection or on a later one: `Close`, `Open` and once more `Close`. A camera that has
+///    forgotten the session refuses for good; the host then needs a new device object.
+/// 4. Set when it was `Suspend` that stopped.
+/// 5. `Close` while Paused: `StopContinuous` acts only on a playing stream, so the receiver runs
+///    on, and may deliver what the camera still sends. The next start fails and ends the receiver,
+///    and so does the destructor.
+/// 6. Yes when the camera refused TEARDOWN.
+/// 7. After that failed start. The next one streams.
+///
+/// | from       | operation                          | to |
+/// | Idle       | `StartContinuous`                  | Streaming; Idle, Refused or Lost on failure
+/// | Streaming  | `StopContinuous`                   | Idle, or Lost
+/// | Streaming  | `Suspend`                          | Suspended, or Lost
+/// | Streaming  | "/Paused" true                     | Paused
+/// | Streaming  | `SetFormat`, "/FrameRate" (8)      | Streaming; as a failed start otherwise
+/// | Paused     | "/Paused" false                    | Streaming
+/// | Paused     | `StopContinuous`, `StartContinuous`| Paused: false, and nothing done
+/// | Suspended  | `Resume`                           | Streaming; as a failed start otherwise
+/// | Suspended  | `StartContinuous`                  | Streaming, with the suspended pair kept
+/// | Left       | "/Paused" false (6)                | Streaming
+/// | Refused    | "/Paused" false                    | Lost, when the camera plays after all
+/// | Left       | `StartContinuous`                  | Ended
+/// | Ended      | `StartContinuous`                  | Streaming; Ended on failure
+/// | Streaming  | `Close`                            | Idle, or Lost
+/// | Paused     | `Close`                            | Left
+/// | the others | `Close`                            | the same; Refused and Lost become Idle when
+/// |            |                                    | TEARDOWN succeeds. Suspended keeps its pair
+///
+/// 8. A new format, and a new rate of a compressed camera.
 class CKORURTSPDevice final : public IDevice {
    public:
     CKORURTSPDevice();
@@ -45,7 +85,8 @@ class CKORURTSPDevice final : public IDevice {
     bool Open(SDeviceInfo info, std::uint32_t flags) override;
     bool IsOpen() override { return opened; }
     bool IsConnected() override { return connected; }
-    /// Stops, ends both connections and forgets the address. Formats and settings stay.
+    /// Stops a playing stream, ends both connections and clears the address. Formats, settings and
+    /// a suspended callback stay. Does not end the receiver of a paused stream: see the states.
     void Close() override;
     /// The node tree connection; 0 is none.
     std::uint64_t GetConnection() override { return connection; }
@@ -62,10 +103,13 @@ class CKORURTSPDevice final : public IDevice {
     bool IsStreaming() override { return frameCallback != nullptr; }
     bool IsSuspended() override { return suspendedCallback != nullptr; }
 
-    /// False, with a line in the log, when a step failed, and at once while the receiver runs or
-    /// for a null callback. A `std::system_error` of a thread that can't be created passes through.
+    /// Starts the stream of the format that was set. Returns false, with a line in the log, when a
+    /// step fails; a stream that exists, playing or paused, and a null callback are refused with a
+    /// line and nothing changed. Throws `std::system_error` when a thread cannot be created, and
+    /// `std::bad_alloc`; neither a thread nor, where the camera answers, a session remains then.
     bool StartContinuous(FrameCallback callback, void* context) override;
-    /// False, and nothing done, unless the stream is playing.
+    /// Stops a playing stream and returns true; no callback runs afterwards. Returns false, and
+    /// does nothing, when the session is not playing, which includes a paused one.
     bool StopContinuous() override;
     bool Suspend() override;
     bool Resume() override;

@@ -52,7 +52,8 @@ class CRtpReceiver {
 
     /// Starts reception of "ZRAW", "MJLS" or "MJPG" into the callback. False, with nothing changed,
     /// while running, for another name and for a null callback. Raises `std::system_error` when a
-    /// thread can't be created; what has started by then runs on until `Stop` or `Reset`.
+    /// thread can't be created; what has started by then runs on until `Stop` or `Reset`. A socket
+    /// that keeps failing makes its thread sleep for a few milliseconds between attempts.
     [[nodiscard]] bool Start(const char* streamName, FrameCallback callback, void* context);
     [[nodiscard]] bool IsRunning() const noexcept { return frameCallback.load() != nullptr; }
 

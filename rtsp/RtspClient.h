@@ -19,9 +19,10 @@ namespace qmx::cam {
 void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort, std::uint16_t& rtcpPort);
 
 /// One blocking TCP connection to a camera, one request at a time. Owned and called by the device
-/// alone, on the host's thread; starts no thread, takes no lock, writes no log. Whatever doesn't
-/// succeed gives false (or an invalid description) and leaves the connection up; a silent camera
-/// costs 5000 ms per receive.
+/// alone, on the host's thread; starts no thread, takes no lock, writes no log. A request that
+/// fails returns false (or an invalid description) and leaves the connection open. Each receive
+/// from a silent camera blocks for 5000 ms; a request makes one such receive, `Teardown` too, since
+/// it stops at a PAUSE that fails, and `Connect` makes two when a session is left over from before.
 ///
 /// | State        | socket  | sessionOpen | playing |  left by
 /// | Disconnected | none    | false       | false   |  Connect
@@ -29,8 +30,9 @@ void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort, std::
 /// | Ready        | valid   | true        | false   |  Play, Teardown, Close
 /// | Playing      | valid   | true        | true    |  Pause, Teardown, Close
 ///
-/// A flag changes only when its own request has succeeded. So a camera that refuses TEARDOWN leaves
-/// `sessionOpen` set past `Close`, and `Setup` refuses until a `Teardown` gets through.
+/// A flag changes only when its own request has succeeded. A camera that refuses TEARDOWN therefore
+/// leaves `sessionOpen` set after `Close`, and one that refuses PAUSE leaves `playing` set as well;
+/// `Setup` then refuses until a `Teardown` succeeds.
 class CRtspClient {
    public:
     CRtspClient() = default;
@@ -42,7 +44,8 @@ class CRtspClient {
     /// Connects to a dotted address or a name and probes with OPTIONS. False when connected already
     /// (nothing changes) and on every failure (not connected then).
     [[nodiscard]] bool Connect(const char* hostText, std::uint16_t tcpPort);
-    /// `Teardown`, whatever it gives, and the end of the connection. Leaves the flags alone.
+    /// Calls `Teardown`, ignores its result and closes the connection, also when there is no memory
+    /// for the request. Changes no flag but by that `Teardown`.
     void Close();
 
     /// What the camera offers on a URL path, which begins with a slash.
