@@ -11,6 +11,7 @@
 #include "support/Devices.h"
 #include "support/Resources.h"
 #include "support/ScriptedPeer.h"
+#include "support/Sockets.h"
 
 namespace {
 
@@ -194,6 +195,34 @@ TEST(HostileCamera, SilenceCostsABoundedTime) {
         });
     }
     for (std::thread& thread : threads) thread.join();
+}
+
+// The node tree has a limit of its own, 2 s for a connection and for each exchange.
+TEST(HostileCamera, ASilentNodeTreeCostsABoundedTime) {
+    const auto expect = [](const char* what, double least, const std::function<bool()>& action) {
+        const auto begun = std::chrono::steady_clock::now();
+        EXPECT_FALSE(action()) << what;
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
+        EXPECT_GT(took.count(), least - 0.1) << what;
+        EXPECT_LT(took.count(), least + 1.9) << what;
+    };
+    const Device device = MakeDevice();
+    CVariant rate;
+    const auto getRate = [&] { return device->properties.get("/FrameRate", rate); };
+    const CScriptedPeer silent({staySilent}, "127.0.0.1", treePort, "\n");
+    ASSERT_TRUE(device->Open(Camera(), 1));
+    expect("a read", 2, getRate);
+    expect("the next one, without a connection", 0, getRate);
+    device->Close();
+
+    // A listener whose queue is full accepts no connection and refuses none.
+    const platform::CSocket full = Listen("127.0.0.2", treePort);
+    const auto to = platform::MakeSocketAddress(*platform::ParseIpv4("127.0.0.2"), treePort);
+    std::vector<platform::CSocket> waiting;
+    do {
+        waiting.emplace_back(platform::OpenTcpSocket());
+    } while (platform::ConnectSocketWithin(waiting.back().handle(), to, 200));
+    expect("a connection", 2, [&] { return device->Open(Camera("127.0.0.2"), 1); });
 }
 
 }  // namespace
