@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "FrameLimit.h"
 #include "FuzzInput.h"
 #include "RtpReceiver.h"
 #include "RtspClient.h"
@@ -203,6 +204,7 @@ struct SHost {
     CRtpReceiver receiver;
     std::atomic<bool> running{false};
     SocketHandle rtp = platform::noSocket;
+    EStreamType type = EStreamType::None;  // of the run
 
     static void Callback(void* context, const std::uint8_t* frame, std::uint32_t length) {
         FUZZ_REQUIRE(static_cast<SHost*>(context)->running);
@@ -210,15 +212,16 @@ struct SHost {
         const volatile std::uint8_t last = frame[length - 1];  // for a sanitizer to see it read
         if (last % 8 == 1) throw std::uint8_t{last};
     }
-    static void Deliver(SocketHandle handle, std::span<const std::uint8_t> datagram) {
+    static void Deliver(SocketHandle handle, fuzz::ExactBytes datagram) {
         network->Change([&] {
             const auto socket = network->sockets.find(handle);
             if (socket == network->sockets.end()) return;
-            socket->second.waiting.push_back(fuzz::ExactCopy(datagram));
+            socket->second.waiting.push_back(std::move(datagram));
         });
     }
     void Call(unsigned call, fuzz::CFuzzInput& input) {
-        const auto bytes = input.TakeBytes(call % 7 > 4 ? input.Take<std::uint8_t>() : 0);
+        auto bytes =
+            fuzz::ExactCopy(input.TakeBytes(call % 7 > 4 ? input.Take<std::uint8_t>() : 0));
         switch (call % 7) {
             case 0:
                 network->refuseNext = call > 200;
@@ -235,6 +238,7 @@ struct SHost {
                 const bool started = receiver.Start(names[call / 7 % 4], Callback, this);
                 FUZZ_REQUIRE(!started || (!before && call / 7 % 4 != 3));
                 running = before || started;
+                if (started) type = static_cast<EStreamType>(1 + call / 7 % 4);
                 return;
             }
             case 4:
@@ -245,7 +249,8 @@ struct SHost {
                 return;
             default:
                 // To the RTP socket or, one behind it, to the RTCP socket.
-                if (running) Deliver(rtp + call % 7 - 5, bytes);
+                if (call % 7 == 5) fuzz::KeepFrameSmall(bytes, type);
+                if (running) Deliver(rtp + call % 7 - 5, std::move(bytes));
         }
     }
 };
