@@ -331,7 +331,6 @@ TEST(Interface, DescribesItselfAndEachCamera) {
     EXPECT_TRUE(found.empty());
     script.announced = {{"10.0.0.5", "Roof"}, {"192.168.1.200", "Gate"}};
     for (const auto& [address, name] : script.announced) script.trees[address] = {{".rtp", ""}};
-    (void)Journal();
     enumerate();
     ASSERT_EQ(found.size(), 2u);
     for (std::size_t i = 0; i < found.size(); ++i) {
@@ -343,7 +342,11 @@ TEST(Interface, DescribesItselfAndEachCamera) {
         EXPECT_STREQ(found[i].interfaceId.c_str(), "KORURTSP");
         EXPECT_STREQ(found[i].interfaceKind.c_str(), "Ethernet");
     }
+    (void)Journal();
+    logger().SetVerbose(true);
+    enumerate();
     const std::string once = Journal();
+    EXPECT_NE(once.find("string .version.hwtype"), std::string::npos) << "details are logged";
     enumerate();
     EXPECT_EQ(Journal(), once) << "nothing is cached";
     EXPECT_STREQ(interface.defaultDevice.deviceId.c_str(), "Default");
