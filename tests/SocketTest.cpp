@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "support/Sockets.h"
+
 namespace {
 
 platform::SSocketAddress To(const char* address, std::uint16_t port) {
@@ -20,6 +22,7 @@ TEST(Socket, ReceivesOnEveryLocalAddress) {
     char buffer[8] = {};
     for (const char* const address : {"127.0.0.1", "127.0.0.2", "127.8.9.10"}) {
         EXPECT_EQ(platform::SendDatagram(sender.handle(), address, 8, To(address, port)), 8);
+        ASSERT_TRUE(test::Readable(receiver, 20000)) << address;
         EXPECT_EQ(platform::ReceiveDatagram(receiver.handle(), buffer, sizeof(buffer)), 8);
     }
 }
