@@ -127,6 +127,28 @@ TEST(HostSharedPointer, EndsItsObjectAsTheDeleterSays) {
     { const Pointer none; }
 }
 
+// A plug-in's function may use the factory that calls it.
+TEST(HostFactory, CallsThePluginWithoutItsLock) {
+    using namespace qmx::cam;
+    struct SInterface final : IInterface {
+        TSharedPtr<IDevice> CreateDevice() override { return {}; }
+        bool EnumerateDevices(DeviceSink) override { return true; }
+    };
+    const auto create = [] {
+        EXPECT_EQ(interfaceFactory().CreateInterface("none"), nullptr);
+        return static_cast<IInterface*>(new SInterface);
+    };
+    const auto destroy = [](IInterface* object) {
+        interfaceFactory().DestroyInterface("none", object);
+        delete object;
+    };
+    EXPECT_TRUE(interfaceFactory().RegisterInterface("test", create, destroy));
+    EXPECT_FALSE(interfaceFactory().RegisterInterface("test", create, destroy));
+    IInterface* const made = interfaceFactory().CreateInterface("test");
+    ASSERT_NE(made, nullptr);
+    interfaceFactory().DestroyInterface("test", made);
+}
+
 // Two threads write and two read, all the time: what a broken lock tears apart, or never lets go.
 TEST(HostLocks, OneWriterOrManyReaders) {
     CSRWLock lock;

@@ -1,15 +1,16 @@
 // Stand-in for the DNS-SD library on Windows: one browse with the system's own service discovery.
-// It is looked up at run time, so that this library also loads on a system without it.
+//
+// The system calls back on threads of its own, possibly before the function that started the
+// operation has returned, possibly long after it was cancelled, possibly never. So a callback
+// brings a number and no pointer, and everything that the system may still use, above all the
+// cancel handle of an operation, is owned jointly by whoever started the operation and by its last
+// callback.
 #include "dns_sd.h"
-
-#define UNICODE
-#include <winsock2.h>
-// After <winsock2.h>, which it would otherwise replace by the older one.
-#include <windns.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -22,6 +23,8 @@
 #include <utility>
 #include <vector>
 
+#include "WindowsServices.h"
+
 namespace {
 
 constexpr std::int32_t success = 0;
@@ -29,77 +32,79 @@ constexpr std::int32_t failure = -1;
 
 /// Unit of the browse argument.
 constexpr std::chrono::milliseconds browseUnit{10};
+/// How long the end of a browse waits for the callbacks of the operations that it has cancelled.
+constexpr std::chrono::milliseconds cancelLimit{1000};
 constexpr ULONG requestVersion = 1;
-/// What both questions answer when all is well (DNS_REQUEST_PENDING).
+/// Returned by an operation that has started (DNS_REQUEST_PENDING).
 constexpr DNS_STATUS pending = 9506;
 
-/// What dnsapi.dll has on Windows 10 and later.
-struct SSystem {
-    decltype(&::DnsServiceBrowse) browse;
-    decltype(&::DnsServiceBrowseCancel) cancelBrowse;
-    decltype(&::DnsServiceResolve) resolve;
-    decltype(&::DnsServiceFreeInstance) freeInstance;
-    decltype(&::DnsFree) freeRecords;
-
-    bool complete() const {
-        return browse != nullptr && cancelBrowse != nullptr && resolve != nullptr &&
-               freeInstance != nullptr && freeRecords != nullptr;
-    }
-};
-
-template <class Function>
-void Find(HMODULE library, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(library, name)));
-}
-
-const SSystem& System() {
-    static const SSystem system = [] {
-        SSystem found{};
-        const HMODULE library =
-            ::LoadLibraryExW(L"dnsapi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-        if (library == nullptr) return found;
-        Find(library, "DnsServiceBrowse", found.browse);
-        Find(library, "DnsServiceBrowseCancel", found.cancelBrowse);
-        Find(library, "DnsServiceResolve", found.resolve);
-        Find(library, "DnsServiceFreeInstance", found.freeInstance);
-        Find(library, "DnsFree", found.freeRecords);
-        return found;
-    }();
-    return system;
-}
-
-/// What one browse has found. The system's callbacks fill it, on threads of the system.
+/// One browse.
 struct SBrowse {
-    std::wstring ending;           ///< of an instance's whole name: a dot and the service type
-    std::set<std::wstring> asked;  ///< whole names of the instances that were seen
+    std::wstring ending;           ///< of the full name of an instance: a dot and the service type
+    std::set<std::wstring> asked;  ///< full names of the instances that were resolved
     std::set<std::pair<std::uint32_t, std::string>> instances;  ///< address and name
     bool outOfMemory = false;
+    bool ended = false;  ///< wants no more results
 };
 
-/// The browses that run, by number. A callback brings the number of its browse: one that comes late
-/// finds nothing, where a pointer would point to nothing.
+/// One operation that the system runs: the browse itself, or the resolution of one instance.
+struct SOperation {
+    std::shared_ptr<SBrowse> browse;
+    bool isBrowse;
+    std::wstring name;  // the query; the system may read it as long as the operation runs
+    DNS_SERVICE_CANCEL cancel{};
+};
+
+/// The operations that run, by number.
 struct SRunning {
-    std::mutex lock;  // also guards each browse's contents
-    std::map<std::uintptr_t, SBrowse*> browses;
+    std::mutex lock;  // also guards the contents of each browse
+    std::condition_variable changed;
+    std::map<std::uintptr_t, std::shared_ptr<SOperation>> operations;
     std::uintptr_t lastNumber = 0;
 };
 
+/// Never destroyed: a callback may come while the process ends.
 SRunning& Running() {
-    static SRunning running;
+    static SRunning& running = *new SRunning;
     return running;
 }
 
-/// Calls `use` with the browse of a number, if it still runs.
+/// Adds an operation to those that run and returns its number.
+std::uintptr_t Enrol(const std::shared_ptr<SOperation>& operation) {
+    SRunning& running = Running();
+    const std::lock_guard<std::mutex> guard(running.lock);
+    running.operations.emplace(++running.lastNumber, operation);
+    return running.lastNumber;
+}
+
+/// Ends an operation, after its last callback or when it has not started. Repeating it does
+/// nothing.
+void Finish(std::uintptr_t number) {
+    SRunning& running = Running();
+    std::shared_ptr<SOperation> last;  // destroyed without the lock
+    {
+        const std::lock_guard<std::mutex> guard(running.lock);
+        const auto entry = running.operations.find(number);
+        if (entry == running.operations.end()) return;
+        last = std::move(entry->second);
+        running.operations.erase(entry);
+    }
+    running.changed.notify_all();
+}
+
+/// Calls `use` with the browse of an operation, if it still wants results.
 template <class Use>
 void WithBrowse(std::uintptr_t number, Use use) noexcept {
     SRunning& running = Running();
     const std::lock_guard<std::mutex> guard(running.lock);
-    const auto entry = running.browses.find(number);
-    if (entry == running.browses.end()) return;
+    const auto entry = running.operations.find(number);
+    if (entry == running.operations.end()) return;
+    SBrowse& browse = *entry->second->browse;
+    if (browse.ended) return;
     try {
-        use(*entry->second);
+        use(entry->second->browse);
     } catch (const std::bad_alloc&) {
-        entry->second->outOfMemory = true;  // no exception may pass through the system's frames
+        browse.outOfMemory = true;  // no exception may pass through the system's frames
     }
 }
 
@@ -113,13 +118,6 @@ std::string Utf8(std::wstring_view text) {
     return converted;
 }
 
-/// One question for an instance's address. It belongs to the system until `OnResolved`.
-struct SResolve {
-    std::uintptr_t browse;
-    std::wstring name;
-    DNS_SERVICE_CANCEL cancel;
-};
-
 void AddInstance(SBrowse& browse, const DNS_SERVICE_INSTANCE& instance) {
     if (instance.ip4Address == nullptr || instance.pszInstanceName == nullptr) return;
     std::wstring_view name(instance.pszInstanceName);
@@ -128,29 +126,32 @@ void AddInstance(SBrowse& browse, const DNS_SERVICE_INSTANCE& instance) {
 }
 
 void WINAPI OnResolved(DWORD status, void* context, DNS_SERVICE_INSTANCE* instance) {
-    const std::unique_ptr<SResolve> question(static_cast<SResolve*>(context));
-    if (instance == nullptr) return;
-    if (status == ERROR_SUCCESS) {
-        WithBrowse(question->browse, [&](SBrowse& browse) { AddInstance(browse, *instance); });
+    const auto number = reinterpret_cast<std::uintptr_t>(context);
+    if (status == ERROR_SUCCESS && instance != nullptr) {
+        WithBrowse(number, [&](const auto& browse) { AddInstance(*browse, *instance); });
     }
-    System().freeInstance(instance);
+    if (instance != nullptr) WindowsServices().freeInstance(instance);
+    Finish(number);
 }
 
-void Resolve(std::uintptr_t number, const wchar_t* name) {
-    auto question = std::make_unique<SResolve>(SResolve{number, name, {}});
+void Resolve(const std::shared_ptr<SBrowse>& browse, const wchar_t* name) {
+    // Held here as well: the system may call back before it returns, and still write the handle.
+    const auto operation =
+        std::make_shared<SOperation>(SOperation{browse, false, name, DNS_SERVICE_CANCEL{}});
+    const std::uintptr_t number = Enrol(operation);
     DNS_SERVICE_RESOLVE_REQUEST request{};
     request.Version = requestVersion;
-    request.QueryName = question->name.data();
+    request.QueryName = operation->name.data();
     request.pResolveCompletionCallback = OnResolved;
-    request.pQueryContext = question.get();
-    if (System().resolve(&request, &question->cancel) == pending) question.release();
+    request.pQueryContext = reinterpret_cast<void*>(number);
+    if (WindowsServices().resolve(&request, &operation->cancel) != pending) Finish(number);
 }
 
-/// Takes in what was seen; the instances that nobody has asked for yet.
+/// Returns the announced instances that have not been resolved yet.
 std::vector<const wchar_t*> NewInstances(SBrowse& browse, const DNS_RECORDW* records) {
     std::vector<const wchar_t*> fresh;
     for (; records != nullptr; records = records->pNext) {
-        // A record without time to live says that the instance is going.
+        // A record without a time to live announces that the instance goes away.
         if (records->wType != DNS_TYPE_PTR || records->dwTtl == 0) continue;
         const wchar_t* const name = records->Data.PTR.pNameHost;
         if (browse.asked.insert(name).second) fresh.push_back(name);
@@ -161,59 +162,83 @@ std::vector<const wchar_t*> NewInstances(SBrowse& browse, const DNS_RECORDW* rec
 void WINAPI OnBrowsed(DWORD status, void* context, DNS_RECORDW* records) {
     const auto number = reinterpret_cast<std::uintptr_t>(context);
     std::vector<const wchar_t*> fresh;
+    std::shared_ptr<SBrowse> browse;
     if (status == ERROR_SUCCESS) {
-        WithBrowse(number, [&](SBrowse& browse) { fresh = NewInstances(browse, records); });
+        WithBrowse(number, [&](const auto& found) {
+            browse = found;
+            fresh = NewInstances(*found, records);
+        });
     }
     for (const wchar_t* const name : fresh) {
-        // With no lock held: the system may call back at once.
+        // Without the lock: the system may call back at once.
         try {
-            Resolve(number, name);
+            Resolve(browse, name);
         } catch (const std::bad_alloc&) {
-            WithBrowse(number, [](SBrowse& browse) { browse.outOfMemory = true; });
+            WithBrowse(number, [](const auto& found) { found->outOfMemory = true; });
         }
     }
-    if (records != nullptr) System().freeRecords(records, DnsFreeRecordList);
+    if (records != nullptr) WindowsServices().freeRecords(records, DnsFreeRecordList);
+    if (status == ERROR_CANCELLED) Finish(number);  // the last callback of a browse
 }
 
-/// A browse among those that run, from construction to destruction.
-class CEnrolled {
-   public:
-    explicit CEnrolled(SBrowse& browse) {
-        SRunning& running = Running();
-        const std::lock_guard<std::mutex> guard(running.lock);
-        id = ++running.lastNumber;
-        running.browses.emplace(id, &browse);
+/// The operations of a browse that still run, the browse itself among them.
+std::vector<std::shared_ptr<SOperation>> OperationsOf(const SBrowse& browse, bool browsing) {
+    std::vector<std::shared_ptr<SOperation>> found;
+    for (const auto& [number, operation] : Running().operations) {
+        if (operation->browse.get() == &browse && operation->isBrowse == browsing) {
+            found.push_back(operation);
+        }
     }
-    CEnrolled(const CEnrolled&) = delete;
-    CEnrolled& operator=(const CEnrolled&) = delete;
-    ~CEnrolled() {
-        SRunning& running = Running();
-        const std::lock_guard<std::mutex> guard(running.lock);
-        running.browses.erase(id);
+    return found;
+}
+
+/// Cancels all operations of a browse and waits for their callbacks, for a limited time.
+void Cancel(const SBrowse& browse) {
+    SRunning& running = Running();
+    // The browse first, so that nothing new is resolved while the resolutions are cancelled.
+    for (const bool browsing : {true, false}) {
+        std::unique_lock<std::mutex> guard(running.lock);
+        const auto operations = OperationsOf(browse, browsing);
+        guard.unlock();  // the system may call back within the cancellation
+        for (const auto& operation : operations) {
+            browsing ? WindowsServices().cancelBrowse(&operation->cancel)
+                     : WindowsServices().cancelResolve(&operation->cancel);
+        }
+        guard.lock();
+        running.changed.wait_for(guard, cancelLimit,
+                                 [&] { return OperationsOf(browse, browsing).empty(); });
     }
-    std::uintptr_t number() const { return id; }
+}
 
-   private:
-    std::uintptr_t id;
-};
+/// Makes a browse ignore all later callbacks.
+void End(SBrowse& browse) {
+    const std::lock_guard<std::mutex> guard(Running().lock);
+    browse.ended = true;
+}
 
-/// Fills `browse` until the time is up; false when the browse couldn't run.
-bool RunBrowse(SBrowse& browse, const std::wstring& serviceType, std::chrono::milliseconds time) {
-    const CEnrolled enrolled(browse);
+/// Fills `browse` until the time is up; false when the browse cannot run.
+bool RunBrowse(const std::shared_ptr<SBrowse>& browse, const std::wstring& serviceType,
+               std::chrono::milliseconds time) {
+    const auto operation =
+        std::make_shared<SOperation>(SOperation{browse, true, serviceType, DNS_SERVICE_CANCEL{}});
+    const std::uintptr_t number = Enrol(operation);
     DNS_SERVICE_BROWSE_REQUEST request{};
     request.Version = requestVersion;
-    request.QueryName = serviceType.c_str();
+    request.QueryName = operation->name.c_str();
     request.pBrowseCallback = OnBrowsed;
-    request.pQueryContext = reinterpret_cast<void*>(enrolled.number());
-    DNS_SERVICE_CANCEL cancel{};
-    if (System().browse(&request, &cancel) != pending) return false;
-    std::this_thread::sleep_for(time);
-    System().cancelBrowse(&cancel);
-    return true;
+    request.pQueryContext = reinterpret_cast<void*>(number);
+    const bool started = WindowsServices().browse(&request, &operation->cancel) == pending;
+    if (started) {
+        std::this_thread::sleep_for(time);
+    } else {
+        Finish(number);
+    }
+    Cancel(*browse);
+    return started;
 }
 
 bool SystemHasBrowse() {
-    if (System().complete()) return true;
+    if (WindowsServices().complete()) return true;
     static std::atomic<bool> told{false};
     if (!told.exchange(true)) {
         std::fputs(
@@ -230,18 +255,21 @@ std::int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* conte
                     std::int32_t browseArgument) {
     if (serviceType == nullptr || callback == nullptr || browseArgument < 0) return failure;
     if (!SystemHasBrowse()) return failure;
-    SBrowse browse;
+    std::shared_ptr<SBrowse> browse;
     try {
+        browse = std::make_shared<SBrowse>();
         std::string_view type(serviceType);
         if (type.ends_with('.')) type.remove_suffix(1);
         const std::wstring wideType(type.begin(), type.end());  // service types are ASCII
-        browse.ending = L"." + wideType;
-        if (!RunBrowse(browse, wideType, browseArgument * browseUnit)) return failure;
+        browse->ending = L"." + wideType;
+        const bool run = RunBrowse(browse, wideType, browseArgument * browseUnit);
+        End(*browse);
+        if (!run) return failure;
     } catch (const std::bad_alloc&) {
+        if (browse != nullptr) End(*browse);
         return failure;
     }
-    // Only now, with nobody left to add to them: the callback may do as it likes, even browse
-    // again.
-    for (const auto& [address, name] : browse.instances) callback(address, name.c_str(), context);
-    return browse.outOfMemory ? failure : success;
+    // Only now, when nothing is added any more: the callback may do anything, even browse again.
+    for (const auto& [address, name] : browse->instances) callback(address, name.c_str(), context);
+    return browse->outOfMemory ? failure : success;
 }

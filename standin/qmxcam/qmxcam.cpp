@@ -2,6 +2,7 @@
 #include "qmxcam.h"
 
 #include <mutex>
+#include <optional>
 
 namespace qmx::cam {
 
@@ -87,17 +88,21 @@ class CInterfaceFactory final : public IInterfaceFactory {
         registrations.append(SRegistration{id, create, destroy});
         return true;
     }
+    // The plug-in's functions are called without the lock: they may use the factory themselves.
     IInterface* CreateInterface(const CString& id) override {
-        const std::lock_guard<std::mutex> guard(lock);
-        const SRegistration* const found = Find(id);
-        return found != nullptr ? found->create() : nullptr;
+        const std::optional<SRegistration> found = Registration(id);
+        return found ? found->create() : nullptr;
     }
     void DestroyInterface(const CString& id, IInterface* object) override {
-        const std::lock_guard<std::mutex> guard(lock);
-        if (const SRegistration* const found = Find(id)) found->destroy(object);
+        if (const std::optional<SRegistration> found = Registration(id)) found->destroy(object);
     }
 
    private:
+    std::optional<SRegistration> Registration(const CString& id) {
+        const std::lock_guard<std::mutex> guard(lock);
+        const SRegistration* const found = Find(id);
+        return found != nullptr ? std::optional<SRegistration>(*found) : std::nullopt;
+    }
     const SRegistration* Find(const CString& id) const noexcept {
         for (const SRegistration& known : registrations) {
             if (known.id.compare(id) == 0) return &known;
