@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "RtcpPackets.h"
 #include "RtpSource.h"
 
 namespace {
@@ -33,10 +34,12 @@ TEST(RtpPacket, FindsThePayloadOrRefuses) {
         {"three CSRCs", 0x83, 40, 0, 24},
         {"padding is not looked at", 0xA0, 40, 0, 12},
         {"CSRC list to the end", 0x82, 20, 0, 20},
+        {"fifteen CSRCs to the end", 0x8F, 72, 0, 72},
         {"CSRC list past the end", 0x83, 20, 0, -1},
         {"an extension", 0x90, 40, 2, 24},
         {"CSRCs and an extension", 0x92, 40, 1, 28},
         {"extension to the end", 0x90, 40, 6, 40},
+        {"extension header to the end", 0x91, 20, 0, 20},
         {"extension past the end", 0x90, 40, 7, -1},
         {"largest extension", 0x90, 40, 0xFFFF, -1},
         {"extension header past the end", 0x92, 20, 0, -1},
@@ -64,53 +67,59 @@ TEST(RtpPacket, FindsThePayloadOrRefuses) {
     EXPECT_TRUE(ParseRtpPacket(marked)->marker);
 }
 
-struct SSourceCase {
-    const char* name;
-    std::vector<std::uint16_t> sequences;
-    std::uint32_t base_seq;
-    std::uint16_t max_seq;
-    std::uint32_t cycles;
-    std::uint32_t bad_seq;
-    std::uint32_t probation;
-    std::uint32_t received;
-};
-
+// The first two packets of a run only begin the probation; the third in sequence ends it and is the
+// first to count. The state kept for that, and for a jump, shows in the figures after more packets.
 TEST(RtpSource, CountsAsTheStandardButForTheFirstPacket) {
-    const SSourceCase cases[] = {
-        {"the first packet only", {100}, 100, 99, 0, 65537, 2, 0},
-        {"the second doesn't fit the first", {100, 101}, 100, 101, 0, 65537, 1, 0},
-        {"three end the probation", {100, 101, 102}, 102, 102, 0, 65537, 0, 1},
-        {"the first number again counts down", {100, 100, 101}, 101, 101, 0, 65537, 0, 1},
-        {"a gap begins anew", {100, 101, 103, 104}, 104, 104, 0, 65537, 0, 1},
-        {"the wrap is no successor", {65534, 65535, 0}, 65534, 0, 0, 65537, 1, 0},
-        {"behind the wrap", {65534, 65535, 0, 1}, 1, 1, 0, 65537, 0, 1},
-        {"a wrap when counted", {65533, 65534, 65535, 2}, 65535, 2, 65536, 65537, 0, 2},
-        {"largest gap", {0, 1, 2, 3001}, 2, 3001, 0, 65537, 0, 2},
-        {"a large jump", {0, 1, 2, 3002}, 2, 2, 0, 3003, 0, 1},
-        {"two in a row after it", {0, 1, 2, 3002, 3003}, 3003, 3003, 0, 65537, 0, 1},
-        {"not in a row", {0, 1, 2, 3002, 3004}, 2, 2, 0, 3005, 0, 1},
-        {"a jump to the last number", {0, 1, 2, 40000, 65437, 65437}, 2, 2, 0, 65438, 0, 1},
-        {"bad_seq wraps", {30000, 30001, 30002, 65535, 0}, 0, 0, 0, 65537, 0, 1},
-        {"late", {998, 999, 1000, 901}, 1000, 1000, 0, 65537, 0, 2},
-        {"too late", {998, 999, 1000, 900}, 1000, 1000, 0, 901, 0, 1},
-        {"a duplicate", {998, 999, 1000, 1000}, 1000, 1000, 0, 65537, 0, 2},
+    struct {
+        const char* name;
+        std::vector<std::vector<std::uint16_t>> sequences;  // before the first report, the second
+        std::uint32_t highest;                              // extended by the wraps
+        std::int32_t lost;
+        int fraction = 0;  // of 256, since the report before
+    } const cases[] = {
+        {"the first packet is not counted", {{100}}, 99, 0},
+        {"nor is the second", {{100, 101}}, 101, 2},
+        {"three end the probation", {{100, 101, 102}}, 102, 0},
+        {"a loss right after it", {{100, 101, 102, 104}}, 104, 1, 85},
+        {"the first number again counts down", {{100, 100, 101, 103}}, 103, 1, 85},
+        {"a gap begins anew", {{100, 101, 103, 104, 106}}, 106, 1, 85},
+        {"the wrap is no successor", {{65534, 65535, 0}}, 0, -65533},
+        {"behind the wrap", {{65534, 65535, 0, 1, 3}}, 3, 1, 85},
+        {"a wrap when counted", {{65533, 65534, 65535, 2}}, 65538, 2, 128},
+        {"largest gap", {{0, 1, 2, 3001}}, 3001, 2998, 255},
+        {"a large jump", {{0, 1, 2, 3002}}, 2, 0},
+        {"two in a row after it", {{0, 1, 2, 3002, 3003, 3005}}, 3005, 1, 85},
+        {"an old number is no new start", {{0, 1, 2, 3002, 3003, 3200, 3003}}, 3200, 196, 253},
+        {"not in a row", {{0, 1, 2, 3002, 3004, 3}}, 3, 0},
+        {"a jump to the last number", {{0, 1, 2, 40000, 65437, 65437}}, 2, 0},
+        {"a jump across the wrap", {{30000, 30001, 30002, 65535, 0}}, 0, 0},
+        {"a new start forgets the wraps", {{65533, 65534, 65535, 2, 40000, 40001}}, 40001, 0},
+        {"a new start, new reports",
+         {{65533, 65534, 65535, 2}, {40000, 40001, 40010}},
+         40010,
+         8,
+         204},
+        {"a report covers its own time", {{100, 101, 102, 105}, {106, 107, 109}}, 109, 3, 64},
+        {"late", {{998, 999, 1000, 901}}, 1000, -1},
+        {"too late", {{998, 999, 1000, 900}}, 1000, 0},
+        {"a duplicate", {{998, 999, 1000, 1000}}, 1000, -1},
     };
-    for (const SSourceCase& row : cases) {
+    for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         SRtpSource source;
         bool firstPacket = true;
         std::uint32_t ssrc = 7;
-        for (const std::uint16_t sequence : row.sequences) {
-            UpdateSource(source, firstPacket, sequence, ssrc++);
+        SLossFigures figures{};
+        for (const auto& sequences : row.sequences) {
+            for (const std::uint16_t sequence : sequences) {
+                UpdateSource(source, firstPacket, sequence, ssrc++);
+            }
+            figures = TakeLossFigures(source);
         }
-        EXPECT_EQ(source.ssrc, 7u);
-        EXPECT_EQ(source.seen, 1);
-        EXPECT_EQ(source.base_seq, row.base_seq);
-        EXPECT_EQ(source.max_seq, row.max_seq);
-        EXPECT_EQ(source.cycles, row.cycles);
-        EXPECT_EQ(source.bad_seq, row.bad_seq);
-        EXPECT_EQ(source.probation, row.probation);
-        EXPECT_EQ(source.received, row.received);
+        EXPECT_EQ(figures.ssrc, 7u);
+        EXPECT_EQ(figures.extendedHighestSeq, row.highest);
+        EXPECT_EQ(figures.cumulativeLost, static_cast<std::uint32_t>(row.lost) & 0xFFFFFF);
+        EXPECT_EQ(figures.fractionLost, row.fraction);
     }
 }
 
