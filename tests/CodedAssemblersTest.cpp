@@ -34,6 +34,7 @@ const Bytes mjlsStart = {1, 2, 3, 4, 0xFF, 0xD8, 0xFF, 0xF7, 5};
 
 TEST(MjlsAssembler, JoinsPieces) {
     const Bytes shifted = {0xFF, 0xD8, 0xFF, 0xF7, 0, 0, 0, 0};
+    const Bytes eight = {1, 2, 3, 4, 0xFF, 0xD8, 0xFF, 0xF7};
     Bytes joined = mjlsStart;
     joined.insert(joined.end(), {7, 8});
     Bytes withStart = mjlsStart;
@@ -44,6 +45,7 @@ TEST(MjlsAssembler, JoinsPieces) {
         std::optional<Bytes> frame;
     } const cases[] = {
         {"one packet", {{1, 1, true, mjlsStart}}, mjlsStart},
+        {"only the start", {{1, 1, true, eight}}, eight},
         {"pieces", {{1, 1, false, mjlsStart}, {2, 1, false, {7}}, {3, 1, true, {8}}}, joined},
         {"an empty piece can end it",
          {{1, 1, false, mjlsStart}, {2, 1, false, {7, 8}}, {3, 1, true, {}}},
@@ -65,18 +67,26 @@ TEST(MjlsAssembler, JoinsPieces) {
     }
 }
 
-// A camera that never sends a marker must not eat the host's memory, and the next frame counts.
+// A camera that never sends a marker must not use up the host's memory, and its next frame counts.
+// A frame of exactly the limit is delivered.
 TEST(MjlsAssembler, AFrameWithoutEndIsGivenUp) {
     constexpr std::size_t limit = 0x2000000;
     CFrameAssembler assembler(EStreamType::Mjls);
     const Bytes piece(1 << 20, 9);  // larger than any datagram, for the sanitizers' sake
-    ASSERT_FALSE(Deliver(assembler, {{0, 1, false, mjlsStart}}));
-    std::uint16_t sequence = 0;
-    for (std::size_t sent = 0; sent < limit + piece.size(); sent += piece.size()) {
-        ASSERT_FALSE(assembler.Take({false, ++sequence, 1, 0, piece}));
+    for (const std::size_t length : {limit, limit + 1}) {
+        std::uint16_t sequence = 0;
+        ASSERT_FALSE(Deliver(assembler, {{0, 1, false, mjlsStart}}));
+        std::size_t sent = mjlsStart.size();
+        for (; sent + piece.size() < length; sent += piece.size()) {
+            ASSERT_FALSE(assembler.Take({false, ++sequence, 1, 0, piece}));
+        }
+        const auto rest = std::span(piece).first(length - sent);
+        const auto frame = assembler.Take({true, ++sequence, 1, 0, rest});
+        ASSERT_EQ(frame.has_value(), length == limit);
+        EXPECT_EQ(frame ? frame->size() : limit, limit);
+        EXPECT_FALSE(Deliver(assembler, {{++sequence, 1, true, piece}}));
+        EXPECT_EQ(Deliver(assembler, {{++sequence, 2, true, mjlsStart}}), mjlsStart);
     }
-    EXPECT_FALSE(Deliver(assembler, {{++sequence, 1, true, piece}}));
-    EXPECT_EQ(Deliver(assembler, {{++sequence, 2, true, mjlsStart}}), mjlsStart);
 }
 
 /// Payload of a JPEG stream: main header of an 8 by 8 picture, then the rest.
@@ -116,6 +126,9 @@ Bytes Expected(std::uint8_t type, int quality, std::uint16_t restartInterval, co
 }
 
 TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
+    Bytes far(0x010204);
+    far.front() = 7;
+    far.back() = 8;
     struct {
         const char* name;
         std::vector<SPacket> packets;
@@ -132,6 +145,19 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
         {"tables in the packet",
          {{1, 1, true, Jpeg(0, 0, 255, Tables(128, {7}))}},
          Expected(0, 255, 0, {7})},
+        {"tables without data",
+         {{1, 1, true, Jpeg(0, 0, 128, Tables(128, {}))}},
+         Expected(0, 128, 0, {})},
+        {"restart header without data",
+         {{1, 1, true, Jpeg(0, 64, 50, {0, 1, 0, 0})}},
+         Expected(0, 50, 1, {})},
+        {"too short for its restart header", {{1, 1, true, Jpeg(0, 64, 50, {0, 1, 0})}}, {}},
+        {"type 63", {{1, 1, true, Jpeg(0, 63, 50, {7})}}, Expected(63, 50, 0, {7})},
+        {"types 128 and 255",
+         {{1, 1, false, Jpeg(0, 128, 50, {7})}, {2, 1, true, Jpeg(1, 255, 50, {8})}},
+         Expected(128, 50, 0, {7, 8})},
+        {"type 192", {{1, 1, true, Jpeg(0, 192, 50, {7})}}, Expected(192, 50, 0, {7})},
+        {"Q without tables", {{1, 1, true, Jpeg(0, 0, 127, {7})}}, Expected(0, 127, 0, {7})},
         {"tables behind a restart header",
          {{1, 1, true,
            [] {
@@ -149,6 +175,9 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
           {2, 2, false, Jpeg(0, 0, 50, {7})},
           {3, 2, true, Jpeg(4, 0, 50, {8})}},
          Expected(0, 50, 0, {7, 0, 0, 0, 8})},
+        {"an offset of 24 bits",
+         {{1, 1, false, Jpeg(0, 0, 50, {7})}, {2, 1, true, Jpeg(0x010203, 0, 50, {8})}},
+         Expected(0, 50, 0, far)},
         {"an offset that goes back",
          {{1, 1, false, Jpeg(0, 0, 50, {1, 2, 3})}, {2, 1, true, Jpeg(1, 0, 50, {9})}},
          Expected(0, 50, 0, {1, 9, 3})},

@@ -70,7 +70,6 @@ TEST(ZrawAssembler, FindsHeadersAndPixels) {
         {"more pixels than announced", Zraw(1, 0, {0}, {1, 2, 3}), "0102"},
         {"no pixels", Zraw(2, 0, {0}, {}), ""},
         {"no line length", Zraw(0, 0, {0}, {1, 2}), ""},
-        {"a doubled length that is 0 in 16 bits", Zraw(32768, 0, {0}, {1, 2}), ""},
         {"no frame start", Zraw(2, 1, {0}, {1, 2, 3, 4}), "-"},
         {"too short", {0, 0, 0, 2, 0, 0, 0}, "-"},
     };
@@ -100,6 +99,33 @@ TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
     EXPECT_EQ(feed(10, 5, true, Zraw(1, 1, {0}, {})), "");
 }
 
+// The buffer holds twice as many lines as a line has pixels. The doubled length wraps at 16 bits
+// and the size at 32 bits, and 32 MiB is the most. Pixels beyond the buffer are cut off.
+TEST(ZrawAssembler, SizesItsBufferByTheLineLength) {
+    struct {
+        std::uint32_t lineLength;
+        std::uint32_t lineNumber;
+        std::size_t pixelBytes;
+        std::size_t delivered;
+    } const cases[] = {
+        {2895, 5789, 5790, 33524100},   {2895, 5790, 5790, 0},
+        {32767, 512, 65534, 0x2000000}, {32767, 513, 65534, 0},
+        {32768, 0, 65536, 0},           {32769, 1, 65538, 131076},
+        {32769, 2, 65538, 0},           {53020, 0, 106040, 76864},
+        {65535, 255, 131070, 33553920}, {65535, 256, 131070, 0x2000000},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(std::to_string(row.lineLength) + ", " + std::to_string(row.lineNumber));
+        CFrameAssembler assembler(EStreamType::Zraw);
+        const Bytes start = Zraw(row.lineLength, 0, {0}, {});
+        const Bytes line = Zraw(row.lineLength, row.lineNumber, {0}, Bytes(row.pixelBytes, 7));
+        ASSERT_FALSE(assembler.Take({false, 1, 1, 0, start}));
+        const auto frame = assembler.Take({true, 2, 1, 0, line});
+        ASSERT_TRUE(frame);
+        EXPECT_EQ(frame->size(), row.delivered);
+    }
+}
+
 // No frame may show the host memory that held something else, at its first size and when it grows.
 TEST(ZrawAssembler, NewMemoryIsZero) {
     CFeed feed(EStreamType::Zraw);
@@ -124,15 +150,10 @@ struct SGateStep {
     const char* frame;
 };
 
-struct SGateCase {
-    const char* name;
-    std::vector<SGateStep> steps;
-};
-
 // The loss policy, the same for all payload kinds. A frame start writes 11 to line 0 and any other
 // packet 22 to line 1, so that what is delivered shows what was accepted.
 TEST(FrameGate, DeliversWholeFramesOnly) {
-    const SGateCase cases[] = {
+    const std::pair<const char*, std::vector<SGateStep>> cases[] = {
         {"in order", {{1, 5, true, false, "-"}, {2, 5, false, true, "11112222"}}},
         {"across the wrap", {{65535, 5, true, false, "-"}, {0, 5, false, true, "11112222"}}},
         {"nothing before a start", {{1, 5, false, true, "-"}, {2, 5, true, true, "1111"}}},
@@ -150,10 +171,10 @@ TEST(FrameGate, DeliversWholeFramesOnly) {
         {"two frames without their markers",
          {{1, 5, true, false, "-"}, {3, 6, true, false, "-"}, {5, 7, true, true, "1111"}}},
     };
-    for (const SGateCase& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, steps] : cases) {
+        SCOPED_TRACE(name);
         CFeed feed(EStreamType::Zraw);
-        for (const SGateStep& step : row.steps) {
+        for (const SGateStep& step : steps) {
             const Bytes payload =
                 step.frameStart ? Zraw(1, 0, {0}, {0x11, 0x11}) : Zraw(1, 1, {0}, {0x22, 0x22});
             EXPECT_EQ(feed(step.sequence, step.timestamp, step.marker, payload), step.frame);
