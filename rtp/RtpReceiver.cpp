@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include "ExceptionBarrier.h"
 #include "ReceivePause.h"
 #include "RtpPacket.h"
 
@@ -210,9 +210,14 @@ void CRtpReceiver::Deliver(std::span<const std::uint8_t> frame) const {
     void* const context = callbackContext;
     const FrameCallback callback = frameCallback;
     if (callback == nullptr) return;
-    // An exception that the host throws into this thread would end its process.
-    platform::CallDiscardingExceptions(
-        [&] { callback(context, frame.data(), static_cast<std::uint32_t>(frame.size())); });
+    try {
+        callback(context, frame.data(), static_cast<std::uint32_t>(frame.size()));
+    } catch (...) {
+        // An exception of the host would end its process here, and is discarded. What unwinds
+        // without an exception object ends this thread (pthread_exit, pthread_cancel) and must
+        // pass.
+        if (std::current_exception() == nullptr) throw;
+    }
 }
 
 }  // namespace qmx::cam
