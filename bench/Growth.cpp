@@ -79,7 +79,7 @@ class CCameras {
         for (std::size_t i = 0; i < wanted; ++i) {
             if (!receivers[i].CreateSockets() ||
                 !receivers[i].SetServerAddress("127.0.0.1", discard) ||
-                !receivers[i].Start(plan.receiverName(), CountFrame, &board->cameras[i])) {
+                !receivers[i].Start(plan.streamName(), CountFrame, &board->cameras[i])) {
                 return;
             }
             board->cameras[i].port = receivers[i].GetRtpPort();

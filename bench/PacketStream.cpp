@@ -44,7 +44,7 @@ std::size_t SStreamPlan::headerBytes() const noexcept {
     return fixed + lines * lineHeaderBytes;
 }
 
-const char* SStreamPlan::receiverName() const noexcept {
+const char* SStreamPlan::streamName() const noexcept {
     if (encoding == EEncoding::Raw) return "ZRAW";
     return encoding == EEncoding::Mjls ? "MJLS" : "MJPG";
 }

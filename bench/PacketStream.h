@@ -25,7 +25,7 @@ struct SStreamPlan {
     /// Bytes in front of what belongs into the frame, in most datagrams.
     [[nodiscard]] std::size_t headerBytes() const noexcept;
     /// The name that `CRtpReceiver::Start` knows the payload kind by.
-    [[nodiscard]] const char* receiverName() const noexcept;
+    [[nodiscard]] const char* streamName() const noexcept;
 };
 
 /// The streams that all comparisons use.

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "FrameAssemblers.h"
+#include "FrameAssembler.h"
 #include "JpegHeaders.h"
 #include "PacketStream.h"
 #include "RtcpPackets.h"
@@ -48,7 +48,7 @@ void UncontendedLock(benchmark::State& state) {
 BENCHMARK(UncontendedLock);
 
 // One packet, parsed beforehand, as a mean over whole frames; its copy included.
-void Assemble(benchmark::State& state, const bench::SStreamPlan& plan, EStreamType type) {
+void Assemble(benchmark::State& state, const bench::SStreamPlan& plan, std::uint32_t type) {
     bench::CPacketStream stream(plan);
     CFrameAssembler assembler(type);
     std::int64_t packets = 0;
@@ -61,7 +61,7 @@ void Assemble(benchmark::State& state, const bench::SStreamPlan& plan, EStreamTy
         for (const iovec& packet : frame) parsed.push_back(*ParseRtpPacket(Bytes(packet)));
         state.ResumeTiming();
         for (const SRtpPacket& packet : parsed) {
-            if (const auto whole = assembler.Take(packet)) {
+            if (const auto whole = assembler.Add(packet)) {
                 ++frames;
                 bytes += static_cast<std::int64_t>(whole->size());
             }
@@ -116,10 +116,10 @@ BENCHMARK(ParseADescription);
 
 void ComposeAReport(benchmark::State& state) {
     SRtpSource source;
-    CRtcpComposer composer({1, 2, 3, 4}, "workstation-17");
+    CRtcpPackets composer({1, 2, 3, 4}, "workstation-17");
     for (auto _ : state) {
         source.received += 1000;
-        benchmark::DoNotOptimize(composer.Report(TakeLossFigures(source), 0, 0).data());
+        benchmark::DoNotOptimize(composer.Report(UpdateReportBlock(source), 0, 0).data());
         benchmark::ClobberMemory();
     }
 }
@@ -127,9 +127,10 @@ BENCHMARK(ComposeAReport);
 
 void RegisterAssemblers() {
     for (const bench::SStreamPlan& plan : bench::ComparedStreams()) {
-        const EStreamType type = plan.encoding == korusim::EEncoding::Raw    ? EStreamType::Zraw
-                                 : plan.encoding == korusim::EEncoding::Mjls ? EStreamType::Mjls
-                                                                             : EStreamType::Mjpg;
+        const std::uint32_t type =
+            StreamTypeOf(plan.encoding == korusim::EEncoding::Raw    ? "ZRAW"
+                         : plan.encoding == korusim::EEncoding::Mjls ? "MJLS"
+                                                                     : "MJPG");
         benchmark::RegisterBenchmark(
             ("Assemble/" + plan.name).c_str(),
             [plan, type](benchmark::State& state) { Assemble(state, plan, type); });

@@ -277,7 +277,7 @@ CReceiver::CReceiver(EReceiver receiver, EPlace place, const SStreamPlan& plan,
     : receiverKind(receiver), expected(framesExpected), shared(Share<SBoard>()) {
     if (!IsPeer(receiver)) {
         child = std::make_unique<CChild>(place, [&] {
-            if (receiver == EReceiver::Plugin) ReceiveByPlugin(*shared, plan.receiverName());
+            if (receiver == EReceiver::Plugin) ReceiveByPlugin(*shared, plan.streamName());
             std::thread idle;
             if (receiver == EReceiver::PlainAmongThreads) idle = std::thread(PauseForEver);
             ReceivePlainly(*shared, plan.headerBytes(), stream.maxFrameBytes());

@@ -2,11 +2,11 @@
 
 # What only our own code is held to: warnings. Whether they are errors is the preset's choice
 # (CMAKE_COMPILE_WARNING_AS_ERROR).
-add_library(koru_compiler INTERFACE)
+add_library(koru_warnings INTERFACE)
 if(MSVC)
-  target_compile_options(koru_compiler INTERFACE /W4 /permissive- /utf-8)
+  target_compile_options(koru_warnings INTERFACE /W4 /permissive- /utf-8)
 else()
-  target_compile_options(koru_compiler INTERFACE
+  target_compile_options(koru_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
     -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
 endif()

@@ -1,6 +1,6 @@
-// The four properties of a device. The frame rate of a raw camera lives in its node tree and can be
-// written under a running stream; that of a compressed camera is part of the setup path, so that a
-// new rate means a new session on a new connection.
+// The four properties of a device. The frame rate of a raw camera is a node of its node tree and
+// can be written while it streams; that of a compressed camera is part of the setup path, so that a
+// new rate requires a new session on a new connection.
 #include "Arbor.h"
 #include "KORURTSPDevice.h"
 
@@ -52,7 +52,7 @@ bool CKORURTSPDevice::SetFrameRate(const CVariant& value) {
     return compressedOnly ? SetCompressedFrameRate(rate) : SetRawFrameRate(rate);
 }
 
-/// The stream pauses around the write; session and receiver stay.
+/// Pauses the stream during the write; session and receiver stay.
 bool CKORURTSPDevice::SetRawFrameRate(double rate) {
     const bool playing = rtsp.IsPlaying();
     if (playing) rtsp.Pause();
@@ -61,17 +61,17 @@ bool CKORURTSPDevice::SetRawFrameRate(double rate) {
     return written;
 }
 
-/// Restarts a playing stream with the same callback; the start finds the new rate.
+/// Restarts a playing stream with the same callback; the start uses the new rate.
 bool CKORURTSPDevice::SetCompressedFrameRate(double rate) {
     if (frameRate == rate) return true;
-    RequireStoppable();
+    ThrowIfInFrameCallback();
     frameRate = rate;
     if (!rtsp.IsPlaying()) return true;
     const FrameCallback callback = frameCallback;
     void* const context = callbackContext;
     StopContinuous();
     rtsp.Close();
-    // A camera that can't be reached shows at the start, which then can't set up its session.
+    // When this fails, so does the start, at SETUP.
     (void)rtsp.Connect(address.c_str(), rtspPort);
     return StartContinuous(callback, context);
 }
@@ -81,7 +81,7 @@ bool CKORURTSPDevice::GetPaused(CVariant& value) {
     return true;
 }
 
-/// What the camera answers is not looked at: the getter shows the real state.
+/// Succeeds even when the camera refuses: the getter shows the real state.
 bool CKORURTSPDevice::SetPaused(const CVariant& value) {
     const bool pause = value.ToBool();
     if (pause == !rtsp.IsPlaying()) return true;

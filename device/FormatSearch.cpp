@@ -9,7 +9,7 @@ namespace qmx::cam::priv {
 
 constinit const SStreamKind rawKind = {pixelTypeRaw, "/", "ZRAW", "ZRAW"};
 constinit const SStreamKind jpegLsKind = {pixelTypeJpegLs, "/mjls", "MJLS", "MJLS"};
-// The description calls it JPEG, the receiver MJPG.
+// Its encoding name and its stream name differ.
 constinit const SStreamKind jpegKind = {pixelTypeJpeg, "/mjpg", "JPEG", "MJPG"};
 
 namespace {
@@ -27,8 +27,8 @@ std::uint32_t Distance(std::uint32_t left, std::uint32_t right) noexcept {
     return static_cast<std::int32_t>(difference) < 0 ? 0 - difference : difference;
 }
 
-/// A rate as the cameras take it: rounded, halves away from zero, to a signed 32-bit integer. What
-/// doesn't fit, a NaN among it, becomes the least integer, as it does in a 64-bit Windows process.
+/// Rounds a rate, halves away from zero, to a signed 32-bit integer. A rate that does not fit, and
+/// NaN, becomes the smallest integer, as a conversion does in a 64-bit Windows process.
 std::int32_t WholeRate(double rate) noexcept {
     const double rounded = std::round(rate);
     constexpr double least = std::numeric_limits<std::int32_t>::min();

@@ -1,5 +1,5 @@
-/// Between the formats that a camera describes and those that the host knows: the three kinds of
-/// stream, the catalogue, the search for a wanted size, and the paths that follow. Pure.
+/// Maps the formats that a camera describes to those that the host knows: the kinds of stream, the
+/// catalogue, the search for a requested size, and the URL paths of a format. Pure.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@
 
 namespace qmx::cam::priv {
 
-/// One kind of stream, under all the names it has.
+/// One kind of stream and its names.
 struct SStreamKind {
-    SGuid pixelType;           ///< towards the host
+    SGuid pixelType;           ///< its name for the host
     const char* describePath;  ///< URL path of its description
-    const char* encodingName;  ///< how an rtpmap of its formats begins
-    const char* receiverName;  ///< towards the receiver
+    const char* encodingName;  ///< beginning of the rtpmap of its formats
+    const char* streamName;    ///< its name for the receiver
 };
 
 extern const SStreamKind rawKind;
@@ -24,26 +24,28 @@ extern const SStreamKind jpegLsKind;
 extern const SStreamKind jpegKind;
 
 /// Appends an entry for every format of the stream that has the kind's encoding, in the camera's
-/// order. Sizes keep their low 16 bits; repeated formats and those without a size stay.
+/// order. An entry has the low 16 bits of the sizes. Repeated formats and formats without a size
+/// are kept.
 void AddCatalogueEntries(const SRtspStream& stream, const SStreamKind& kind,
                          TArray<IDevice::SFormat>& catalogue);
 
-/// The format that is taken for a wanted size, in pixels; null when there is none. A format
-/// replaces the best so far, which begins at 0 by 0, only when it is closer in both dimensions: the
-/// first of equals stays, and nothing is taken for a wanted width or height of 0.
+/// Returns the format to stream for a requested size in pixels, or null when there is none. The
+/// search begins with a best size of 0 by 0; a format replaces the best one only when it is closer
+/// in both dimensions. So the first of several equal formats wins, and there is none for a
+/// requested width or height of 0.
 [[nodiscard]] const SRtspFormat* FindFormat(const SRtspStream& stream, const SStreamKind& kind,
                                             std::uint16_t width, std::uint16_t height);
 
-/// What SETUP and the later requests name.
+/// The URL paths of a stream: in SETUP, and in the later requests.
 struct SStreamPaths {
     std::string setup;
     std::string control;
 };
 
-/// Paths of a raw stream: the format decides.
+/// Returns the paths of a raw stream, which depend on the format.
 [[nodiscard]] SStreamPaths RawPaths(const SRtspFormat& format);
-/// Paths of a compressed stream: the same for each of its sizes, with the rate, if one is asked
-/// for, in whole frames per second.
+/// Returns the paths of a compressed stream, which are the same for all of its sizes. The setup
+/// path contains the rate, if any, rounded to whole frames per second.
 [[nodiscard]] SStreamPaths CompressedPaths(const SStreamKind& kind, std::optional<double> rate);
 
 }  // namespace qmx::cam::priv

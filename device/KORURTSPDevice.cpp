@@ -1,12 +1,10 @@
 #include "KORURTSPDevice.h"
 
-#include <memory>
 #include <new>
 #include <utility>
 
 #include "Arbor.h"
 #include "CameraDiscovery.h"
-#include "KORURTSPInterface.h"
 
 namespace qmx::cam {
 namespace {
@@ -14,19 +12,37 @@ namespace {
 constexpr std::uint32_t openNodeTree = 1;
 constexpr std::uint32_t openStreams = 2;
 
-/// Why a start failed. Written before anything is undone, which may take its time.
-void LogFailure(const char* line) { logger().WriteLine("%s", line); }
-
-constexpr char receiverNotStarted[] =
-    "CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.";
-
 }  // namespace
 
-TSharedPtr<IDevice> CKORURTSPInterface::CreateDevice() {
-    auto device = std::make_unique<CKORURTSPDevice>();
-    CReferenceCounter* const counter = CReferenceCounter::Create(device.get());
-    return {device.release(), counter, TSharedPtr<IDevice>::deleteByDestructor};
-}
+/// One way in which a start fails: the line that it leaves in the log, which is written before
+/// anything is undone, and what is undone.
+struct priv::SStartFailure {
+    enum class EUndo { Nothing, ResetReceiver, StopReceiver, ResetReceiverAndTeardown };
+
+    const char* line;
+    EUndo undo;
+};
+
+namespace {
+
+using priv::SStartFailure;
+using enum SStartFailure::EUndo;
+
+constexpr SStartFailure noFormat = {
+    "CKORURTSPDevice::StartContinuous: Failed to find a suitable format.", Nothing};
+constexpr SStartFailure noSockets = {"CKORURTSPDevice::StartContinuous: Local RTP setup failed.",
+                                     Nothing};
+constexpr SStartFailure noSession = {"CKORURTSPDevice::StartContinuous: RTSP session setup failed.",
+                                     ResetReceiver};
+// From here on there is a session. It stays after these two failures, until a `Close` ends it.
+constexpr SStartFailure noServerAddress = {
+    "CKORURTSPDevice::StartContinuous: Server RTP setup failed.", ResetReceiver};
+constexpr SStartFailure notPlayed = {
+    "CKORURTSPDevice::StartContinuous: Failed to play RTSP session.", StopReceiver};
+constexpr SStartFailure notStarted = {
+    "CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.", ResetReceiverAndTeardown};
+
+}  // namespace
 
 CKORURTSPDevice::CKORURTSPDevice() {
     deviceName = "KORURTSP";
@@ -39,8 +55,8 @@ CKORURTSPDevice::~CKORURTSPDevice() {
     try {
         CKORURTSPDevice::Close();
     } catch (...) {
-        // The host has dropped its last reference within the callback, or there is no memory for a
-        // request. Receiver and client then end for themselves.
+        // The host has released the device within the callback, or there is no memory for a
+        // request. The destructors of receiver and client do the rest.
         if (connection != 0) arbDestroy(connection);
     }
 }
@@ -67,21 +83,21 @@ bool CKORURTSPDevice::Open(SDeviceInfo info, std::uint32_t flags) {
 
 bool CKORURTSPDevice::ConnectNodeTree(SDeviceInfo& info) {
     const CEntry& name = info.parameters["Name"];
-    if (name.entryFlag != 0) SettleAddressByName(name.value().ToString());
+    if (name.entryFlag != 0) ResolveAddressByName(name.value().ToString());
     ArbHandle made = 0;
     if (arbConnect(&made, address.c_str(), 0) != 0) {
         logger().WriteLine("CKORURTSPDevice::Open: arbConnect(%s) failed.", address.c_str());
         return false;
     }
-    // A second opening must not lose the connection of the first.
+    // A second opening must not leak the connection of the first.
     if (connection != 0) arbDestroy(connection);
     connection = made;
     connected = true;
     return true;
 }
 
-/// The last of several cameras with the name counts. Where there is none the address stays.
-void CKORURTSPDevice::SettleAddressByName(const CString& name) {
+/// Uses the last of several cameras of that name; without one the address stays.
+void CKORURTSPDevice::ResolveAddressByName(const CString& name) {
     TArray<priv::SCaptureDevice> found;
     if (!priv::FindCaptureDevices(found, false)) return;
     for (const priv::SCaptureDevice& camera : found) {
@@ -105,7 +121,7 @@ bool CKORURTSPDevice::ConnectStreams() {
     return true;
 }
 
-/// A camera has a raw stream, or JPEG-LS with or without JPEG.
+/// A camera has either a raw stream, or a JPEG-LS stream with or without a JPEG stream.
 bool CKORURTSPDevice::DescribeStreams() {
     rawStream = rtsp.Describe(priv::rawKind.describePath);
     if (rawStream.IsValid()) {
@@ -134,7 +150,7 @@ bool CKORURTSPDevice::GetFormats(TArray<SFormat>& list) {
 bool CKORURTSPDevice::SetFormat(std::uint16_t newWidth, std::uint16_t newHeight,
                                 SGuid newPixelType) {
     if (newWidth == width && newHeight == height && newPixelType == pixelType) return true;
-    RequireStoppable();
+    ThrowIfInFrameCallback();
     width = newWidth;
     height = newHeight;
     pixelType = newPixelType;
@@ -161,8 +177,9 @@ void CKORURTSPDevice::GetFrameCallback(FrameCallback& callback, void*& context) 
 
 // --- Streaming -----------------------------------------------------------------------------------
 
-/// Finds the stream and the paths for the format that was set; false when the camera has none.
-bool CKORURTSPDevice::ChooseStream(priv::SStreamPaths& paths, const char*& receiverName) {
+/// Finds the paths and the stream name for the format that was set. Returns false when the camera
+/// has no such stream.
+bool CKORURTSPDevice::ChooseStream(priv::SStreamPaths& paths, const char*& streamName) {
     const std::pair<const priv::SStreamKind&, const SRtspStream&> choices[] = {
         {priv::rawKind, rawStream}, {priv::jpegLsKind, mjlsStream}, {priv::jpegKind, jpegStream}};
     for (const auto& [kind, stream] : choices) {
@@ -170,21 +187,21 @@ bool CKORURTSPDevice::ChooseStream(priv::SStreamPaths& paths, const char*& recei
         const SRtspFormat* const format = priv::FindFormat(stream, kind, width, height);
         if (format == nullptr) return false;
         const bool raw = &kind == &priv::rawKind;
-        paths = raw ? priv::RawPaths(*format) : priv::CompressedPaths(kind, RateToAsk());
-        receiverName = kind.receiverName;
+        paths = raw ? priv::RawPaths(*format) : priv::CompressedPaths(kind, ResolveSetupRate());
+        streamName = kind.streamName;
         return true;
     }
     return false;
 }
 
-/// The initial rate, once asked for, becomes the rate, whatever comes of the start.
-std::optional<double> CKORURTSPDevice::RateToAsk() {
+/// Once requested, the initial rate stays in force even if the start fails.
+std::optional<double> CKORURTSPDevice::ResolveSetupRate() {
     if (!frameRate && useInitialFrameRate) frameRate = initialFrameRate;
     return frameRate;
 }
 
-/// True while a session plays or is paused. A receiver that a `Close` has left behind is no stream
-/// any more, unless its session plays again: a camera that refused TEARDOWN may have kept it.
+/// Returns true while a session plays or is paused. The receiver that a `Close` has left running is
+/// no stream, unless its session plays again: a camera that refused TEARDOWN may have kept it.
 bool CKORURTSPDevice::StreamExists() const {
     return receiver.IsRunning() && (!receiverIsLeftOver || rtsp.IsPlaying());
 }
@@ -192,53 +209,21 @@ bool CKORURTSPDevice::StreamExists() const {
 bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     // Without a callback the receiver would not count as running.
     if (StreamExists() || callback == nullptr) {
-        LogFailure(receiverNotStarted);
+        logger().WriteLine("%s", notStarted.line);
         return false;
     }
     // A start from within the callback of a left-over receiver fails before anything has changed.
-    if (receiver.IsRunning()) receiver.RequireOtherThread();
-
-    priv::SStreamPaths paths;
-    const char* receiverName = nullptr;
-    if (!ChooseStream(paths, receiverName)) {
-        LogFailure("CKORURTSPDevice::StartContinuous: Failed to find a suitable format.");
-        return false;
-    }
-    // A left-over receiver still uses its sockets and its address; its `Start` fails below, which
-    // ends it, so that the next start finds none.
-    const bool leftOver = receiver.IsRunning();
-    if (!leftOver && !receiver.CreateSockets()) {
-        LogFailure("CKORURTSPDevice::StartContinuous: Local RTP setup failed.");
-        return false;
-    }
-    if (!rtsp.Setup(paths.setup.c_str(), paths.control.c_str(), receiver.GetRtpPort(),
-                    receiver.GetRtcpPort())) {
-        LogFailure("CKORURTSPDevice::StartContinuous: RTSP session setup failed.");
-        receiver.Reset();
-        return false;
-    }
-    if (!leftOver && !receiver.SetServerAddress(address.c_str(), rtsp.GetServerRtcpPort())) {
-        LogFailure("CKORURTSPDevice::StartContinuous: Server RTP setup failed.");
-        receiver.Reset();
-        return false;
-    }
+    if (receiver.IsRunning()) receiver.ThrowIfOnRtpThread();
     try {
-        if (!receiver.Start(receiverName, callback, context)) {
-            LogFailure(receiverNotStarted);
-            receiver.Reset();
-            rtsp.Teardown();
-            return false;
-        }
-        if (!rtsp.Play()) {
-            LogFailure("CKORURTSPDevice::StartContinuous: Failed to play RTSP session.");
-            receiver.Stop();
+        if (const SStartFailure* const failure = TryStart(callback, context)) {
+            logger().WriteLine("%s", failure->line);
+            Undo(*failure);
             return false;
         }
     } catch (...) {
         // A thread could not be created, or there was no memory. Neither a thread nor a session may
         // outlive this start.
-        receiver.Reset();
-        EndSession();
+        Undo(notStarted);
         throw;
     }
     frameCallback = callback;
@@ -246,22 +231,47 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     return true;
 }
 
-/// `Teardown` while another exception is on its way: its own lack of memory must not replace it.
-void CKORURTSPDevice::EndSession() noexcept {
+/// Runs the steps of a start up to the first that fails, and returns its failure; null when all
+/// have succeeded.
+const SStartFailure* CKORURTSPDevice::TryStart(FrameCallback callback, void* context) {
+    priv::SStreamPaths paths;
+    const char* streamName = nullptr;
+    if (!ChooseStream(paths, streamName)) return &noFormat;
+    // A left-over receiver still uses its sockets and its address; its `Start` fails below, which
+    // ends it, so that the next start finds none.
+    const bool leftOver = receiver.IsRunning();
+    if (!leftOver && !receiver.CreateSockets()) return &noSockets;
+    if (!rtsp.Setup(paths.setup.c_str(), paths.control.c_str(), receiver.GetRtpPort(),
+                    receiver.GetRtcpPort())) {
+        return &noSession;
+    }
+    if (!leftOver && !receiver.SetServerAddress(address.c_str(), rtsp.GetServerRtcpPort())) {
+        return &noServerAddress;
+    }
+    if (!receiver.Start(streamName, callback, context)) return &notStarted;
+    if (!rtsp.Play()) return &notPlayed;
+    return nullptr;
+}
+
+void CKORURTSPDevice::Undo(const SStartFailure& failure) {
+    if (failure.undo == StopReceiver) receiver.Stop();
+    if (failure.undo == ResetReceiver || failure.undo == ResetReceiverAndTeardown) receiver.Reset();
+    if (failure.undo != ResetReceiverAndTeardown) return;
     try {
         rtsp.Teardown();
     } catch (const std::bad_alloc&) {
+        // The session stays. The failure itself is what the caller has to know.
     }
 }
 
-/// A stop from within the callback raises its error here, before anything has changed.
-void CKORURTSPDevice::RequireStoppable() const {
-    if (rtsp.IsPlaying()) receiver.RequireOtherThread();
+/// Makes a stop from within the callback throw before anything has changed.
+void CKORURTSPDevice::ThrowIfInFrameCallback() const {
+    if (rtsp.IsPlaying()) receiver.ThrowIfOnRtpThread();
 }
 
 bool CKORURTSPDevice::StopContinuous() {
     if (!rtsp.IsPlaying()) return false;
-    RequireStoppable();
+    ThrowIfInFrameCallback();
     rtsp.Pause();
     receiver.Stop();
     receiver.Reset();
@@ -273,7 +283,7 @@ bool CKORURTSPDevice::StopContinuous() {
 
 bool CKORURTSPDevice::Suspend() {
     if (!receiver.IsRunning()) return false;
-    RequireStoppable();
+    ThrowIfInFrameCallback();
     suspendedCallback = frameCallback;
     suspendedContext = callbackContext;
     return StopContinuous();

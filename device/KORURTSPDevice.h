@@ -12,6 +12,10 @@
 
 namespace qmx::cam {
 
+namespace priv {
+struct SStartFailure;
+}
+
 /// Owns the RTSP client, the RTP receiver and the node tree connection of one camera, its format
 /// catalogue and the host's frame callback, and decides how they change together. It opens no
 /// socket, starts no thread and is not on the path of a frame: the receiver calls the host.
@@ -79,24 +83,26 @@ class CKORURTSPDevice final : public IDevice {
     CKORURTSPDevice();
     ~CKORURTSPDevice() override;
 
-    /// Flag 1 settles the address by the name, where the entry "Name" is flagged, and connects the
-    /// node tree; flag 2 connects RTSP and makes the catalogue. Looks at no state: what stands is
-    /// replaced, and the catalogue of an earlier opening stays in front.
+    /// Flag 1 resolves the address by the camera's name, if the entry "Name" is flagged, and
+    /// connects the node tree. Flag 2 connects RTSP and makes the catalogue of formats. With
+    /// neither flag it returns true and opens nothing. Does not check the state: a node tree
+    /// connection is replaced, and formats are appended to the earlier catalogue.
     bool Open(SDeviceInfo info, std::uint32_t flags) override;
     bool IsOpen() override { return opened; }
     bool IsConnected() override { return connected; }
     /// Stops a playing stream, ends both connections and clears the address. Formats, settings and
     /// a suspended callback stay. Does not end the receiver of a paused stream: see the states.
     void Close() override;
-    /// The node tree connection; 0 is none.
+    /// Returns the node tree connection, or 0.
     std::uint64_t GetConnection() override { return connection; }
 
-    /// Replaces what the array holds by the catalogue; false when that is empty.
+    /// Replaces the contents of the array by the catalogue. Returns false when that is empty.
     bool GetFormats(TArray<SFormat>& list) override;
-    /// Takes any format, and restarts a running stream with it. True also when the restart failed:
-    /// the device is then Open, and the log says why.
+    /// Stores the format, without checking it, and restarts a running stream. Returns true even
+    /// when the restart fails; the log then says why.
     bool SetFormat(std::uint16_t newWidth, std::uint16_t newHeight, SGuid newPixelType) override;
-    /// The format that was set, which a stream need not have exactly. `value` is always 0.
+    /// Returns the format that was set, which the stream may not match exactly. `value` is always
+    /// 0.
     bool GetFormat(std::uint16_t& formatWidth, std::uint16_t& formatHeight, SGuid& formatPixelType,
                    std::uint32_t& value) override;
     void GetFrameCallback(FrameCallback& callback, void*& context) override;
@@ -119,14 +125,15 @@ class CKORURTSPDevice final : public IDevice {
     static constexpr std::uint16_t rtspPort = 554;
 
     bool ConnectNodeTree(SDeviceInfo& info);
-    void SettleAddressByName(const CString& name);
+    void ResolveAddressByName(const CString& name);
     bool ConnectStreams();
     bool DescribeStreams();
-    bool ChooseStream(priv::SStreamPaths& paths, const char*& receiverName);
-    std::optional<double> RateToAsk();
+    bool ChooseStream(priv::SStreamPaths& paths, const char*& streamName);
+    std::optional<double> ResolveSetupRate();
     [[nodiscard]] bool StreamExists() const;
-    void EndSession() noexcept;
-    void RequireStoppable() const;
+    const priv::SStartFailure* TryStart(FrameCallback callback, void* context);
+    void Undo(const priv::SStartFailure& failure);
+    void ThrowIfInFrameCallback() const;
 
     void RegisterProperties();
     bool GetFrameRate(CVariant& value);
@@ -150,7 +157,7 @@ class CKORURTSPDevice final : public IDevice {
     TArray<SFormat> formats;
     FrameCallback suspendedCallback = nullptr;
     void* suspendedContext = nullptr;
-    FrameCallback frameCallback = nullptr;  // non-null: streaming; never called here
+    FrameCallback frameCallback = nullptr;  // not null while streaming; never called here
     void* callbackContext = nullptr;
     SRtspStream rawStream;
     SRtspStream mjlsStream;
@@ -158,7 +165,7 @@ class CKORURTSPDevice final : public IDevice {
     bool compressedOnly = false;
     bool useInitialFrameRate = false;
     double initialFrameRate = 9.0;    // frames per second
-    std::optional<double> frameRate;  // what to ask of a compressed stream
+    std::optional<double> frameRate;  // requested of a compressed stream
     bool connected = false;
     bool opened = false;
     bool receiverIsLeftOver = false;  // by a `Close` that could not stop the stream

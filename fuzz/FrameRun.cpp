@@ -4,6 +4,7 @@
 #include <set>
 
 #include "BigEndian.h"
+#include "FrameAssembler.h"
 #include "FrameLimit.h"
 #include "RtpSource.h"
 
@@ -20,6 +21,7 @@ extern "C" const char* __asan_default_options() {
 namespace {
 
 using namespace qmx::cam;
+using fuzz::EStreamType;
 using Bytes = std::span<const std::uint8_t>;
 
 /// What new memory is filled with. No datagram has it, so that no frame has it.
@@ -49,7 +51,7 @@ std::size_t LargestFrame(EStreamType type) {
 class CRun {
    public:
     CRun(EStreamType streamType, bool largeFrames)
-        : type(streamType), large(largeFrames), assembler(streamType) {}
+        : type(streamType), large(largeFrames), assembler(static_cast<std::uint32_t>(streamType)) {}
 
     void TakeRecord(fuzz::CFuzzInput& input);
     void CheckGoodFrame();
@@ -114,10 +116,10 @@ void CRun::CheckFrame(Bytes frame, const SRtpPacket& last) {
     // A coded frame is made of its own packets alone: one who never saw the frames before has it
     // too. A raw one keeps lines that didn't come.
     if (type == EStreamType::Zraw || frame.size() > comparedMost) return;
-    CFrameAssembler fresh(type);
+    CFrameAssembler fresh(static_cast<std::uint32_t>(type));
     for (std::size_t i = 0; i < sinceFrame.size(); ++i) {
         const auto packet = ParseRtpPacket(sinceFrame[i]);
-        const auto same = packet ? fresh.Take(*packet) : std::nullopt;
+        const auto same = packet ? fresh.Add(*packet) : std::nullopt;
         FUZZ_REQUIRE(same.has_value() == (i + 1 == sinceFrame.size()));
         if (same) FUZZ_REQUIRE(std::equal(same->begin(), same->end(), frame.begin(), frame.end()));
     }
@@ -135,7 +137,7 @@ std::optional<Bytes> CRun::Take(const fuzz::ExactBytes& datagram) {
     timestamp = packet->timestamp;
     timestamps.insert(timestamp);
     Count(*packet);
-    const auto frame = assembler.Take(*packet);
+    const auto frame = assembler.Add(*packet);
     if (!frame) return std::nullopt;
     CheckFrame(*frame, *packet);
     sinceFrame.clear();

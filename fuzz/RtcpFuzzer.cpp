@@ -15,7 +15,7 @@ using Bytes = std::span<const std::uint8_t>;
 
 std::vector<std::uint32_t> ReportsIn(Bytes compound) {
     const fuzz::ExactBytes bytes = fuzz::ExactCopy(compound);
-    CSenderReportWalk walk(bytes);
+    CSenderReportReader walk(bytes);
     std::vector<std::uint32_t> reports;
     while (const auto report = walk.Next()) reports.push_back(*report);
     FUZZ_REQUIRE(reports.size() <= compound.size() / 16);
@@ -42,7 +42,7 @@ void CheckWalk(Bytes compound) {
     FUZZ_REQUIRE(std::equal(reports.begin(), reports.end(), more.begin() + 1));
 }
 
-SLossFigures CheckLoss(fuzz::CFuzzInput& input) {
+SReportBlock CheckLoss(fuzz::CFuzzInput& input) {
     SRtpSource source;
     for (std::uint32_t* word :
          {&source.ssrc, &source.cycles, &source.base_seq, &source.bad_seq, &source.probation,
@@ -51,9 +51,9 @@ SLossFigures CheckLoss(fuzz::CFuzzInput& input) {
     }
     source.seen = input.Take<std::uint8_t>();
     source.max_seq = input.Take<std::uint16_t>();
-    const SLossFigures figures = TakeLossFigures(source);
+    const SReportBlock figures = UpdateReportBlock(source);
     FUZZ_REQUIRE(figures.cumulativeLost <= 0xFFFFFF);
-    const SLossFigures again = TakeLossFigures(source);
+    const SReportBlock again = UpdateReportBlock(source);
     FUZZ_REQUIRE(again.fractionLost == 0);  // no packet since
     FUZZ_REQUIRE(again.cumulativeLost == figures.cumulativeLost);
     FUZZ_REQUIRE(again.extendedHighestSeq == figures.extendedHighestSeq);
@@ -76,13 +76,13 @@ void CheckComposed(Bytes packet, std::initializer_list<std::uint8_t> types) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::CFuzzInput input(data, size);
-    const SLossFigures figures = CheckLoss(input);
+    const SReportBlock figures = CheckLoss(input);
     // Longer than any machine's name at times, and it may hold anything.
     const fuzz::ExactBytes name = fuzz::ExactCopy({data, size});
-    CRtcpComposer composer({0xFF, 0xFF, 0xFF, 0xFF}, fuzz::AsText(name));
-    CheckComposed(composer.Opening(), {201, 202});
+    CRtcpPackets composer({0xFF, 0xFF, 0xFF, 0xFF}, fuzz::AsText(name));
+    CheckComposed(composer.InitialReport(), {201, 202});
     CheckComposed(composer.Report(figures, 0xFFFFFFFF, 0), {201, 202});
-    CheckComposed(composer.LastReport(figures, 1, 0xFFFFFFFF), {201, 202, 203});
+    CheckComposed(composer.ReportWithBye(figures, 1, 0xFFFFFFFF), {201, 202, 203});
     CheckComposed(composer.Report(figures, 0, 1), {201, 202});
     CheckWalk({data, size});
     return 0;

@@ -34,7 +34,7 @@ class CNetwork {
         return action();
     }
     SocketHandle Open() {
-        if (refuseNext) return platform::noSocket;
+        if (refuseNext) return platform::invalidSocket;
         return Change([&] { return sockets.try_emplace(++lastHandle).first->first; });
     }
     std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t size) {
@@ -132,7 +132,7 @@ std::optional<std::uint16_t> LocalPort(SocketHandle handle) noexcept {
     return static_cast<std::uint16_t>(handle);
 }
 std::ptrdiff_t Send(SocketHandle handle, const void* data, std::size_t size) noexcept {
-    if (handle == noSocket) return -1;
+    if (handle == invalidSocket) return -1;
     network->At(handle);
     const std::string request(static_cast<const char*>(data), size);
     FUZZ_REQUIRE(request.ends_with("\r\n\r\n") && request.find("CSeq: ") != std::string::npos);
@@ -159,7 +159,7 @@ std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t si
 bool SetReceiveTimeout(SocketHandle, std::uint32_t) noexcept { return false; }
 std::optional<std::int32_t> ReceiveBufferSize(SocketHandle) noexcept { return 0x7FFFFFFF; }
 bool SetReceiveBufferSize(SocketHandle, std::int32_t bytes) noexcept { return bytes > 0; }
-void WakeReceiver(SocketHandle handle) noexcept {
+void CancelReceives(SocketHandle handle) noexcept {
     network->Change([&] { network->At(handle).woken = true; });
 }
 
@@ -203,8 +203,8 @@ void CallClient(CRtspClient& client, unsigned call, fuzz::CFuzzInput& input) {
 struct SHost {
     CRtpReceiver receiver;
     std::atomic<bool> running{false};
-    SocketHandle rtp = platform::noSocket;
-    EStreamType type = EStreamType::None;  // of the run
+    SocketHandle rtp = platform::invalidSocket;
+    fuzz::EStreamType type = fuzz::EStreamType::None;  // of the run
 
     static void Callback(void* context, const std::uint8_t* frame, std::uint32_t length) {
         FUZZ_REQUIRE(static_cast<SHost*>(context)->running);
@@ -238,7 +238,7 @@ struct SHost {
                 const bool started = receiver.Start(names[call / 7 % 4], Callback, this);
                 FUZZ_REQUIRE(!started || (!before && call / 7 % 4 != 3));
                 running = before || started;
-                if (started) type = static_cast<EStreamType>(1 + call / 7 % 4);
+                if (started) type = static_cast<fuzz::EStreamType>(1 + call / 7 % 4);
                 return;
             }
             case 4:

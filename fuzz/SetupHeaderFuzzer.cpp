@@ -18,7 +18,7 @@ struct SPorts {
 };
 
 SPorts Read(const std::string& transport, SPorts before) {
-    qmx::cam::ReadServerPorts(transport, before.rtp, before.rtcp);
+    qmx::cam::ParseServerPorts(transport, before.rtp, before.rtcp);
     return before;
 }
 
@@ -38,7 +38,7 @@ std::uint32_t ReadByLibrary(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(fuzz::AsText({data, size}));
 
-    const std::string id = qmx::cam::ReadSessionId(text);
+    const std::string id = qmx::cam::ParseSessionId(text);
     FUZZ_REQUIRE(id.find(';') == std::string::npos && text.starts_with(id));
     FUZZ_REQUIRE(id.size() == text.size() || text[id.size()] == ';');
 

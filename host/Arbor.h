@@ -1,6 +1,6 @@
 /// Contract of the closed library Arbor: access to a camera's tree of named, typed nodes.
 ///
-/// Every operation gives 0 on success and anything else on failure, and blocks on the calling
+/// Every function returns 0 on success and any other value on failure, and blocks the calling
 /// thread. Paths are dotted, NUL-terminated text.
 #pragma once
 
@@ -18,20 +18,20 @@
 
 extern "C" {
 
-/// A connection to one camera. 0 is none. It ends in one call only: `arbDisconnect` or
-/// `arbDestroy`.
+/// A connection to one camera; 0 is none. It is ended by exactly one call of either `arbDisconnect`
+/// or `arbDestroy`.
 typedef uint64_t ArbHandle;
 
 /// Connects to the camera at a dotted IPv4 address; `options` is 0.
 ARBOR_API int32_t arbConnect(ArbHandle* connection, const char* address, int32_t options);
-/// 0 when the node exists.
+/// Returns 0 when the node exists.
 ARBOR_API int32_t arbVerify(ArbHandle connection, const char* path);
-/// On success `*text` is the library's until `arbFreeString`.
+/// On success `*text` is owned by the library until `arbFreeString`.
 ARBOR_API int32_t arbGetString(ArbHandle connection, const char* path, char** text);
 ARBOR_API int32_t arbFreeString(char** text);
-/// `*flag` becomes 0 or 1; untouched on failure.
+/// Stores 0 or 1; leaves `*flag` unchanged on failure.
 ARBOR_API int32_t arbGetBool(ArbHandle connection, const char* path, uint8_t* flag);
-/// `*value` is untouched on failure.
+/// Leaves `*value` unchanged on failure.
 ARBOR_API int32_t arbGetDouble(ArbHandle connection, const char* path, double* value);
 /// `options` is 0.
 ARBOR_API int32_t arbSetDouble(ArbHandle connection, const char* path, double value,

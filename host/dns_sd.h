@@ -15,13 +15,13 @@
 
 extern "C" {
 
-/// One resolved IPv4 instance: its address in network byte order (the byte at the lowest address
-/// is the first octet), its instance name, valid during the call only, and the browse's context.
-/// May come on any thread.
+/// Called for each resolved IPv4 instance, on any thread: its address in network byte order (the
+/// byte at the lowest address is the first octet), its instance name, which is valid only during
+/// the call, and the context of the browse.
 typedef void (*DnsSdCallback)(uint32_t address, const char* name, void* context);
 
 /// Browses for a service type such as "_http._tcp.local". Doesn't return before the browse has
-/// ended, and no callback runs after it has returned. The result tells nothing.
+/// ended, and no callback runs after it has returned. The plug-in ignores the result.
 DNS_SD_API int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* context,
                           int32_t browseArgument);
 

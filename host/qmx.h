@@ -1,8 +1,8 @@
 /// Contract of the host framework library `qmx`: strings, variants, arrays, delegates, shared
 /// pointers, log, locks and pixel types, as far as the plug-in and the small host use them.
 ///
-/// The framework itself is closed. Declarations only, apart from the templates, whose bodies have
-/// to stand here; `standin/qmx` supplies the rest when the real library is not to be had.
+/// The framework itself is closed. Declarations only, except for the templates, which are defined
+/// here; `standin/qmx` defines the rest where the real library is not available.
 #pragma once
 
 #include <cstddef>
@@ -33,13 +33,13 @@
 
 namespace qmx {
 
-/// Memory of the framework's allocator, aligned for any object; null when there is none.
+/// Returns memory of the framework's allocator, aligned for any object, or null.
 QMX_API void* Alloc(std::size_t bytes) noexcept;
-/// Gives back what `Alloc` gave. Null is allowed.
+/// Frees memory from `Alloc`. Null is allowed.
 QMX_API void Free(void* memory) noexcept;
-/// Raises the allocator's bad-allocation exception (a `std::bad_alloc`).
+/// Throws the allocator's bad-allocation exception (a `std::bad_alloc`).
 [[noreturn]] QMX_API void ThrowBadAllocException();
-/// Raises a `std::out_of_range` with the given text.
+/// Throws a `std::out_of_range` with the given text.
 [[noreturn]] QMX_API void ThrowOutOfRangeException(const char* text);
 
 /// Owned, NUL-terminated byte string.
@@ -59,7 +59,7 @@ class QMX_API CString {
     const char* c_str() const noexcept;
     bool empty() const noexcept;
     void clear() noexcept;
-    /// Byte-wise, as `strcmp`: 0 when equal.
+    /// Compares bytes as `strcmp` does: 0 when equal.
     int compare(const CString& other) const noexcept;
     /// Replaces the content by printf-formatted text.
     void Format(const char* format, ...) QMX_PRINTF(2, 3);
@@ -69,14 +69,14 @@ class QMX_API CString {
     char* text;  // null when empty
 };
 
-/// printf into a new string.
+/// Returns a printf-formatted string.
 QMX_API CString strprintf(const char* format, ...) QMX_PRINTF(1, 2);
 
-/// What a `CVariant` holds. The values of `Bool` and `Float64` are fixed.
+/// The type of a `CVariant`'s value. The numbers of `Bool` and `Float64` are fixed.
 enum class EType : std::int32_t { Empty = 0, Bool = 1, Float64 = 11, String = 13 };
 
-/// One value of a type known at run time. Conversions never fail: text is read as a number or as
-/// "true"/"false", and what can't be read is 0 or false.
+/// One value of a type known at run time. Conversions never fail: text is parsed as a number or as
+/// "true"/"false", and is 0 or false when it is neither.
 class QMX_API CVariant {
    public:
     CVariant() noexcept;
@@ -89,7 +89,7 @@ class QMX_API CVariant {
     CVariant& operator=(CVariant&& other) noexcept;
     CVariant& operator=(double value);
     CVariant& operator=(bool value);
-    /// A pointer would silently become a bool.
+    /// Deleted because a pointer would silently become a bool.
     CVariant& operator=(const char* text) = delete;
 
     EType type() const noexcept;
@@ -99,7 +99,7 @@ class QMX_API CVariant {
 
    private:
     EType kind;
-    double number;  // also holds the bool
+    double number;  // the bool, too
     CString text;
 };
 
@@ -206,15 +206,15 @@ class TArray {
     std::size_t used = 0;
 };
 
-/// How a delegate's object is shared and given up.
+/// How a delegate's object is copied and released.
 struct SDelegateManager {
-    void* (*copy)(void* object);    ///< gives the object of a copied delegate
-    void (*release)(void* object);  ///< gives up one delegate's hold of the object
+    void* (*copy)(void* object);    ///< returns the object of a copied delegate
+    void (*release)(void* object);  ///< releases one delegate's share of the object
 };
 
-/// A callable of two words: a plain function, the stub, and the object it is called with. The stub
-/// owns its by-value arguments. Whoever takes a delegate by value releases it, at the latest by
-/// its destructor.
+/// A callable: a plain function, the stub, and the object that it is called with. The stub owns its
+/// by-value arguments. A function that receives a delegate by value releases it, at the latest by
+/// the delegate's destructor.
 template <class Signature>
 class delegate;
 
@@ -246,7 +246,7 @@ class delegate<Result(Arguments...)> {
     Result operator()(Arguments... arguments) const {
         return stub(object, std::forward<Arguments>(arguments)...);
     }
-    /// Gives the object up and empties the delegate. Repeating it does nothing.
+    /// Releases the object and empties the delegate. Repeating it does nothing.
     void Release() noexcept {
         if (manager != nullptr) manager->release(object);
         stub = nullptr;
@@ -260,13 +260,13 @@ class delegate<Result(Arguments...)> {
     const SDelegateManager* manager = nullptr;
 };
 
-/// The shared count behind `TSharedPtr`. Safe from any thread.
+/// The reference count of `TSharedPtr`. Safe from any thread.
 class QMX_API CReferenceCounter {
    public:
-    /// A counter that stands at 1; null for a null pointer, which needs no counting.
+    /// Returns a counter with the value 1, or null for a null pointer, which needs none.
     static CReferenceCounter* Create(const void* pointer);
     void AddReference() noexcept;
-    /// Gives true, and ends the counter, when this was the last reference.
+    /// Returns true, and destroys the counter, when this was the last reference.
     [[nodiscard]] bool Release() noexcept;
 
    private:
@@ -285,7 +285,7 @@ class TSharedPtr {
     static constexpr std::intptr_t deleteNothing = -1;
 
     TSharedPtr() noexcept = default;
-    /// Takes over `owned` and the counter's first reference.
+    /// Takes ownership of `owned` and of the counter's first reference.
     TSharedPtr(T* owned, CReferenceCounter* references, Deleter how) noexcept
         : pointer(owned), counter(references), deleter(reinterpret_cast<std::intptr_t>(how)) {}
     TSharedPtr(T* owned, CReferenceCounter* references, std::intptr_t how) noexcept
@@ -311,7 +311,7 @@ class TSharedPtr {
     T& operator*() const noexcept { return *pointer; }
     explicit operator bool() const noexcept { return pointer != nullptr; }
 
-    /// Gives up this owner's share.
+    /// Releases this owner's reference.
     void Reset() noexcept {
         T* const last = std::exchange(pointer, nullptr);
         CReferenceCounter* const references = std::exchange(counter, nullptr);
@@ -332,7 +332,7 @@ class TSharedPtr {
 /// The host's log. Lines may come from any thread.
 class QMX_API CLog {
    public:
-    /// True when trace lines are wanted; failures are written always.
+    /// True when trace lines are wanted. Failures are always written.
     bool verbose() const noexcept;
     void SetVerbose(bool on) noexcept;
     /// Writes one printf-formatted line; the line end is added.
@@ -350,7 +350,7 @@ class QMX_API CMutex {
     ~CMutex();
     CMutex(const CMutex&) = delete;
     CMutex& operator=(const CMutex&) = delete;
-    /// Gives false when the mutex can't be had within the limit, in milliseconds.
+    /// Returns false when the mutex does not become free within the limit, in milliseconds.
     bool Acquire(std::uint32_t timeout);
     void Release();
 
@@ -388,14 +388,14 @@ class QMX_API CStopwatch {
     std::int64_t stopped;  // nanoseconds; negative while running
 };
 
-/// Kind of a pixel's data. The plug-in passes the values through and knows no enumerator.
+/// Kind of a pixel's data. The plug-in passes values without knowing the enumerators.
 enum class EDataType : std::int32_t {};
 
-/// Makes a pixel type known to the host. A repeated registration of one type replaces the first.
+/// Registers a pixel type with the host. Registering a type again replaces it.
 QMX_API bool RegisterPixelType(SGuid pixelType, const CString& name, std::uint8_t byte,
                                EDataType dataType, SGuid second);
 
-/// One registered pixel type, as `RegisterPixelType` was given it.
+/// One registered pixel type, with the arguments of `RegisterPixelType`.
 struct SPixelType {
     SGuid pixelType;
     CString name;

@@ -20,7 +20,7 @@
 
 namespace qmx::cam {
 
-/// Who may edit a parameter. The plug-in passes 2 and knows no meaning.
+/// Who may edit a parameter. The plug-in passes 2, whose meaning is the host's.
 enum class EEditLevel : std::int32_t {};
 
 /// One parameter of a device description.
@@ -34,11 +34,12 @@ class QMXCAM_API CEntry {
     const CString& description() const noexcept;
     EEditLevel editLevel() const noexcept;
     const CVariant& defaultValue() const noexcept;
-    /// The value in force: the default until `setValue`.
+    /// The current value: the default until `setValue`.
     const CVariant& value() const noexcept;
     void setValue(const CVariant& newValue);
 
-    /// Set by the host when the user fixed this entry; read directly.
+    /// Set by the host, read directly by the plug-in. For the entry "Name" it makes `Open` resolve
+    /// the address by that name.
     std::uint8_t entryFlag = 0;
 
    private:
@@ -53,9 +54,9 @@ class QMXCAM_API CEntry {
 /// The parameters of a device description, in the order in which they were added.
 class QMXCAM_API CParameters {
    public:
-    /// Gives false, and adds nothing, when the key is there already.
+    /// Returns false, and adds nothing, when the key exists already.
     bool Add(const CEntry& entry);
-    /// The entry of a key. An unknown key gets a new entry with empty texts.
+    /// Returns the entry of a key. An unknown key gets a new entry with empty texts.
     CEntry& operator[](const CString& key);
     const TArray<CEntry>& entries() const noexcept;
 
@@ -63,7 +64,7 @@ class QMXCAM_API CParameters {
     TArray<CEntry> list;
 };
 
-/// Describes one camera; passed by value and owned by whoever receives it.
+/// Describes one camera. Passed by value and owned by the receiving function.
 struct SDeviceInfo {
     CString typeId;
     CString deviceId;
@@ -81,9 +82,9 @@ class QMXCAM_API CProperties {
     /// Registers a property; the two bytes are the host's.
     void add(const CString& name, std::uint8_t firstByte, std::uint8_t secondByte, EType type,
              Getter getter, Setter setter);
-    /// False when there is no such property or its getter failed.
+    /// Returns false when there is no such property or its getter fails.
     bool get(const CString& name, CVariant& value) const;
-    /// False when there is no such property or its setter failed.
+    /// Returns false when there is no such property or its setter fails.
     bool set(const CString& name, CVariant value) const;
     std::size_t count() const noexcept;
     /// Name and type of the property at an index below `count`, in the order of registration.
@@ -103,20 +104,29 @@ class QMXCAM_API CProperties {
 
 /// Receives frames: the context given at the start, the frame's first byte, its length in bytes.
 ///
+/// What the bytes are depends on the pixel type of the format that was set:
+///
+/// | pixel type | frame |
+/// | raw        | 16-bit little-endian pixels, line after line, no header and no padding: the
+/// stride is |            | 2 * width bytes. The length is where the last received line ends; it is
+/// shorter than |            | 2 * width * height when the camera sent less | JPEG-LS    | 4 bytes
+/// of the camera's own, then a JPEG-LS image that begins with FF D8 FF F7 | JPEG       | a complete
+/// JPEG image with headers made by the receiver
+///
 /// Called on a thread of the camera's receiver, one call at a time, in order of arrival, with no
-/// lock held. The frame is valid during the call only: the next one overwrites it. While the call
-/// runs nothing is received, so copy what is wanted and return. No call comes once
-/// `StopContinuous` has returned. Don't call anything from here that stops the stream: it would
-/// wait for this very call. Don't let an exception out; one that gets out is swallowed.
+/// lock held. The frame is valid only during the call; the next one overwrites it. Nothing is
+/// received while the call runs, so copy the frame and return. No call is made after
+/// `StopContinuous` has returned true. Do not call anything here that stops the stream: it would
+/// wait for this call and throws instead. Do not let an exception out; it is discarded.
 using FrameCallback = void (*)(void* context, const std::uint8_t* frame, std::uint32_t length);
 
-/// Node access of cameras that have one; none of this plug-in's has.
+/// Node access of cameras that support it; those of this plug-in do not.
 class IGenICam {
    public:
     virtual ~IGenICam() = default;
 };
 
-/// One camera, as the host drives it. The host serialises all calls.
+/// One camera, as the host uses it. The host calls it from one thread at a time.
 class QMXCAM_API IDevice {
    public:
     /// One image format.
@@ -159,7 +169,7 @@ class QMXCAM_API IDevice {
 /// One way of reaching cameras.
 class QMXCAM_API IInterface {
    public:
-    /// Receives a device description, which it owns.
+    /// Receives a device description and owns it.
     using DeviceSink = delegate<void(SDeviceInfo info)>;
 
     IInterface();
@@ -182,18 +192,18 @@ class QMXCAM_API IInterface {
     SDeviceInfo defaultDevice;  ///< the template of this interface's device descriptions
 };
 
-/// Where plug-ins announce their interfaces and the host makes them.
+/// Where plug-ins register their interfaces and the host creates them.
 class QMXCAM_API IInterfaceFactory {
    public:
     using CreateFunction = IInterface* (*)();
     using DestroyFunction = void (*)(IInterface* object);
 
     virtual ~IInterfaceFactory();
-    /// Gives false when the id is taken.
+    /// Returns false when the id is already registered.
     virtual bool RegisterInterface(const CString& id, CreateFunction create,
                                    DestroyFunction destroy) = 0;
-    /// A new interface object, ended by `DestroyInterface` with the same id; null for an unknown
-    /// id.
+    /// Returns a new interface object, to be destroyed by `DestroyInterface` with the same id, or
+    /// null for an unknown id.
     virtual IInterface* CreateInterface(const CString& id) = 0;
     virtual void DestroyInterface(const CString& id, IInterface* object) = 0;
 };

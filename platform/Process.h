@@ -1,4 +1,4 @@
-/// What the tools need of the system beside sockets. The plug-in doesn't use it.
+/// System services that the tools use, other than sockets. The plug-in does not use them.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 namespace platform {
 
-/// A shared library loaded at run time; stays loaded until the process ends, since objects of its
-/// classes may outlive whoever loaded it.
+/// A shared library loaded at run time. It stays loaded until the process ends, because objects of
+/// its classes may outlive this one.
 class CSharedLibrary {
    public:
     /// Loads a file; on failure `valid` is false and `error` says why.
@@ -26,7 +26,7 @@ class CSharedLibrary {
 
 /// File name of a loadable plug-in on this system, such as "x.so" for "x".
 [[nodiscard]] std::string PluginFileName(const std::string& name);
-/// Folder of the running program; empty when it can't be told.
+/// Returns the folder of the running program, or an empty text when the system does not know it.
 [[nodiscard]] std::string ProgramFolder();
 /// True when standard error goes to a terminal.
 [[nodiscard]] bool ErrorIsTerminal() noexcept;

@@ -23,7 +23,7 @@ int Descriptor(SocketHandle handle) noexcept { return static_cast<int>(handle); 
 
 SocketHandle OpenSocket(int type, int protocol) noexcept {
     const int descriptor = ::socket(AF_INET, type | SOCK_CLOEXEC, protocol);
-    return descriptor < 0 ? noSocket : static_cast<SocketHandle>(descriptor);
+    return descriptor < 0 ? invalidSocket : static_cast<SocketHandle>(descriptor);
 }
 
 sockaddr_in SystemAddress(const SSocketAddress& from) noexcept {
@@ -34,7 +34,7 @@ sockaddr_in SystemAddress(const SSocketAddress& from) noexcept {
     return address;
 }
 
-/// Waits for an event; `limit` negative means no limit. False when the limit has passed.
+/// Waits for an event; a negative `limit` means none. Returns false when the limit has passed.
 bool WaitFor(int descriptor, short events, std::chrono::milliseconds limit) noexcept {
     const Clock::time_point end = Clock::now() + limit;
     for (;;) {
@@ -51,7 +51,7 @@ bool WaitFor(int descriptor, short events, std::chrono::milliseconds limit) noex
     }
 }
 
-/// Waits until a connection being made is there; false when it failed or the limit has passed.
+/// Waits until a pending connection is established; false when it fails or the limit has passed.
 bool ConnectionMade(int descriptor, std::chrono::milliseconds limit) noexcept {
     if (!WaitFor(descriptor, POLLOUT, limit)) return false;
     int error = 0;
@@ -59,9 +59,8 @@ bool ConnectionMade(int descriptor, std::chrono::milliseconds limit) noexcept {
     return ::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
-/// One receive of a datagram. The C library's call is a place where a thread may be cancelled, and
-/// pays for that with two atomic operations per packet: the system's own does without. A sanitizer
-/// watches the C library's.
+/// Receives one datagram. The C library's function is a cancellation point, which costs two atomic
+/// operations per packet; the system call itself is not. Sanitizers intercept the C library's.
 ssize_t ReceiveFrom(int descriptor, void* buffer, std::size_t size, int flags) noexcept {
 #if defined(KORU_SANITIZED)
     return ::recvfrom(descriptor, buffer, size, flags, nullptr, nullptr);
@@ -77,7 +76,7 @@ timeval SystemDuration(std::uint32_t milliseconds) noexcept {
     return duration;
 }
 
-/// The receive time-out of a socket; negative when there is none.
+/// Returns the receive time-out of a socket; negative when there is none.
 std::chrono::milliseconds ReceiveTimeout(int descriptor) noexcept {
     timeval limit{};
     socklen_t size = sizeof(limit);
@@ -118,14 +117,14 @@ std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     sockaddr_in first{};
     std::memcpy(&first, found->ai_addr, sizeof(first));
     ::freeaddrinfo(found);
-    // The address of all ones is nobody's name, although getaddrinfo reads it in any spelling.
+    // 255.255.255.255 is never a host, although getaddrinfo accepts it in every spelling.
     if (first.sin_addr.s_addr == INADDR_NONE) return std::nullopt;
     return first.sin_addr.s_addr;
 }
 
 bool HostName(char* buffer, std::size_t size) noexcept {
     if (size == 0 || ::gethostname(buffer, size) != 0) return false;
-    return std::memchr(buffer, 0, size) != nullptr;  // a cut name comes without its NUL
+    return std::memchr(buffer, 0, size) != nullptr;  // a truncated name has no NUL
 }
 
 SocketHandle OpenTcpSocket() noexcept { return OpenSocket(SOCK_STREAM, 0); }
@@ -138,12 +137,12 @@ bool ConnectSocket(SocketHandle handle, const SSocketAddress& to) noexcept {
     const auto* const plain = reinterpret_cast<const sockaddr*>(&address);
     if (::connect(Descriptor(handle), plain, sizeof(address)) == 0) return true;
     if (errno != EINTR) return false;
-    // Interrupted by a signal: the connection goes on being made, and its outcome is asked for.
+    // Interrupted by a signal: the system continues to connect, and is asked for the result.
     return ConnectionMade(Descriptor(handle), std::chrono::milliseconds(-1));
 }
 
-bool ConnectSocketWithin(SocketHandle handle, const SSocketAddress& to,
-                         std::uint32_t milliseconds) noexcept {
+bool ConnectWithTimeout(SocketHandle handle, const SSocketAddress& to,
+                        std::uint32_t milliseconds) noexcept {
     const int descriptor = Descriptor(handle);
     const int flags = ::fcntl(descriptor, F_GETFL);
     if (flags < 0 || ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) != 0) return false;
@@ -184,7 +183,7 @@ std::ptrdiff_t Receive(SocketHandle handle, void* buffer, std::size_t size) noex
     const Clock::time_point begun = Clock::now();
     ssize_t received = ::recv(descriptor, buffer, size, 0);
     while (received < 0 && errno == EINTR) {
-        // A signal must neither end the receive nor, coming again and again, prolong it.
+        // A signal must not end the receive, and repeated signals must not extend it.
         std::chrono::milliseconds left = ReceiveTimeout(descriptor);
         if (left.count() >= 0) {
             left -= std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
@@ -205,7 +204,8 @@ std::ptrdiff_t SendDatagram(SocketHandle handle, const void* data, std::size_t s
 
 std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t size) noexcept {
     for (;;) {
-        // MSG_TRUNC makes the whole size known, so that a cut datagram can't pass for a whole one.
+        // MSG_TRUNC returns the full size, so that a truncated datagram is not taken for a whole
+        // one.
         const ssize_t received = ReceiveFrom(Descriptor(handle), buffer, size, MSG_TRUNC);
         if (received > static_cast<ssize_t>(size)) return -1;
         if (received >= 0 || errno != EINTR) return received;
@@ -233,12 +233,12 @@ std::optional<std::int32_t> ReceiveBufferSize(SocketHandle handle) noexcept {
 
 bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept {
     const int descriptor = Descriptor(handle);
-    // Linux doubles what it is given, for its own bookkeeping, and tells the double when asked.
+    // Linux doubles the value, for its own bookkeeping, and reports the doubled value.
     return ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) == 0 ||
            ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)) == 0;
 }
 
-// An unconnected UDP socket answers ENOTCONN to the shutdown and wakes its receivers all the same.
-void WakeReceiver(SocketHandle handle) noexcept { ::shutdown(Descriptor(handle), SHUT_RDWR); }
+// For an unconnected UDP socket shutdown fails with ENOTCONN, and wakes its receivers all the same.
+void CancelReceives(SocketHandle handle) noexcept { ::shutdown(Descriptor(handle), SHUT_RDWR); }
 
 }  // namespace platform

@@ -10,10 +10,10 @@
 namespace platform {
 namespace {
 
-static_assert(sizeof(SOCKET) == sizeof(SocketHandle) && INVALID_SOCKET == noSocket);
+static_assert(sizeof(SOCKET) == sizeof(SocketHandle) && INVALID_SOCKET == invalidSocket);
 
 SocketHandle OpenSocket(int type, int protocol) noexcept {
-    // As `socket` makes them, but for the inheritance.
+    // Like `socket`, except that child processes do not inherit the handle.
     return ::WSASocketW(AF_INET, type, protocol, nullptr, 0,
                         WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
 }
@@ -26,7 +26,7 @@ sockaddr_in SystemAddress(const SSocketAddress& from) noexcept {
     return address;
 }
 
-/// Sizes are ints here.
+/// Converts a size to the int that the system's functions expect.
 int SystemSize(std::size_t size) noexcept {
     return static_cast<int>(
         std::min<std::size_t>(size, static_cast<std::size_t>(std::numeric_limits<int>::max())));
@@ -37,9 +37,9 @@ bool SetBlocking(SocketHandle handle, bool blocking) noexcept {
     return ::ioctlsocket(handle, static_cast<long>(FIONBIO), &nonBlocking) == 0;
 }
 
-/// Waits until a connection being made is there; false when it failed or the limit has passed.
+/// Waits until a pending connection is established; false when it fails or the limit has passed.
 bool ConnectionMade(SocketHandle handle, std::uint32_t milliseconds) noexcept {
-    // select and not WSAPoll, which before Windows 10 2004 doesn't tell a connection that failed.
+    // Not WSAPoll, which before Windows 10 2004 does not report a failed connection.
     fd_set made{};
     made.fd_count = 1;
     made.fd_array[0] = handle;
@@ -81,7 +81,7 @@ std::optional<std::uint32_t> ResolveIpv4(const char* text) noexcept {
     sockaddr_in first{};
     std::memcpy(&first, found->ai_addr, sizeof(first));
     ::freeaddrinfo(found);
-    // The address of all ones is nobody's name, although getaddrinfo reads it in any spelling.
+    // 255.255.255.255 is never a host, although getaddrinfo accepts it in every spelling.
     if (first.sin_addr.s_addr == INADDR_NONE) return std::nullopt;
     return first.sin_addr.s_addr;
 }
@@ -100,8 +100,8 @@ bool ConnectSocket(SocketHandle handle, const SSocketAddress& to) noexcept {
     return ::connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-bool ConnectSocketWithin(SocketHandle handle, const SSocketAddress& to,
-                         std::uint32_t milliseconds) noexcept {
+bool ConnectWithTimeout(SocketHandle handle, const SSocketAddress& to,
+                        std::uint32_t milliseconds) noexcept {
     if (!SetBlocking(handle, false)) return false;
     const bool made = ConnectSocket(handle, to) || (::WSAGetLastError() == WSAEWOULDBLOCK &&
                                                     ConnectionMade(handle, milliseconds));
@@ -138,8 +138,8 @@ std::ptrdiff_t SendDatagram(SocketHandle handle, const void* data, std::size_t s
                     reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
-// A datagram that doesn't fit (WSAEMSGSIZE), and the news that an earlier one of ours found nobody
-// (WSAECONNRESET), are failures of this one receive.
+// A datagram that does not fit (WSAEMSGSIZE) and an ICMP port-unreachable for an earlier send
+// (WSAECONNRESET) are failures of this receive only.
 std::ptrdiff_t ReceiveDatagram(SocketHandle handle, void* buffer, std::size_t size) noexcept {
     return ::recvfrom(handle, static_cast<char*>(buffer), SystemSize(size), 0, nullptr, nullptr);
 }
@@ -170,7 +170,7 @@ bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept {
 // number back soon. A shutdown doesn't reach a receive on an unconnected socket here. So the handle
 // stays open until the thread is gone: first no later receive can block any more, then the one that
 // may be blocked already is cancelled. In this order no receive slips between the two.
-void WakeReceiver(SocketHandle handle) noexcept {
+void CancelReceives(SocketHandle handle) noexcept {
     SetBlocking(handle, false);
     ::CancelIoEx(reinterpret_cast<HANDLE>(handle), nullptr);
 }

@@ -1,5 +1,9 @@
 #include "KORURTSPInterface.h"
 
+#include <memory>
+
+#include "KORURTSPDevice.h"
+
 namespace qmx::cam {
 
 CKORURTSPInterface::CKORURTSPInterface() {
@@ -20,6 +24,12 @@ CKORURTSPInterface::CKORURTSPInterface() {
         CEntry("IP", "IP Address", "IP address of the connected camera.", editLevel, CVariant("")));
     defaultDevice.parameters.Add(
         CEntry("Name", "Name", "Name of the device.", editLevel, CVariant("")));
+}
+
+TSharedPtr<IDevice> CKORURTSPInterface::CreateDevice() {
+    auto device = std::make_unique<CKORURTSPDevice>();
+    CReferenceCounter* const counter = CReferenceCounter::Create(device.get());
+    return {device.release(), counter, TSharedPtr<IDevice>::deleteByDestructor};
 }
 
 bool CKORURTSPInterface::EnumerateDevices(DeviceSink sink) {

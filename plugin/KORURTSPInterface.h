@@ -1,4 +1,4 @@
-/// The way of reaching cameras that the host sees as "Ethernet (KORU RTSP)".
+/// The interface object, which the host shows as "Ethernet (KORU RTSP)".
 #pragma once
 
 #include "CameraDiscovery.h"
@@ -6,23 +6,23 @@
 
 namespace qmx::cam {
 
-/// Reports the cameras on the network and makes device objects. The host makes and ends it through
-/// the factory. It holds no state that changes: each enumeration is a new browse with new probes,
-/// and devices live on without it.
+/// Lists the cameras on the network and creates device objects. The host creates and destroys it
+/// through the factory. Its state never changes: each enumeration is a new browse with new probes,
+/// and the devices do not depend on it.
 class CKORURTSPInterface final : public IInterface {
    public:
     CKORURTSPInterface();
     ~CKORURTSPInterface() override = default;
 
-    /// A new device, closed. Its body stands beside the class that it makes.
+    /// Returns a new device, closed. It is independent of the interface from then on.
     TSharedPtr<IDevice> CreateDevice() override;
 
-    /// Browses and probes on the calling thread, then gives the sink one description per camera.
-    /// True in every case: finding nothing is no failure.
+    /// Browses and probes on the calling thread, then calls the sink once for each camera. Always
+    /// returns true: finding no camera is not a failure.
     bool EnumerateDevices(DeviceSink sink) override;
 
    private:
-    /// The template, filled in for one camera.
+    /// Returns the template with one camera's address and name.
     SDeviceInfo Describe(const priv::SCaptureDevice& camera) const;
 };
 

@@ -1,5 +1,5 @@
-// What the host meets first: the one exported function, and the two that it hands to the factory.
-// Nothing here may run when the library is merely loaded.
+// The exported function, and the two that it registers with the factory. Nothing here may run when
+// the library is merely loaded.
 #include "KORURTSPInterface.h"
 
 #if defined(_WIN32)
@@ -13,14 +13,14 @@ namespace {
 
 IInterface* CreateInterface() { return new CKORURTSPInterface; }
 
-/// An object of another class, and null, are left alone.
+/// Ignores null and objects of other classes.
 void DestroyInterface(IInterface* object) { delete dynamic_cast<CKORURTSPInterface*>(object); }
 
 }  // namespace
 }  // namespace qmx::cam
 
-/// Registers the interface with the host's factory and gives the factory's answer. Called by the
-/// host once, on its own thread, after loading the library.
+/// Registers the interface with the host's factory and returns the factory's result. The host calls
+/// it once, on its own thread, after loading the library.
 extern "C" KORU_EXPORT bool qmxInitPlugin() {
     using namespace qmx::cam;
     if (qmx::logger().verbose()) qmx::logger().WriteLine("KORU RTSP Plugin loaded");

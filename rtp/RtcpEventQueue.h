@@ -1,4 +1,4 @@
-/// What wakes the RTCP send thread.
+/// The events that the RTCP send thread handles.
 #pragma once
 
 #include <condition_variable>
@@ -10,8 +10,8 @@
 namespace qmx::cam {
 
 enum class ERtcpEvent : std::uint32_t {
-    SenderReport = 0,  ///< the camera has reported
-    Stop = 1,          ///< the run ends
+    SenderReport = 0,  ///< a sender report has arrived
+    Stop = 1,          ///< the run ends: send the last report
 };
 
 struct SRtcpEvent {
@@ -20,14 +20,14 @@ struct SRtcpEvent {
     std::uint32_t lastSenderReport;  ///< middle 32 bits of the NTP time, bytes in wire order
 };
 
-/// First in, first out, without a bound. What comes behind a stop is never handled, so a camera
-/// that goes on reporting can't hold it up. Safe from any thread.
+/// A first-in, first-out queue without a limit. Sender reports posted after a stop are discarded,
+/// so that a camera cannot delay the end of a run. Safe from any thread.
 class CRtcpEventQueue {
    public:
-    /// Raises `std::bad_alloc` when there is no memory; a stop needs none, so that a run can be
-    /// ended always.
+    /// Appends an event. Throws `std::bad_alloc` when there is no memory for a sender report; a
+    /// stop needs none, so that a run can always be ended.
     void Post(ERtcpEvent kind, double time, std::uint32_t lastSenderReport);
-    /// Blocks until there is an event.
+    /// Removes and returns the oldest event. Blocks until there is one.
     [[nodiscard]] SRtcpEvent Wait();
     void Clear();
 

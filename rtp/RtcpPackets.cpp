@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint8_t typeSenderReport = 200;
 constexpr std::uint8_t typeReceiverReport = 201;
-constexpr std::uint8_t typeDescription = 202;
+constexpr std::uint8_t typeSdes = 202;
 constexpr std::uint8_t typeBye = 203;
 constexpr std::uint8_t itemCname = 1;
 
@@ -24,7 +24,7 @@ constexpr std::size_t longestName = 255;
 // +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
 // |V=2|P|  count  |      type     |   length in words, minus one  |
 // |                       SSRC of the sender                      |
-/// Writes this header; `size` in bytes, a multiple of 4.
+/// Writes this header. `size` is in bytes and a multiple of 4.
 void PutHeader(std::uint8_t* to, std::uint8_t count, std::uint8_t type, std::size_t size,
                const SsrcBytes& ssrc) noexcept {
     to[0] = static_cast<std::uint8_t>(0x80 | count);
@@ -33,12 +33,11 @@ void PutHeader(std::uint8_t* to, std::uint8_t count, std::uint8_t type, std::siz
     std::copy(ssrc.begin(), ssrc.end(), to + 4);
 }
 
-/// Writes the description with the CNAME into zeroed memory and gives its size. At least one zero
-/// byte ends the item list.
-std::size_t PutDescription(std::uint8_t* to, const SsrcBytes& ssrc,
-                           std::string_view name) noexcept {
+/// Writes the SDES packet with the CNAME into zeroed memory and returns its size. At least one zero
+/// byte ends the list of items.
+std::size_t PutSdes(std::uint8_t* to, const SsrcBytes& ssrc, std::string_view name) noexcept {
     const std::size_t size = (name.size() + 11 + 3) / 4 * 4;
-    PutHeader(to, 1, typeDescription, size, ssrc);
+    PutHeader(to, 1, typeSdes, size, ssrc);
     to[8] = itemCname;
     to[9] = static_cast<std::uint8_t>(name.size());
     std::copy(name.begin(), name.end(), to + 10);
@@ -51,8 +50,8 @@ std::size_t PutDescription(std::uint8_t* to, const SsrcBytes& ssrc,
 // |                      interarrival jitter, 0                   |
 // |                           last SR                             |
 // |                     delay since last SR                       |
-void PutBlock(std::uint8_t* to, const SLossFigures& figures, std::uint32_t lastSenderReport,
-              std::uint32_t delay) noexcept {
+void PutReportBlock(std::uint8_t* to, const SReportBlock& figures, std::uint32_t lastSenderReport,
+                    std::uint32_t delay) noexcept {
     WriteBig32(to, figures.ssrc);
     WriteBig32(to + 4, figures.cumulativeLost);
     to[4] = figures.fractionLost;
@@ -63,7 +62,7 @@ void PutBlock(std::uint8_t* to, const SLossFigures& figures, std::uint32_t lastS
 
 }  // namespace
 
-std::optional<std::uint32_t> CSenderReportWalk::Next() noexcept {
+std::optional<std::uint32_t> CSenderReportReader::Next() noexcept {
     constexpr std::size_t commonHeader = 4;
     constexpr std::size_t ntpEnd = 16;
     constexpr std::size_t ntpMiddle = 10;
@@ -81,7 +80,7 @@ std::optional<std::uint32_t> CSenderReportWalk::Next() noexcept {
     return std::nullopt;
 }
 
-SLossFigures TakeLossFigures(SRtpSource& source) noexcept {
+SReportBlock UpdateReportBlock(SRtpSource& source) noexcept {
     const std::uint32_t extended = source.cycles + source.max_seq;
     const std::uint32_t expected = extended - source.base_seq + 1;
     const std::uint32_t lost = expected - source.received;
@@ -96,27 +95,27 @@ SLossFigures TakeLossFigures(SRtpSource& source) noexcept {
     return {source.ssrc, static_cast<std::uint8_t>(fraction), lost & 0x00FFFFFF, extended};
 }
 
-CRtcpComposer::CRtcpComposer(const SsrcBytes& ssrc, std::string_view name) noexcept {
+CRtcpPackets::CRtcpPackets(const SsrcBytes& ssrc, std::string_view name) noexcept {
     const std::string_view fitting = name.substr(0, longestName);
-    PutHeader(opening.data(), 0, typeReceiverReport, headerSize, ssrc);
-    openingSize = headerSize + PutDescription(&opening[headerSize], ssrc, fitting);
+    PutHeader(initialReport.data(), 0, typeReceiverReport, headerSize, ssrc);
+    initialSize = headerSize + PutSdes(&initialReport[headerSize], ssrc, fitting);
 
     PutHeader(report.data(), 1, typeReceiverReport, headerSize + blockSize, ssrc);
     reportSize = headerSize + blockSize;
-    reportSize += PutDescription(&report[reportSize], ssrc, fitting);
+    reportSize += PutSdes(&report[reportSize], ssrc, fitting);
     PutHeader(&report[reportSize], 1, typeBye, byeSize, ssrc);
 }
 
-std::span<const std::uint8_t> CRtcpComposer::Report(const SLossFigures& figures,
-                                                    std::uint32_t lastSenderReport,
-                                                    std::uint32_t delay) noexcept {
-    PutBlock(&report[headerSize], figures, lastSenderReport, delay);
+std::span<const std::uint8_t> CRtcpPackets::Report(const SReportBlock& figures,
+                                                   std::uint32_t lastSenderReport,
+                                                   std::uint32_t delay) noexcept {
+    PutReportBlock(&report[headerSize], figures, lastSenderReport, delay);
     return {report.data(), reportSize};
 }
 
-std::span<const std::uint8_t> CRtcpComposer::LastReport(const SLossFigures& figures,
-                                                        std::uint32_t lastSenderReport,
-                                                        std::uint32_t delay) noexcept {
+std::span<const std::uint8_t> CRtcpPackets::ReportWithBye(const SReportBlock& figures,
+                                                          std::uint32_t lastSenderReport,
+                                                          std::uint32_t delay) noexcept {
     return {report.data(), Report(figures, lastSenderReport, delay).size() + byeSize};
 }
 

@@ -1,5 +1,5 @@
-/// RTCP as bytes (RFC 3550 section 6): what a pure receiver of one stream sends, and the one thing
-/// that it reads. Pure.
+/// RTCP packets (RFC 3550 section 6) of a receiver of one stream: those that it sends, and the one
+/// field of the sender's that it reads. Pure.
 #pragma once
 
 #include <array>
@@ -13,14 +13,15 @@
 
 namespace qmx::cam {
 
-/// Walks a compound packet and gives its sender reports one by one. A sub-packet that runs past the
-/// datagram ends the walk; one of another version or type is skipped by its length, and so is a
-/// sender report too short for its NTP time.
-class CSenderReportWalk {
+/// Finds the sender reports in a compound packet. A packet that extends past the datagram ends the
+/// search; one of another version or type is skipped by its length, and so is a sender report too
+/// short for its NTP timestamp.
+class CSenderReportReader {
    public:
-    explicit CSenderReportWalk(std::span<const std::uint8_t> compound) noexcept
+    explicit CSenderReportReader(std::span<const std::uint8_t> compound) noexcept
         : datagram(compound) {}
-    /// The middle 32 bits of the next report's NTP time, bytes in wire order; nothing at the end.
+    /// Returns the middle 32 bits of the next report's NTP timestamp, with the bytes in wire order;
+    /// nothing when there is no further report.
     [[nodiscard]] std::optional<std::uint32_t> Next() noexcept;
 
    private:
@@ -28,48 +29,48 @@ class CSenderReportWalk {
     std::size_t offset = 0;
 };
 
-/// A 32-bit SSRC as it lies in the packets.
+/// An SSRC as it is written into the packets.
 using SsrcBytes = std::array<std::uint8_t, 4>;
 
-/// Loss figures of one report block.
-struct SLossFigures {
+/// The loss figures of one report block (RFC 3550 section 6.4.1).
+struct SReportBlock {
     std::uint32_t ssrc;
-    std::uint8_t fractionLost;     ///< of 256, since the figures were last taken
-    std::uint32_t cumulativeLost;  ///< the low 24 bits count
+    std::uint8_t fractionLost;     ///< in 1/256, since the previous update
+    std::uint32_t cumulativeLost;  ///< in the low 24 bits
     std::uint32_t extendedHighestSeq;
 };
 
-/// Takes the figures (RFC 3550 appendix A.3, with no clamping) and moves the source's `prior`
-/// counters on, so that the next fraction covers the time from here.
-[[nodiscard]] SLossFigures TakeLossFigures(SRtpSource& source) noexcept;
+/// Computes the figures (RFC 3550 appendix A.3, without clamping) and updates the source's `prior`
+/// counters, so that the next fraction covers the interval from now on.
+[[nodiscard]] SReportBlock UpdateReportBlock(SRtpSource& source) noexcept;
 
-/// The packets of one run, composed once; a report only fills in its block.
-class CRtcpComposer {
+/// The packets of one run, written once; a report only fills in its report block.
+class CRtcpPackets {
    public:
     /// `name` is the CNAME, at most 255 bytes.
-    CRtcpComposer(const SsrcBytes& ssrc, std::string_view name) noexcept;
+    CRtcpPackets(const SsrcBytes& ssrc, std::string_view name) noexcept;
 
-    /// The packet that opens a run: an empty receiver report and the name.
-    [[nodiscard]] std::span<const std::uint8_t> Opening() const noexcept {
-        return {opening.data(), openingSize};
+    /// The first packet of a run: an empty receiver report and the SDES packet.
+    [[nodiscard]] std::span<const std::uint8_t> InitialReport() const noexcept {
+        return {initialReport.data(), initialSize};
     }
-    /// A report on the source: a receiver report with one block, and the name. `lastSenderReport`
-    /// in wire order, `delay` in units of 1/65536 s.
-    [[nodiscard]] std::span<const std::uint8_t> Report(const SLossFigures& figures,
+    /// A receiver report with one block, and the SDES packet. `lastSenderReport` is in wire order,
+    /// `delay` in units of 1/65536 s. Valid until the next call.
+    [[nodiscard]] std::span<const std::uint8_t> Report(const SReportBlock& figures,
                                                        std::uint32_t lastSenderReport,
                                                        std::uint32_t delay) noexcept;
-    /// The same with a BYE behind it.
-    [[nodiscard]] std::span<const std::uint8_t> LastReport(const SLossFigures& figures,
-                                                           std::uint32_t lastSenderReport,
-                                                           std::uint32_t delay) noexcept;
+    /// The same, followed by a BYE packet.
+    [[nodiscard]] std::span<const std::uint8_t> ReportWithBye(const SReportBlock& figures,
+                                                              std::uint32_t lastSenderReport,
+                                                              std::uint32_t delay) noexcept;
 
    private:
-    /// More than the longest name needs.
+    /// More than the longest name requires.
     static constexpr std::size_t bufferSize = 512;
 
-    std::array<std::uint8_t, bufferSize> opening{};
+    std::array<std::uint8_t, bufferSize> initialReport{};
     std::array<std::uint8_t, bufferSize> report{};
-    std::size_t openingSize;
+    std::size_t initialSize;
     std::size_t reportSize;
 };
 

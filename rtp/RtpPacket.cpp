@@ -11,7 +11,7 @@ namespace qmx::cam {
 // |                           timestamp                           |
 // |                             SSRC                              |
 // |                     CSRC, 0 to 15 of them                     |
-// |    profile word, if X is set  |  words of extension behind    |
+// |  profile word, if X is set    |  length of extension in words |
 std::optional<SRtpPacket> ParseRtpPacket(std::span<const std::uint8_t> datagram) noexcept {
     constexpr std::size_t fixedHeader = 12;
     constexpr std::size_t extensionHeader = 4;

@@ -1,51 +1,47 @@
 #include "RtpReceiver.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <exception>
 #include <limits>
 #include <new>
-#include <stdexcept>
+#include <optional>
 #include <system_error>
 #include <utility>
 
+#include "FrameAssembler.h"
 #include "ReceivePause.h"
+#include "RtcpIdentity.h"
+#include "RtcpReporter.h"
 #include "RtpPacket.h"
 
 namespace qmx::cam {
 namespace {
 
-/// No camera sends larger datagrams; one that is larger is a failed receive.
+/// Larger than any datagram of a camera; a larger one is a failed receive.
 constexpr std::size_t packetBufferSize = 16384;
-/// On a page of its own: where a datagram lies just in front of the buffer as places within a page
-/// go, the processor takes the one for the other, and the system's copy needs up to twice the time.
+/// Aligned to a page to avoid 4K aliasing with the kernel's copy of the datagram: where the two lie
+/// at neighbouring places within their pages, the copy takes up to twice as long.
 struct alignas(4096) SPacketBuffer {
     std::uint8_t bytes[packetBufferSize];
 };
+/// Reports of a camera are far shorter.
+constexpr std::size_t reportBufferSize = 512;
 /// The system's default buffer holds a fraction of a frame. Eight times as much bridges the moments
-/// in which the host doesn't let the receive thread run.
+/// in which the system does not run the receive thread.
 constexpr std::int64_t receiveBufferFactor = 8;
 
-/// A bound UDP socket and its port. Raises a runtime error with one of the three texts.
-platform::CSocket OpenBound(const char* createFailure, const char* bindFailure,
-                            const char* portFailure, std::uint16_t& port) {
-    platform::CSocket socket(platform::OpenUdpSocket());
-    if (!socket.valid()) throw std::runtime_error(createFailure);
-    if (!platform::BindToAnyPort(socket.handle())) throw std::runtime_error(bindFailure);
-    const auto localPort = platform::LocalPort(socket.handle());
-    if (!localPort) throw std::runtime_error(portFailure);
-    port = *localPort;
-    return socket;
-}
+struct SBoundSocket {
+    platform::CSocket socket;
+    std::uint16_t port;  // host order
+};
 
-EStreamType StreamTypeOf(const char* name) noexcept {
-    constexpr std::array<std::pair<const char*, EStreamType>, 3> types{
-        {{"ZRAW", EStreamType::Zraw}, {"MJLS", EStreamType::Mjls}, {"MJPG", EStreamType::Mjpg}}};
-    for (const auto& [typeName, type] : types) {
-        if (std::strcmp(name, typeName) == 0) return type;
-    }
-    return EStreamType::None;
+/// Opens a UDP socket on a port that the system picks; nothing when a step fails.
+std::optional<SBoundSocket> OpenBound() noexcept {
+    platform::CSocket socket(platform::OpenUdpSocket());
+    if (!socket.valid() || !platform::BindToAnyPort(socket.handle())) return std::nullopt;
+    const auto port = platform::LocalPort(socket.handle());
+    if (!port) return std::nullopt;
+    return SBoundSocket{std::move(socket), *port};
 }
 
 void RaiseReceiveBuffer(platform::SocketHandle socket) noexcept {
@@ -53,14 +49,16 @@ void RaiseReceiveBuffer(platform::SocketHandle socket) noexcept {
     const auto bytes = platform::ReceiveBufferSize(socket);
     if (!bytes) return;
     const auto raised = static_cast<std::int32_t>(std::min(receiveBufferFactor * *bytes, most));
-    (void)platform::SetReceiveBufferSize(socket, raised);  // a smaller buffer still receives
+    (void)platform::SetReceiveBufferSize(socket,
+                                         raised);  // reception works with a smaller buffer too
 }
 
-/// Takes a socket out of its field, so that its thread leaves at its next look, and wakes it. The
-/// handle is closed by its new owner, once the thread is gone and can't read a reused number.
-platform::CSocket TakeOut(std::atomic<platform::SocketHandle>& field) noexcept {
-    platform::CSocket socket(field.exchange(platform::noSocket));
-    if (socket.valid()) platform::WakeReceiver(socket.handle());
+/// Removes a socket from its field, so that its thread ends at the next test of the field, and
+/// makes the receive that may be blocked on it return. The handle is closed by its new owner, after
+/// the thread has been joined: until then the system must not reuse its number.
+platform::CSocket DetachSocket(std::atomic<platform::SocketHandle>& field) noexcept {
+    platform::CSocket socket(field.exchange(platform::invalidSocket));
+    if (socket.valid()) platform::CancelReceives(socket.handle());
     return socket;
 }
 
@@ -81,20 +79,16 @@ CRtpReceiver::~CRtpReceiver() {
 bool CRtpReceiver::CreateSockets() {
     if (IsRunning()) return false;
     CloseSockets();
-    try {
-        rtpSocket = OpenBound("failed to create rtp socket", "failed to bind rtp socket",
-                              "failed to get rtp socket port", rtpPort)
-                        .Release();
-        rtcpSocket = OpenBound("failed to create rtcp socket", "failed to bind rtcp socket",
-                               "failed to get rtcp socket port", rtcpPort)
-                         .Release();
-        return true;
-    } catch (const std::runtime_error&) {
-        CloseSockets();
-        rtpPort = 0;
-        rtcpPort = 0;
-        return false;
-    }
+    rtpPort = 0;
+    rtcpPort = 0;
+    auto rtp = OpenBound();
+    auto rtcp = rtp ? OpenBound() : std::nullopt;
+    if (!rtcp) return false;
+    rtpSocket = rtp->socket.Release();
+    rtpPort = rtp->port;
+    rtcpSocket = rtcp->socket.Release();
+    rtcpPort = rtcp->port;
+    return true;
 }
 
 bool CRtpReceiver::SetServerAddress(const char* host, std::uint16_t port) {
@@ -108,11 +102,11 @@ bool CRtpReceiver::SetServerAddress(const char* host, std::uint16_t port) {
 
 bool CRtpReceiver::Start(const char* streamName, FrameCallback callback, void* context) {
     if (IsRunning() || callback == nullptr) return false;
-    const EStreamType type = StreamTypeOf(streamName);
-    if (type == EStreamType::None) return false;
+    const std::uint32_t type = StreamTypeOf(streamName);
+    if (type == 0) return false;
     streamType = type;
     stopwatch.Start();
-    // The context first: see `Deliver`.
+    // The context first; see `Deliver`.
     callbackContext = context;
     frameCallback = callback;
     rtpThread = std::thread(RtpReceiveThread, std::ref(*this));
@@ -122,13 +116,13 @@ bool CRtpReceiver::Start(const char* streamName, FrameCallback callback, void* c
 }
 
 bool CRtpReceiver::Stop() {
-    RequireOtherThread();
+    ThrowIfOnRtpThread();
     EndRun();
     return true;
 }
 
 void CRtpReceiver::Reset() {
-    RequireOtherThread();
+    ThrowIfOnRtpThread();
     EndRun();
     CloseSockets();
     serverAddress = {};
@@ -139,29 +133,29 @@ bool CRtpReceiver::OnRtpThread() const noexcept {
     return std::this_thread::get_id() == rtpThreadId.load();
 }
 
-void CRtpReceiver::RequireOtherThread() const {
+void CRtpReceiver::ThrowIfOnRtpThread() const {
     if (!OnRtpThread()) return;
-    // The callback asks its own thread to wait for itself.
+    // The callback would wait for its own thread.
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
-/// Raises nothing: a join fails on its own thread alone, which the callers have excluded.
+/// Cannot throw: a join fails only on the thread itself, which the callers have ruled out.
 void CRtpReceiver::EndRun() noexcept {
     if (!IsRunning()) return;
     frameCallback = nullptr;
     callbackContext = nullptr;
     {
-        const platform::CSocket closing = TakeOut(rtpSocket);
+        const platform::CSocket closing = DetachSocket(rtpSocket);
         if (rtpThread.joinable()) rtpThread.join();
         rtpThreadId = std::thread::id();
     }
     if (rtcpSendThread.joinable()) {
-        // Its last report goes out by the RTCP socket, which is still open.
+        // It sends its last report through the RTCP socket, which is still open.
         eventQueue->Post(ERtcpEvent::Stop, stopwatch.elapsed(), 0);
         rtcpSendThread.join();
     }
     {
-        const platform::CSocket closing = TakeOut(rtcpSocket);
+        const platform::CSocket closing = DetachSocket(rtcpSocket);
         if (rtcpReceiveThread.joinable()) rtcpReceiveThread.join();
     }
     eventQueue->Clear();
@@ -170,9 +164,11 @@ void CRtpReceiver::EndRun() noexcept {
 }
 
 void CRtpReceiver::CloseSockets() noexcept {
-    platform::CSocket(rtpSocket.exchange(platform::noSocket)).Reset();
-    platform::CSocket(rtcpSocket.exchange(platform::noSocket)).Reset();
+    platform::CSocket(rtpSocket.exchange(platform::invalidSocket)).Reset();
+    platform::CSocket(rtcpSocket.exchange(platform::invalidSocket)).Reset();
 }
+
+// --- The threads ---------------------------------------------------------------------------------
 
 void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
     bool abandoned = false;
@@ -184,8 +180,8 @@ void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
     CReceivePause pause;
     bool firstPacket = true;
     platform::SocketHandle socket = receiver.rtpSocket;
-    if (socket != platform::noSocket) RaiseReceiveBuffer(socket);
-    for (; socket != platform::noSocket; socket = receiver.rtpSocket) {
+    if (socket != platform::invalidSocket) RaiseReceiveBuffer(socket);
+    for (; socket != platform::invalidSocket; socket = receiver.rtpSocket) {
         const std::ptrdiff_t size =
             platform::ReceiveDatagram(socket, packetBuffer->bytes, packetBufferSize);
         if (size == 0) return;
@@ -199,14 +195,14 @@ void CRtpReceiver::RtpReceiveThread(CRtpReceiver& receiver) {
         receiver.sourceLock.WriteLock();
         UpdateSource(*receiver.source, firstPacket, packet->sequence, packet->ssrc);
         receiver.sourceLock.WriteUnlock();
-        if (const auto frame = assembler.Take(*packet)) receiver.Deliver(*frame);
-        if (abandoned) return;  // by the callback, and the receiver may be gone
+        if (const auto frame = assembler.Add(*packet)) receiver.Deliver(*frame);
+        if (abandoned) return;  // the callback has destroyed the receiver
     }
 }
 
 void CRtpReceiver::Deliver(std::span<const std::uint8_t> frame) const {
-    // The stop clears the callback first and the context behind it. Read the other way round, no
-    // live callback can ever meet a cleared context.
+    // A stop clears the callback first and the context after it. Read in the opposite order, a live
+    // callback is never paired with a cleared context.
     void* const context = callbackContext;
     const FrameCallback callback = frameCallback;
     if (callback == nullptr) return;
@@ -218,6 +214,59 @@ void CRtpReceiver::Deliver(std::span<const std::uint8_t> frame) const {
         // pass.
         if (std::current_exception() == nullptr) throw;
     }
+}
+
+void CRtpReceiver::RtcpReceiveThread(CRtpReceiver& receiver) {
+    const std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[reportBufferSize]);
+    if (buffer == nullptr) return;
+    CReceivePause pause;
+    for (platform::SocketHandle socket = receiver.rtcpSocket; socket != platform::invalidSocket;
+         socket = receiver.rtcpSocket) {
+        const std::ptrdiff_t size =
+            platform::ReceiveDatagram(socket, buffer.get(), reportBufferSize);
+        if (size == 0) return;
+        if (size < 0) {
+            pause.Failed();
+            continue;
+        }
+        pause.Succeeded();
+        receiver.PostSenderReports({buffer.get(), static_cast<std::size_t>(size)});
+    }
+}
+
+void CRtpReceiver::PostSenderReports(std::span<const std::uint8_t> datagram) noexcept {
+    CSenderReportReader reports(datagram);
+    while (const auto report = reports.Next()) {
+        try {
+            eventQueue->Post(ERtcpEvent::SenderReport, stopwatch.elapsed(), *report);
+        } catch (const std::bad_alloc&) {
+            return;  // as if the datagram had been lost
+        }
+    }
+}
+
+void CRtpReceiver::RtcpSendThread(CRtpReceiver& receiver) {
+    CRtcpReporter reporter(MakeSsrc(), OwnHostName().data());
+    receiver.SendRtcp(reporter.InitialReport());
+    for (;;) {
+        const SRtcpEvent event = receiver.eventQueue->Wait();
+        // The shared side, although the update moves the source's `prior` counters: this thread
+        // alone takes the shared side, and alone uses those counters.
+        receiver.sourceLock.ReadLock();
+        const SReportBlock block = UpdateReportBlock(*receiver.source);
+        receiver.sourceLock.ReadUnlock();
+        if (const auto packet = reporter.Handle(event, block, receiver.stopwatch.elapsed())) {
+            receiver.SendRtcp(*packet);
+        }
+        if (event.kind == ERtcpEvent::Stop) return;
+    }
+}
+
+/// A report that is lost is not sent again.
+void CRtpReceiver::SendRtcp(std::span<const std::uint8_t> packet) const noexcept {
+    const platform::SocketHandle socket = rtcpSocket;
+    if (socket == platform::invalidSocket) return;
+    (void)platform::SendDatagram(socket, packet.data(), packet.size(), serverAddress);
 }
 
 }  // namespace qmx::cam

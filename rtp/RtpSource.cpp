@@ -29,7 +29,8 @@ void BeginProbation(SRtpSource& source, std::uint16_t sequence, std::uint32_t ss
 }
 
 void CountOnProbation(SRtpSource& source, std::uint16_t sequence) noexcept {
-    // The successor is taken without wrapping, so that a probation never ends at the wrap.
+    // The successor does not wrap, so that probation never ends at the wrap of the sequence
+    // numbers.
     const bool inSequence = sequence == source.max_seq + 1u;
     source.max_seq = sequence;
     if (!inSequence) {
@@ -44,8 +45,9 @@ void CountOnProbation(SRtpSource& source, std::uint16_t sequence) noexcept {
 
 }  // namespace
 
-// Unlike the standard's function this one doesn't count a run's first packet towards the probation,
-// so that it takes three packets in sequence to end it. Cameras' reports are judged by that.
+// Differs from the function in the RFC: the first packet of a run does not count towards probation,
+// so that it takes three packets in sequence to end it. Keep it so: the figures in the reports
+// depend on which packets count.
 void UpdateSource(SRtpSource& source, bool& firstPacket, std::uint16_t sequence,
                   std::uint32_t ssrc) noexcept {
     if (firstPacket) {
@@ -58,7 +60,7 @@ void UpdateSource(SRtpSource& source, bool& firstPacket, std::uint16_t sequence,
         return;
     }
     const auto udelta = static_cast<std::uint16_t>(sequence - source.max_seq);
-    if (udelta < maxDropout) {  // in order, perhaps with a gap
+    if (udelta < maxDropout) {  // in order, possibly with a gap
         if (sequence < source.max_seq) source.cycles += rtpSeqMod;
         source.max_seq = sequence;
     } else if (udelta <= rtpSeqMod - maxMisorder) {  // a large jump
@@ -66,7 +68,7 @@ void UpdateSource(SRtpSource& source, bool& firstPacket, std::uint16_t sequence,
             source.bad_seq = (sequence + 1u) & (rtpSeqMod - 1);
             return;
         }
-        InitSequence(source, sequence);  // two in a row: the sender has started anew
+        InitSequence(source, sequence);  // two in a row: the sender has restarted
     }                                    // else a duplicate or a late packet
     ++source.received;
 }

@@ -5,7 +5,7 @@
 
 namespace qmx::cam {
 
-/// All zero between runs. Has no lock of its own: the receiver's `sourceLock` guards it.
+/// All zero between runs. Guarded by the receiver's `sourceLock`.
 struct SRtpSource {
     std::uint32_t ssrc = 0;       ///< of the run's first packet; never updated
     std::uint8_t seen = 0;        ///< 1 from the run's first packet on
@@ -13,13 +13,13 @@ struct SRtpSource {
     std::uint32_t cycles = 0;     ///< grows by 65536 per wrap
     std::uint32_t base_seq = 0;   ///< sequence number at which counting began
     std::uint32_t bad_seq = 0;    ///< last out-of-range sequence number plus 1, 65537 for none
-    std::uint32_t probation = 0;  ///< in-sequence packets needed before the source counts
+    std::uint32_t probation = 0;  ///< packets in sequence needed before the source is valid
     std::uint32_t received = 0;
-    std::uint32_t expected_prior = 0;  ///< expected, as of the last RTCP event
+    std::uint32_t expected_prior = 0;  ///< expected packets as of the last RTCP event
     std::uint32_t received_prior = 0;  ///< `received`, as of the last RTCP event
 };
 
-/// Counts one packet. `firstPacket` is true before a run's first packet and false behind it.
+/// Counts one packet. `firstPacket` must be true for the first packet of a run; it becomes false.
 void UpdateSource(SRtpSource& source, bool& firstPacket, std::uint16_t sequence,
                   std::uint32_t ssrc) noexcept;
 

@@ -9,34 +9,34 @@
 namespace qmx::cam {
 namespace {
 
-/// The one status that counts as success; no other gets any handling of its own.
+/// The only status that counts as success. No other status is handled in a special way.
 constexpr std::int32_t statusOk = 200;
-/// How long one receive waits for a silent camera, in milliseconds.
+/// Time-out of one receive, in milliseconds.
 constexpr std::uint32_t receiveTimeout = 5000;
-/// OPTIONS carries this number and leaves the count alone.
+/// OPTIONS always has this number and does not change the counter.
 constexpr std::uint32_t optionsCSeq = 0;
 
-/// The value of a header, empty when it is absent.
+/// Returns the value of a header; empty when there is none.
 std::string ValueOf(const CRtspHeaders& headers, const char* name) {
     const auto entry = headers.find(name);
     return entry != headers.end() ? entry->second : std::string();
 }
 
-/// A whole transaction with the tests that every answer must pass.
-bool Ask(platform::SocketHandle socket, const CString& request, std::uint32_t sequence,
-         CRtspHeaders& headers, std::string& body) {
+/// Runs a transaction and checks what every response must fulfil.
+bool RunTransaction(platform::SocketHandle socket, const CString& request, std::uint32_t sequence,
+                    CRtspHeaders& headers, std::string& body) {
     return Transact(socket, request.c_str(), headers, body) == statusOk &&
            CheckCSeq(headers, sequence);
 }
 
 }  // namespace
 
-std::string ReadSessionId(const std::string& session) {
+std::string ParseSessionId(const std::string& session) {
     return session.substr(0, session.find(';'));
 }
 
-void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort,
-                     std::uint16_t& rtcpPort) {
+void ParseServerPorts(const std::string& transport, std::uint16_t& rtpPort,
+                      std::uint16_t& rtcpPort) {
     constexpr std::string_view name = "server_port=";
     for (const std::string& piece : Split(transport, ";")) {
         if (!piece.starts_with(name)) continue;
@@ -79,7 +79,7 @@ bool CRtspClient::ProbeOptions() {
     CRtspHeaders headers;
     std::string body;
     const CString request = strprintf("OPTIONS * RTSP/1.0\r\nCSeq: %u\r\n\r\n", optionsCSeq);
-    if (!Ask(socket.handle(), request, optionsCSeq, headers, body)) return false;
+    if (!RunTransaction(socket.handle(), request, optionsCSeq, headers, body)) return false;
     serverName = ValueOf(headers, "Server");
     return true;
 }
@@ -101,7 +101,7 @@ SRtspStream CRtspClient::Describe(const char* path) {
     const CString request =
         strprintf("DESCRIBE rtsp://%s:%u%s RTSP/1.0\r\nAccept: application/sdp\r\nCSeq: %u\r\n\r\n",
                   host.c_str(), port, path, sequence);
-    if (!Ask(socket.handle(), request, sequence, headers, body)) return {};
+    if (!RunTransaction(socket.handle(), request, sequence, headers, body)) return {};
     if (ValueOf(headers, "Content-Type") != "application/sdp") return {};
     return ParseDescription(body);
 }
@@ -116,12 +116,12 @@ bool CRtspClient::Setup(const char* setupUrlPath, const char* controlUrlPath, st
         "SETUP rtsp://%s:%u%s RTSP/1.0\r\nCSeq: %u\r\n"
         "Transport: RTP/AVP;unicast;client_port=%u-%u\r\n\r\n",
         host.c_str(), port, setupUrlPath, sequence, rtpPort, rtcpPort);
-    if (!Ask(socket.handle(), request, sequence, headers, body)) return false;
+    if (!RunTransaction(socket.handle(), request, sequence, headers, body)) return false;
     const auto session = headers.find("Session");
     const auto transport = headers.find("Transport");
     if (session == headers.end() || transport == headers.end()) return false;
-    sessionId = ReadSessionId(session->second);
-    ReadServerPorts(transport->second, serverRtpPort, serverRtcpPort);
+    sessionId = ParseSessionId(session->second);
+    ParseServerPorts(transport->second, serverRtpPort, serverRtcpPort);
     // The test is on the fields: a response without server ports succeeds with the ports that an
     // earlier response to SETUP has left there, whether that SETUP succeeded or not.
     if (serverRtpPort == 0 || serverRtcpPort == 0) return false;
@@ -137,14 +137,14 @@ bool CRtspClient::Setup(const char* path, std::uint16_t rtpPort, std::uint16_t r
     return Setup(path, path, rtpPort, rtcpPort);
 }
 
-/// PLAY, PAUSE and TEARDOWN differ in their first word alone.
+/// PLAY, PAUSE and TEARDOWN differ only in their first word.
 bool CRtspClient::SendSessionRequest(const char* method, CRtspHeaders& headers) {
     const std::uint32_t sequence = cseq++;
     std::string body;
     const CString request =
         strprintf("%s rtsp://%s:%u%s RTSP/1.0\r\nCSeq: %u\r\nSession: %s\r\n\r\n", method,
                   host.c_str(), port, controlPath.c_str(), sequence, sessionId.c_str());
-    return Ask(socket.handle(), request, sequence, headers, body);
+    return RunTransaction(socket.handle(), request, sequence, headers, body);
 }
 
 bool CRtspClient::Play() {
@@ -183,7 +183,7 @@ std::int32_t Transact(platform::SocketHandle socket, const char* text, CRtspHead
 }
 
 void SetReceiveTimeout(platform::SocketHandle socket, std::uint32_t milliseconds) {
-    // A camera that answers is served even where the limit could not be set.
+    // Without the limit a camera that responds still works.
     (void)platform::SetReceiveTimeout(socket, milliseconds);
 }
 

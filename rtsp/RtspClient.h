@@ -1,4 +1,4 @@
-/// The control side of a camera stream: an RTSP 1.0 client (RFC 2326).
+/// The control connection of a camera stream: an RTSP 1.0 client (RFC 2326).
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,15 @@
 
 namespace qmx::cam {
 
-/// Reads "Session" up to its first semicolon: what follows, a time-out as a rule, is not ours to
-/// keep, since the client sends no keep-alive.
-[[nodiscard]] std::string ReadSessionId(const std::string& session);
+/// Returns the session id of a "Session" value: the text before the first semicolon. What follows,
+/// usually a time-out, is ignored, because the client sends no keep-alive.
+[[nodiscard]] std::string ParseSessionId(const std::string& session);
 
-/// Reads the last "server_port=" of a "Transport" value into the two ports, by their low 16 bits. A
-/// value without one leaves them as they are.
-void ReadServerPorts(const std::string& transport, std::uint16_t& rtpPort, std::uint16_t& rtcpPort);
+/// Parses the last "server_port=" of a "Transport" value (RFC 2326 section 12.39) and stores the
+/// low 16 bits of its numbers. A single port is RTP's, and RTCP's is the next one. Without a
+/// "server_port=" the ports stay unchanged.
+void ParseServerPorts(const std::string& transport, std::uint16_t& rtpPort,
+                      std::uint16_t& rtcpPort);
 
 /// One blocking TCP connection to a camera, one request at a time. Owned and called by the device
 /// alone, on the host's thread; starts no thread, takes no lock, writes no log. A request that
@@ -38,34 +40,35 @@ class CRtspClient {
     CRtspClient() = default;
     CRtspClient(const CRtspClient&) = delete;
     CRtspClient& operator=(const CRtspClient&) = delete;
-    /// Ends the session, as far as the camera answers, and the connection.
+    /// The same as `Close`.
     ~CRtspClient();
 
-    /// Connects to a dotted address or a name and probes with OPTIONS. False when connected already
-    /// (nothing changes) and on every failure (not connected then).
+    /// Connects to a dotted address or a name and sends OPTIONS. Returns false when connected
+    /// already, without any change, and on failure, after which the client is not connected.
     [[nodiscard]] bool Connect(const char* hostText, std::uint16_t tcpPort);
     /// Calls `Teardown`, ignores its result and closes the connection, also when there is no memory
     /// for the request. Changes no flag but by that `Teardown`.
     void Close();
 
-    /// What the camera offers on a URL path, which begins with a slash.
+    /// Returns what the camera offers on a URL path, which begins with a slash; an invalid
+    /// description when the request fails.
     [[nodiscard]] SRtspStream Describe(const char* path);
-    /// Makes the session. The setup path may carry a query; the control path is what the later
-    /// requests name. The client's ports are in host order.
+    /// Creates the session. The setup path may contain a query; the later requests name the control
+    /// path. The client's ports are in host order.
     [[nodiscard]] bool Setup(const char* setupUrlPath, const char* controlUrlPath,
                              std::uint16_t rtpPort, std::uint16_t rtcpPort);
     /// The same path for both.
     [[nodiscard]] bool Setup(const char* path, std::uint16_t rtpPort, std::uint16_t rtcpPort);
     bool Play();
     bool Pause();
-    /// While playing it pauses first, and goes no further if that fails.
+    /// Ends the session. Sends PAUSE first while playing, and nothing more when that fails.
     bool Teardown();
 
     [[nodiscard]] bool IsPlaying() const noexcept { return playing; }
     [[nodiscard]] bool IsSetUp() const noexcept { return sessionOpen; }
-    /// The "Server" of the OPTIONS answer.
+    /// The "Server" header of the response to OPTIONS.
     [[nodiscard]] std::string GetServerName() const { return serverName; }
-    // Ports in host order: the camera's, and ours as announced by the last successful SETUP.
+    // Ports in host order: the camera's, and the client's as sent in the last successful SETUP.
     [[nodiscard]] std::uint16_t GetServerRtpPort() const noexcept { return serverRtpPort; }
     [[nodiscard]] std::uint16_t GetServerRtcpPort() const noexcept { return serverRtcpPort; }
     [[nodiscard]] std::uint16_t GetClientRtpPort() const noexcept { return clientRtpPort; }
@@ -91,12 +94,12 @@ class CRtspClient {
     bool sessionOpen = false;
 };
 
-/// One send of the whole NUL-terminated text; false when it was not taken whole.
+/// Sends a NUL-terminated text by one send. Returns false unless the whole text was sent.
 [[nodiscard]] bool SendRequest(platform::SocketHandle socket, const char* text);
-/// `SendRequest`, then `ReadResponse`; `noResponse` when the send fell short.
+/// Calls `SendRequest`, then `ReadResponse`. Returns `noResponse` when the request was not sent.
 [[nodiscard]] std::int32_t Transact(platform::SocketHandle socket, const char* text,
                                     CRtspHeaders& headers, std::string& body);
-/// Limits each later receive.
+/// Limits the time of each later receive.
 void SetReceiveTimeout(platform::SocketHandle socket, std::uint32_t milliseconds);
 
 }  // namespace qmx::cam

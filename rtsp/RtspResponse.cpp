@@ -20,23 +20,23 @@ ELineStep AppendToLine(std::string& line, char byte) {
     return line.size() >= lineLimit ? ELineStep::TooLong : ELineStep::More;
 }
 
-CResponseHead::EStep CResponseHead::TakeLine(const std::string& line) {
-    if (!statusSeen) return TakeStatusLine(line);
-    return line.empty() ? TakeEmptyLine() : TakeHeader(line);
+CResponseHeadParser::EStep CResponseHeadParser::ParseLine(const std::string& line) {
+    if (!statusSeen) return ParseStatusLine(line);
+    return line.empty() ? ParseEmptyLine() : ParseHeader(line);
 }
 
-CResponseHead::EStep CResponseHead::TakeStatusLine(const std::string& line) {
+CResponseHeadParser::EStep CResponseHeadParser::ParseStatusLine(const std::string& line) {
     if (line.size() < statusLineShortest || !line.starts_with(versionText)) return EStep::Malformed;
     for (std::size_t i = statusAt; i < statusLineShortest; ++i) {
         if (!IsDigit(line[i])) return EStep::Malformed;
     }
-    // More digits count too: a four-digit status is a status that nobody accepts.
+    // Further digits count as well: a status of four digits is one that no caller accepts.
     statusCode = static_cast<std::int32_t>(ParseUnsigned(std::string_view(line).substr(statusAt)));
     statusSeen = true;
     return EStep::NextLine;
 }
 
-CResponseHead::EStep CResponseHead::TakeHeader(const std::string& line) {
+CResponseHeadParser::EStep CResponseHeadParser::ParseHeader(const std::string& line) {
     const std::size_t colon = line.find(':');
     if (colon == 0 || colon == std::string::npos) return EStep::Malformed;
     const std::size_t valueAt = line.find_first_not_of(' ', colon + 1);
@@ -50,7 +50,7 @@ CResponseHead::EStep CResponseHead::TakeHeader(const std::string& line) {
     return EStep::NextLine;
 }
 
-CResponseHead::EStep CResponseHead::TakeEmptyLine() {
+CResponseHeadParser::EStep CResponseHeadParser::ParseEmptyLine() {
     const auto length = headers.find(contentLengthName);
     if (length == headers.end()) return EStep::Finished;
     contentLength = ParseUnsigned(length->second);
@@ -70,17 +70,17 @@ bool ReadLine(platform::SocketHandle socket, std::string& line) {
 std::int32_t ReadResponse(platform::SocketHandle socket, CRtspHeaders& headers, std::string& body) {
     headers.clear();
     body.clear();
-    CResponseHead head(headers);
+    CResponseHeadParser head(headers);
     std::string line;
-    CResponseHead::EStep step = CResponseHead::EStep::NextLine;
-    while (step == CResponseHead::EStep::NextLine) {
+    CResponseHeadParser::EStep step = CResponseHeadParser::EStep::NextLine;
+    while (step == CResponseHeadParser::EStep::NextLine) {
         if (!ReadLine(socket, line)) return noResponse;
-        step = head.TakeLine(line);
+        step = head.ParseLine(line);
     }
-    if (step == CResponseHead::EStep::Malformed) return noResponse;
+    if (step == CResponseHeadParser::EStep::Malformed) return noResponse;
     if (head.bodyLength() == 0) return head.status();
 
-    // One receive: the cameras send an answer whole, and what comes in pieces counts as failed.
+    // A single receive: the cameras send a response in one piece, and any other one is refused.
     body.resize(head.bodyLength());
     const std::ptrdiff_t received = platform::Receive(socket, body.data(), body.size());
     body.resize(received > 0 ? static_cast<std::size_t>(received) : 0);

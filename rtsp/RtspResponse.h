@@ -1,5 +1,5 @@
-/// One RTSP answer (RFC 2326 section 7): status line, headers, body. The grammar is pure and takes
-/// lines; `ReadLine` and `ReadResponse` feed it from the control socket.
+/// One RTSP response (RFC 2326 section 7): status line, headers, body. The parser is pure and
+/// accepts lines; `ReadLine` and `ReadResponse` feed it from the control socket.
 #pragma once
 
 #include <cstddef>
@@ -11,40 +11,41 @@
 
 namespace qmx::cam {
 
-/// Header name to value for one answer. Names are matched byte for byte, case included: cameras of
-/// this kind spell them as we expect, and a camera that doesn't is not one of ours.
+/// Maps the header names of one response to their values. Names are compared byte for byte, with
+/// their case: the cameras of this kind all spell them in the same way.
 using CRtspHeaders = std::map<std::string, std::string>;
 
-/// A line fails on reaching this many characters, carriage returns not counted.
+/// A line that reaches this many characters, not counting carriage returns, is refused.
 inline constexpr std::size_t lineLimit = 8192;
-/// The largest body that is taken, in bytes; descriptions of real cameras stay far below.
+/// Largest body that is accepted, in bytes. Descriptions of real cameras are far smaller.
 inline constexpr std::uint32_t bodyLimit = 32768;
-/// `ReadResponse` could not read a well-formed answer.
+/// Returned by `ReadResponse` when it could not read a well-formed response.
 inline constexpr std::int32_t noResponse = -1;
 
 enum class ELineStep { More, Complete, TooLong };
 
-/// Takes one received byte into a line. A line feed completes the line and is not stored; carriage
-/// returns vanish wherever they stand; any other byte, NUL included, is kept.
+/// Appends one received byte to a line. A line feed completes the line and is not stored; carriage
+/// returns are dropped wherever they occur; any other byte, including NUL, is stored.
 [[nodiscard]] ELineStep AppendToLine(std::string& line, char byte);
 
-/// Takes the lines of an answer's head and says what comes next.
-class CResponseHead {
+/// Parses the head of a response line by line.
+class CResponseHeadParser {
    public:
     enum class EStep { NextLine, Finished, Malformed };
 
-    explicit CResponseHead(CRtspHeaders& answerHeaders) : headers(answerHeaders) {}
+    explicit CResponseHeadParser(CRtspHeaders& responseHeaders) : headers(responseHeaders) {}
 
-    /// Takes one line, without its end. After `Finished` the status and the length are known.
-    [[nodiscard]] EStep TakeLine(const std::string& line);
+    /// Parses one line, given without its end. After `Finished` the status and the body's length
+    /// are known; after `Malformed` the response must be given up.
+    [[nodiscard]] EStep ParseLine(const std::string& line);
     [[nodiscard]] std::int32_t status() const noexcept { return statusCode; }
-    /// Bytes of the body that follow, at most `bodyLimit`.
+    /// Length of the body that follows, in bytes; at most `bodyLimit`.
     [[nodiscard]] std::uint32_t bodyLength() const noexcept { return contentLength; }
 
    private:
-    EStep TakeStatusLine(const std::string& line);
-    EStep TakeHeader(const std::string& line);
-    EStep TakeEmptyLine();
+    EStep ParseStatusLine(const std::string& line);
+    EStep ParseHeader(const std::string& line);
+    EStep ParseEmptyLine();
 
     CRtspHeaders& headers;
     bool statusSeen = false;
@@ -52,20 +53,22 @@ class CResponseHead {
     std::uint32_t contentLength = 0;
 };
 
-/// Reads one line, byte by byte, so that nothing beyond it leaves the socket. False when the
-/// connection has closed, the receive time-out has passed, or the line is too long.
+/// Reads one line, byte by byte, so that nothing after it is taken from the socket. Returns false
+/// when the connection has closed, the receive time-out has passed, or the line is too long.
 [[nodiscard]] bool ReadLine(platform::SocketHandle socket, std::string& line);
 
-/// Reads one answer. Gives its status code, whatever it is, or `noResponse`. On failure the rest of
-/// the answer stays unread: the reader never tries to get back in step. Blocks for at most the
-/// socket's receive time-out per byte of the head and for the body, which must be there at once.
+/// Reads one response and returns its status code, or `noResponse`. After a failure the rest of the
+/// response stays unread: the reader does not try to resynchronise. Each byte of the head, and the
+/// body as a whole, may take as long as the socket's receive time-out; the body must arrive in one
+/// piece.
 [[nodiscard]] std::int32_t ReadResponse(platform::SocketHandle socket, CRtspHeaders& headers,
                                         std::string& body);
 
-/// True when "CSeq" is there and its number is the expected one.
+/// Returns true when there is a "CSeq" and its number is the expected one.
 [[nodiscard]] bool CheckCSeq(const CRtspHeaders& headers, std::uint32_t expected);
 
-/// True when "Session" is there and its whole value is the id: a parameter behind it fails.
+/// Returns true when there is a "Session" whose whole value is the id; a parameter after the id
+/// makes it fail.
 [[nodiscard]] bool CheckSession(const CRtspHeaders& headers, const std::string& sessionId);
 
 }  // namespace qmx::cam

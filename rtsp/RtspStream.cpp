@@ -14,7 +14,7 @@ constexpr std::size_t lineShortest = 3;
 constexpr std::size_t mediaWordsFewest = 4;
 constexpr std::string_view transportRtp = "RTP/AVP";
 
-/// A text cut at the first place where a character stands.
+/// A text, split at the first occurrence of a character.
 struct SHalves {
     std::string_view front;
     std::string_view back;
@@ -32,28 +32,29 @@ struct SSize {
     std::uint32_t height;
 };
 
-/// The text of a framesize, which must hold a hyphen.
-bool ReadFrameSize(std::string_view text, SSize& size) {
+/// Parses the text of a framesize, which must contain a hyphen.
+bool ParseFrameSize(std::string_view text, SSize& size) {
     const SHalves halves = CutAt(text, '-');
     if (!halves.found) return false;
-    // The width is read from the whole text: its number ends at the hyphen, unless it begins there.
+    // The width is parsed from the whole text: its number ends at the hyphen, unless the hyphen
+    // comes first and is its sign.
     size = {ParseUnsigned(text), ParseUnsigned(halves.back)};
     return true;
 }
 
-/// Takes the lines of a description one by one. False ends the reading.
-class CDescriptionReader {
+/// Parses the lines of a description one by one. False ends the parsing.
+class CDescriptionParser {
    public:
-    explicit CDescriptionReader(SRtspStream& description) : stream(description) {}
+    explicit CDescriptionParser(SRtspStream& description) : stream(description) {}
 
-    bool TakeLine(std::string_view line);
+    bool ParseLine(std::string_view line);
 
    private:
-    bool TakeMedia(std::string_view value);
-    bool TakeAttribute(std::string_view value);
-    bool TakeFormatAttribute(SRtspMedia& media, std::string_view name, std::string_view text);
-    bool TakeSharedFrameSize(SRtspMedia& media, std::string_view text);
-    static void TakeParameters(SRtspFormat& format);
+    bool ParseMedia(std::string_view value);
+    bool ParseAttribute(std::string_view value);
+    bool ParseFormatAttribute(SRtspMedia& media, std::string_view name, std::string_view text);
+    bool ParseSharedFrameSize(SRtspMedia& media, std::string_view text);
+    static void ParseParameters(SRtspFormat& format);
     bool GiveUp() {
         stream.Reset();
         return false;
@@ -63,7 +64,7 @@ class CDescriptionReader {
     SRtspStream& stream;
 };
 
-bool CDescriptionReader::TakeLine(std::string_view line) {
+bool CDescriptionParser::ParseLine(std::string_view line) {
     if (line.size() < lineShortest || line[1] != '=') return false;
     const std::string_view value = line.substr(2);
     SRtspMedia* const current = CurrentMedia();
@@ -99,15 +100,15 @@ bool CDescriptionReader::TakeLine(std::string_view line) {
             (current ? current->encryptionKey : stream.encryptionKey) = value;
             return true;
         case 'a':
-            return TakeAttribute(value);
+            return ParseAttribute(value);
         case 'm':
-            return TakeMedia(value);
+            return ParseMedia(value);
         default:
             return true;
     }
 }
 
-bool CDescriptionReader::TakeMedia(std::string_view value) {
+bool CDescriptionParser::ParseMedia(std::string_view value) {
     const std::vector<std::string> words = Split(value, " ");
     if (words.size() < mediaWordsFewest || words[2] != transportRtp) return GiveUp();
     SRtspMedia media;
@@ -119,7 +120,7 @@ bool CDescriptionReader::TakeMedia(std::string_view value) {
     return true;
 }
 
-bool CDescriptionReader::TakeAttribute(std::string_view value) {
+bool CDescriptionParser::ParseAttribute(std::string_view value) {
     const auto [name, text, hasText] = CutAt(value, ':');
     SRtspMedia* const current = CurrentMedia();
     if (current == nullptr) {
@@ -130,37 +131,37 @@ bool CDescriptionReader::TakeAttribute(std::string_view value) {
         current->attributes[std::string(name)] = text;
         return true;
     }
-    if (text.find(' ') != std::string_view::npos) return TakeFormatAttribute(*current, name, text);
-    return name == "framesize" ? TakeSharedFrameSize(*current, text) : GiveUp();
+    if (text.find(' ') != std::string_view::npos) return ParseFormatAttribute(*current, name, text);
+    return name == "framesize" ? ParseSharedFrameSize(*current, text) : GiveUp();
 }
 
-/// "payload rest": speaks of the first format with that payload.
-bool CDescriptionReader::TakeFormatAttribute(SRtspMedia& media, std::string_view name,
-                                             std::string_view text) {
+/// The text is "payload rest", and applies to the first format with that payload.
+bool CDescriptionParser::ParseFormatAttribute(SRtspMedia& media, std::string_view name,
+                                              std::string_view text) {
     const SHalves words = CutAt(text, ' ');
     const std::size_t restAt = words.back.find_first_not_of(' ');
     if (restAt == std::string_view::npos) return GiveUp();
     const std::string_view rest = words.back.substr(restAt);
 
-    const auto speaksOf = [&](const SRtspFormat& each) { return each.payload == words.front; };
-    const auto format = std::find_if(media.formats.begin(), media.formats.end(), speaksOf);
+    const auto hasPayload = [&](const SRtspFormat& each) { return each.payload == words.front; };
+    const auto format = std::find_if(media.formats.begin(), media.formats.end(), hasPayload);
     if (format == media.formats.end()) return true;
     if (name == "rtpmap") {
         format->rtpmap = rest;
     } else if (name == "fmtp") {
         format->fmtp = rest;
-        TakeParameters(*format);
+        ParseParameters(*format);
     } else {
         SSize size{};
-        if (!ReadFrameSize(rest, size)) return GiveUp();
+        if (!ParseFrameSize(rest, size)) return GiveUp();
         format->width = size.width;
         format->height = size.height;
     }
     return true;
 }
 
-/// Names are compared whole, so that a blank behind a semicolon hides a parameter.
-void CDescriptionReader::TakeParameters(SRtspFormat& format) {
+/// Names are compared whole, so that a blank after a semicolon hides the parameter.
+void CDescriptionParser::ParseParameters(SRtspFormat& format) {
     for (const std::string& piece : Split(format.fmtp, ";")) {
         const auto [name, text, found] = CutAt(piece, '=');
         if (!found) continue;
@@ -169,11 +170,11 @@ void CDescriptionReader::TakeParameters(SRtspFormat& format) {
     }
 }
 
-/// A framesize without a payload speaks of all formats of its media.
-bool CDescriptionReader::TakeSharedFrameSize(SRtspMedia& media, std::string_view text) {
+/// A framesize without a payload applies to all formats of its media section.
+bool CDescriptionParser::ParseSharedFrameSize(SRtspMedia& media, std::string_view text) {
     media.attributes["framesize"] = text;
     SSize size{};
-    if (!ReadFrameSize(text, size)) return GiveUp();
+    if (!ParseFrameSize(text, size)) return GiveUp();
     for (SRtspFormat& format : media.formats) {
         format.width = size.width;
         format.height = size.height;
@@ -192,9 +193,9 @@ SRtspStream ParseDescription(std::string_view body) {
     SRtspStream stream;
     const std::vector<std::string> lines = Split(body, "\r\n");
     if (lines.empty() || lines.front() != firstLine) return stream;
-    CDescriptionReader reader(stream);
+    CDescriptionParser reader(stream);
     for (const std::string& line : lines) {
-        if (!reader.TakeLine(line)) break;
+        if (!reader.ParseLine(line)) break;
     }
     return stream;
 }

@@ -1,5 +1,5 @@
-/// What a camera says of one stream: the session description (SDP, RFC 4566) of one DESCRIBE answer
-/// as value records, and the parser that makes them.
+/// The session description (SDP, RFC 4566) in a response to DESCRIBE, as value records, and its
+/// parser.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +10,14 @@
 
 namespace qmx::cam {
 
-/// Attribute name to its text.
-using CRtspAttributes = std::map<std::string, std::string>;
+/// Maps attribute names to their texts.
+using SdpAttributes = std::map<std::string, std::string>;
 
-/// One RTP payload format of a media.
+/// One RTP payload format of a media section.
 struct SRtspFormat {
-    std::string payload;       ///< the word of the m line, never a number
+    std::string payload;       ///< the word of the m line, as text
     std::string rtpmap;        ///< such as "ZRAW/90000"
-    std::uint32_t width = 0;   ///< pixels; 0 when no size was given
+    std::uint32_t width = 0;   ///< pixels; 0 when the description states no size
     std::uint32_t height = 0;  ///< pixels
     std::string fmtp;
 };
@@ -28,11 +28,11 @@ struct SRtspMedia {
     std::string information;
     std::string connection;
     std::string encryptionKey;
-    CRtspAttributes attributes;  ///< but for rtpmap, fmtp and a framesize with a payload
+    SdpAttributes attributes;  ///< without rtpmap, fmtp and framesize of a payload
     std::vector<SRtspFormat> formats;
 };
 
-/// One description.
+/// One description, complete; the device reads only its version and its media sections.
 struct SRtspStream {
     std::string version;
     std::string origin;
@@ -44,17 +44,19 @@ struct SRtspStream {
     std::string connection;
     std::string timeZones;
     std::string encryptionKey;
-    CRtspAttributes attributes;  ///< those before the first media
+    SdpAttributes attributes;  ///< those before the first media section
     std::vector<SRtspMedia> media;
 
-    /// True when there are a version and a media: how callers learn that a DESCRIBE worked.
+    /// Returns true when there are a version and a media section, which tells callers that DESCRIBE
+    /// has succeeded.
     [[nodiscard]] bool IsValid() const noexcept { return !version.empty() && !media.empty(); }
-    /// Makes the record invalid; what else it has read stays.
+    /// Makes the record invalid. The other fields keep their values.
     void Reset() noexcept;
 };
 
-/// Reads the body of a DESCRIBE answer. Gives an invalid record for what is no description; a line
-/// that is no "x=" line ends the reading and lets stand what came before it.
+/// Parses the body of a response to DESCRIBE. Returns an invalid record when it is not a
+/// description. A line that does not have the form "x=..." ends the parsing; the lines before it
+/// count.
 [[nodiscard]] SRtspStream ParseDescription(std::string_view body);
 
 }  // namespace qmx::cam

@@ -1,4 +1,4 @@
-/// The few text rules that all of RTSP and SDP share here. Pure; no locale.
+/// Text functions for RTSP and SDP. Pure; independent of the locale.
 #pragma once
 
 #include <cstdint>
@@ -8,16 +8,17 @@
 
 namespace qmx::cam {
 
-/// The pieces between delimiters, in order; each character of `delimiters` is one. Empty pieces are
-/// dropped, so that neighbouring delimiters count as one.
+/// Returns the pieces between delimiters, in order. Each character of `delimiters` is a delimiter.
+/// Empty pieces are dropped, so that adjacent delimiters count as one.
 [[nodiscard]] std::vector<std::string> Split(std::string_view text, std::string_view delimiters);
 
-/// `strtoul` in base 10 with the host's 32-bit unsigned long: leading white space and a sign are
-/// taken, it stops at the first other character, gives 0 where there is no digit, 4294967295 for
-/// what is too large, and the negated number, wrapped, behind a minus sign.
+/// Parses a number as `strtoul` does in base 10 with the 32-bit unsigned long of 64-bit Windows:
+/// skips white space, accepts a sign, stops at the first other character. Returns 0 when there is
+/// no digit, 4294967295 when the number is too large, and the negated number, modulo 2^32, after a
+/// minus sign.
 [[nodiscard]] std::uint32_t ParseUnsigned(std::string_view text) noexcept;
 
-/// ASCII only, whatever the locale says.
+/// Returns true for the ASCII digits, in every locale.
 [[nodiscard]] constexpr bool IsDigit(char character) noexcept {
     return character >= '0' && character <= '9';
 }

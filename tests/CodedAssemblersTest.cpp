@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "FrameAssemblers.h"
+#include "FrameAssembler.h"
 
 namespace {
 
@@ -19,11 +19,11 @@ struct SPacket {
 };
 
 /// What the last of some packets delivers.
-std::optional<Bytes> Deliver(CFrameAssembler& assembler, const std::vector<SPacket>& packets) {
+std::optional<Bytes> Deliver(auto& assembler, const std::vector<SPacket>& packets) {
     std::optional<Bytes> last;
     for (const SPacket& packet : packets) {
         const auto frame =
-            assembler.Take({packet.marker, packet.sequence, packet.timestamp, 0, packet.payload});
+            assembler.Add({packet.marker, packet.sequence, packet.timestamp, 0, packet.payload});
         last.reset();
         if (frame) last.emplace(frame->begin(), frame->end());
     }
@@ -62,7 +62,7 @@ TEST(MjlsAssembler, JoinsPieces) {
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        CFrameAssembler assembler(EStreamType::Mjls);
+        CMjlsDepacketizer assembler;
         EXPECT_EQ(Deliver(assembler, row.packets), row.frame);
     }
 }
@@ -71,17 +71,17 @@ TEST(MjlsAssembler, JoinsPieces) {
 // A frame of exactly the limit is delivered.
 TEST(MjlsAssembler, AFrameWithoutEndIsGivenUp) {
     constexpr std::size_t limit = 0x2000000;
-    CFrameAssembler assembler(EStreamType::Mjls);
+    CMjlsDepacketizer assembler;
     const Bytes piece(1 << 20, 9);  // larger than any datagram, for the sanitizers' sake
     for (const std::size_t length : {limit, limit + 1}) {
         std::uint16_t sequence = 0;
         ASSERT_FALSE(Deliver(assembler, {{0, 1, false, mjlsStart}}));
         std::size_t sent = mjlsStart.size();
         for (; sent + piece.size() < length; sent += piece.size()) {
-            ASSERT_FALSE(assembler.Take({false, ++sequence, 1, 0, piece}));
+            ASSERT_FALSE(assembler.Add({false, ++sequence, 1, 0, piece}));
         }
         const auto rest = std::span(piece).first(length - sent);
-        const auto frame = assembler.Take({true, ++sequence, 1, 0, rest});
+        const auto frame = assembler.Add({true, ++sequence, 1, 0, rest});
         ASSERT_EQ(frame.has_value(), length == limit);
         EXPECT_EQ(frame ? frame->size() : limit, limit);
         EXPECT_FALSE(Deliver(assembler, {{++sequence, 1, true, piece}}));
@@ -194,7 +194,7 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        CFrameAssembler assembler(EStreamType::Mjpg);
+        CMjpgDepacketizer assembler;
         EXPECT_EQ(Deliver(assembler, row.packets), row.frame);
     }
 }

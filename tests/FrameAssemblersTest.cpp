@@ -1,9 +1,9 @@
-#include "FrameAssemblers.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "FrameAssembler.h"
 
 namespace {
 
@@ -33,10 +33,9 @@ Bytes Zraw(std::uint32_t lineLength, std::uint32_t lineNumber,
 /// that delivers nothing gives "-".
 class CFeed {
    public:
-    explicit CFeed(EStreamType type) : assembler(type) {}
     std::string operator()(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
                            const Bytes& payload) {
-        const auto frame = assembler.Take({marker, sequence, timestamp, 0, payload});
+        const auto frame = assembler.Add({marker, sequence, timestamp, 0, payload});
         if (!frame) return "-";
         std::string text;
         char digits[3];
@@ -48,7 +47,7 @@ class CFeed {
     }
 
    private:
-    CFrameAssembler assembler;
+    CZrawDepacketizer assembler;
 };
 
 TEST(ZrawAssembler, FindsHeadersAndPixels) {
@@ -75,12 +74,12 @@ TEST(ZrawAssembler, FindsHeadersAndPixels) {
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(CFeed(EStreamType::Zraw)(1, 1, true, row.payload), row.frame);
+        EXPECT_EQ(CFeed()(1, 1, true, row.payload), row.frame);
     }
 }
 
 TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
-    CFeed feed(EStreamType::Zraw);
+    CFeed feed;
     // 3 pixels: room for 6 lines of 6 bytes, zero where nobody wrote.
     EXPECT_EQ(feed(1, 1, false, Zraw(3, 0, {0}, {1, 1, 1, 1, 1, 1})), "-");
     EXPECT_EQ(feed(2, 1, true, Zraw(3, 2, {0}, {3, 3, 3, 3, 3, 3})),
@@ -116,11 +115,11 @@ TEST(ZrawAssembler, SizesItsBufferByTheLineLength) {
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(std::to_string(row.lineLength) + ", " + std::to_string(row.lineNumber));
-        CFrameAssembler assembler(EStreamType::Zraw);
+        CZrawDepacketizer assembler;
         const Bytes start = Zraw(row.lineLength, 0, {0}, {});
         const Bytes line = Zraw(row.lineLength, row.lineNumber, {0}, Bytes(row.pixelBytes, 7));
-        ASSERT_FALSE(assembler.Take({false, 1, 1, 0, start}));
-        const auto frame = assembler.Take({true, 2, 1, 0, line});
+        ASSERT_FALSE(assembler.Add({false, 1, 1, 0, start}));
+        const auto frame = assembler.Add({true, 2, 1, 0, line});
         ASSERT_TRUE(frame);
         EXPECT_EQ(frame->size(), row.delivered);
     }
@@ -128,7 +127,7 @@ TEST(ZrawAssembler, SizesItsBufferByTheLineLength) {
 
 // No frame may show the host memory that held something else, at its first size and when it grows.
 TEST(ZrawAssembler, NewMemoryIsZero) {
-    CFeed feed(EStreamType::Zraw);
+    CFeed feed;
     std::uint16_t sequence = 0;
     for (const std::uint32_t lineLength : {64u, 128u}) {
         const Bytes line(2 * lineLength, 0xAA);
@@ -173,7 +172,7 @@ TEST(FrameGate, DeliversWholeFramesOnly) {
     };
     for (const auto& [name, steps] : cases) {
         SCOPED_TRACE(name);
-        CFeed feed(EStreamType::Zraw);
+        CFeed feed;
         for (const SGateStep& step : steps) {
             const Bytes payload =
                 step.frameStart ? Zraw(1, 0, {0}, {0x11, 0x11}) : Zraw(1, 1, {0}, {0x22, 0x22});

@@ -221,7 +221,7 @@ TEST(HostileCamera, ASilentNodeTreeCostsABoundedTime) {
     std::vector<platform::CSocket> waiting;
     do {
         waiting.emplace_back(platform::OpenTcpSocket());
-    } while (platform::ConnectSocketWithin(waiting.back().handle(), to, 200));
+    } while (platform::ConnectWithTimeout(waiting.back().handle(), to, 200));
     expect("a connection", 2, [&] { return device->Open(Camera("127.0.0.2"), 1); });
 }
 

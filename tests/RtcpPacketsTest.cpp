@@ -19,17 +19,17 @@ Bytes ToBytes(std::span<const std::uint8_t> bytes) { return {bytes.begin(), byte
 constexpr SsrcBytes ssrc = {0xA1, 0xB2, 0xC3, 0xD4};
 
 // A name of five characters leaves one byte for the end of the list; six take another word.
-TEST(RtcpComposer, PadsTheName) {
-    const CRtcpComposer five(ssrc, "abcde");
-    EXPECT_EQ(ToBytes(five.Opening()),
+TEST(RtcpPackets, PadsTheName) {
+    const CRtcpPackets five(ssrc, "abcde");
+    EXPECT_EQ(ToBytes(five.InitialReport()),
               (Bytes{0x80, 201,  0,    1,    0xA1, 0xB2, 0xC3, 0xD4, 0x81, 202, 0,   3,
                      0xA1, 0xB2, 0xC3, 0xD4, 1,    5,    'a',  'b',  'c',  'd', 'e', 0}));
-    const CRtcpComposer six(ssrc, "abcdef");
-    EXPECT_EQ(ToBytes(six.Opening().subspan(8)),
+    const CRtcpPackets six(ssrc, "abcdef");
+    EXPECT_EQ(ToBytes(six.InitialReport().subspan(8)),
               (Bytes{0x81, 202, 0,   4,   0xA1, 0xB2, 0xC3, 0xD4, 1, 6,
                      'a',  'b', 'c', 'd', 'e',  'f',  0,    0,    0, 0}));
-    CRtcpComposer longest(ssrc, std::string(255, 'n'));
-    EXPECT_EQ(longest.LastReport({}, 0, 0).size(), 308u);
+    CRtcpPackets longest(ssrc, std::string(255, 'n'));
+    EXPECT_EQ(longest.ReportWithBye({}, 0, 0).size(), 308u);
 }
 
 /// Returns a packet of so many words after the first, whose NTP time has "MIDL" in its middle.
@@ -39,7 +39,7 @@ std::string Packet(char first, unsigned type, std::size_t words) {
     return whole.substr(0, 4 * words + 4);
 }
 
-TEST(SenderReportWalk, FindsWholeSenderReports) {
+TEST(SenderReportReader, FindsWholeSenderReports) {
     const std::string report = Packet('\x80', 200, 6);
     struct {
         const char* name;
@@ -63,7 +63,7 @@ TEST(SenderReportWalk, FindsWholeSenderReports) {
         SCOPED_TRACE(row.name);
         // An exact allocation, so that a sanitizer sees a read past the end.
         const Bytes exact(row.datagram.begin(), row.datagram.end());
-        CSenderReportWalk walk(exact);
+        CSenderReportReader walk(exact);
         int reports = 0;
         for (; const auto found = walk.Next(); ++reports) EXPECT_EQ(*found, expected);
         EXPECT_EQ(reports, row.reports);

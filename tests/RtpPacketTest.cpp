@@ -109,12 +109,12 @@ TEST(RtpSource, CountsAsTheStandardButForTheFirstPacket) {
         SRtpSource source;
         bool firstPacket = true;
         std::uint32_t ssrc = 7;
-        SLossFigures figures{};
+        SReportBlock figures{};
         for (const auto& sequences : row.sequences) {
             for (const std::uint16_t sequence : sequences) {
                 UpdateSource(source, firstPacket, sequence, ssrc++);
             }
-            figures = TakeLossFigures(source);
+            figures = UpdateReportBlock(source);
         }
         EXPECT_EQ(figures.ssrc, 7u);
         EXPECT_EQ(figures.extendedHighestSeq, row.highest);

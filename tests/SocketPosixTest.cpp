@@ -107,7 +107,7 @@ TEST(SocketSignals, EndNoConnection) {
     std::vector<platform::CSocket> queued;
     do {
         queued.emplace_back(platform::OpenTcpSocket());
-    } while (platform::ConnectSocketWithin(queued.back().handle(), to, 200));
+    } while (platform::ConnectWithTimeout(queued.back().handle(), to, 200));
     const platform::CSocket socket(platform::OpenTcpSocket());
     bool connected = false;
     Interrupt([&] { connected = platform::ConnectSocket(socket.handle(), to); },

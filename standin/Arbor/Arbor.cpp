@@ -49,7 +49,7 @@ bool CNodeConnection::Connect(const char* address) {
     socket.Reset(platform::OpenTcpSocket());
     const auto limit = static_cast<std::uint32_t>(callLimit.count());
     return socket.valid() &&
-           platform::ConnectSocketWithin(
+           platform::ConnectWithTimeout(
                socket.handle(), platform::MakeSocketAddress(*numeric, nodeTreePort), limit) &&
            platform::SetSendTimeout(socket.handle(), limit);
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr char serviceType[] = "_koru-ircam._tcp.local";
 constexpr std::int32_t browseArgument = 100;
 
-/// What the browse fills; lives for the length of one `FindCaptureDevices`.
+/// The context of a browse; lives as long as one call of `FindCaptureDevices`.
 struct SBrowseContext {
     TArray<SCaptureDevice>* devices;
     CMutex lock;  // the callbacks may come on any thread
@@ -31,7 +31,7 @@ class CMutexGuard {
     CMutex& mutex;
 };
 
-/// The first name seen for an address wins.
+/// The first name announced for an address wins.
 void OnCameraFound(std::uint32_t address, const char* name, void* browseContext) {
     auto& context = *static_cast<SBrowseContext*>(browseContext);
     const CMutexGuard guard(context.lock);
@@ -41,11 +41,11 @@ void OnCameraFound(std::uint32_t address, const char* name, void* browseContext)
     try {
         context.devices->append(SCaptureDevice{address, name});
     } catch (const std::bad_alloc&) {
-        context.outOfMemory = true;  // nothing may be thrown through the library that calls this
+        context.outOfMemory = true;  // no exception may pass through the library that calls this
     }
 }
 
-/// A connection for the length of a probe.
+/// The connection of one probe.
 class CProbeConnection {
    public:
     explicit CProbeConnection(const CString& address) {
@@ -64,7 +64,7 @@ class CProbeConnection {
     bool made = false;
 };
 
-/// A text of the node tree, which goes back to it with the scope.
+/// A text that the node tree library owns; freed at the end of the scope.
 struct SNodeText {
     char* text = nullptr;
     bool read = false;
@@ -94,7 +94,7 @@ void LogDetails(ArbHandle connection, const CString& address) {
         segment.c_str());
 }
 
-/// What a camera's node tree says against streaming from it: the log line, or null for nothing.
+/// Returns the log line that says why the node tree rules the camera out, or null when it does not.
 const char* ReasonToSkip(ArbHandle connection) {
     constexpr char streamingEnabled[] = ".rtp.caps.config.rtsp.streaming.enabled";
     if (arbVerify(connection, ".gcam") == 0) {
@@ -103,14 +103,14 @@ const char* ReasonToSkip(ArbHandle connection) {
     if (arbVerify(connection, ".rtp") != 0) {
         return "KORURTSP::FindCaptureDevices(%s): .rtp tree not found, skipping.";
     }
-    // Cameras older than the switch have no such node and always stream.
+    // Cameras without this node can always stream.
     if (arbVerify(connection, streamingEnabled) != 0) return nullptr;
     std::uint8_t enabled = 0;
     if (arbGetBool(connection, streamingEnabled, &enabled) == 0 && enabled != 0) return nullptr;
     return "KORURTSP::FindCaptureDevices(%s): rtsp streaming not enabled, skipping.";
 }
 
-/// The probe of one camera: true when it is to be dropped.
+/// Probes one camera. Returns true when it is to be dropped.
 bool ShouldSkipCaptureDevice(const SCaptureDevice& device, bool logDetails) {
     const CString address = AddressText(device.address);
     CLog& log = logger();
