@@ -172,55 +172,6 @@ bool CMutex::Acquire(std::uint32_t timeout) {
 void CMutex::Release() { static_cast<std::timed_mutex*>(state)->unlock(); }
 
 namespace {
-
-// The lock is one word: whether a writer holds it, whether somebody waits for it, and, in steps of
-// `oneReader`, how many readers hold it. Unless threads meet, taking it is one atomic operation and
-// giving it back another one.
-using LockWord = std::atomic_ref<std::uintptr_t>;
-constexpr std::uintptr_t oneWriter = 1;
-constexpr std::uintptr_t awaited = 2;
-constexpr std::uintptr_t oneReader = 4;
-
-/// Adds `holder` to the word as soon as it has none of the bits that `barred` says.
-void WaitAndHold(LockWord word, std::uintptr_t holder, std::uintptr_t barred) {
-    std::uintptr_t seen = word.load(std::memory_order_relaxed);
-    for (;;) {
-        if ((seen & barred) == 0) {
-            if (word.compare_exchange_weak(seen, seen + holder, std::memory_order_acquire)) return;
-        } else if ((seen & awaited) != 0 || word.compare_exchange_weak(seen, seen | awaited)) {
-            word.wait(seen | awaited);
-            seen = word.load(std::memory_order_relaxed);
-        }
-    }
-}
-
-void Hold(std::uintptr_t& state, std::uintptr_t holder, std::uintptr_t barred) {
-    std::uintptr_t free = 0;
-    const LockWord word(state);
-    if (!word.compare_exchange_strong(free, holder, std::memory_order_acquire)) {
-        WaitAndHold(word, holder, barred);
-    }
-}
-
-}  // namespace
-
-CSRWLock::CSRWLock() : state(0) {}
-CSRWLock::~CSRWLock() = default;
-// A reader lets those go first who wait already, or readers in turn could keep a writer out.
-void CSRWLock::ReadLock() { Hold(state, oneReader, oneWriter | awaited); }
-void CSRWLock::WriteLock() { Hold(state, oneWriter, ~awaited); }
-void CSRWLock::ReadUnlock() {
-    const LockWord word(state);
-    std::uintptr_t left = word.fetch_sub(oneReader) - oneReader;
-    // The last reader wakes whoever waits, unless somebody has the lock again and will do it.
-    if (left == awaited && word.compare_exchange_strong(left, 0)) word.notify_all();
-}
-void CSRWLock::WriteUnlock() {
-    const LockWord word(state);
-    if ((word.exchange(0) & awaited) != 0) word.notify_all();
-}
-
-namespace {
 std::int64_t Now() noexcept {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
