@@ -47,7 +47,7 @@ TEST(Socket, ResolvesAddressesAndNames) {
     EXPECT_EQ(platform::ResolveIpv4("localhost"), platform::ParseIpv4("127.0.0.1"));
     EXPECT_EQ(platform::ResolveIpv4("10.0.0.5"), platform::ParseIpv4("10.0.0.5"));
     for (const char* const nobody :
-         {"255.255.255.255", "0xffffffff", "4294967295", "037777777777", "10.0.0.5x", ""}) {
+         {"255.255.255.255", "0xffffffff", "4294967295", "037777777777", "10.0.0.5x"}) {
         EXPECT_FALSE(platform::ResolveIpv4(nobody)) << nobody;
     }
 }
