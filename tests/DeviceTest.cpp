@@ -17,8 +17,6 @@ using namespace qmx::cam;
 using namespace test;
 
 const std::string session = setUp;
-const std::string jpegBody = "v=0\nm=video 0 RTP/AVP 26\na=rtpmap:26 JPEG/9\na=framesize:26 8-6\n";
-
 std::string NotFound(unsigned cseq) {
     return "RTSP/1.0 404 Not Found\r\nCSeq: " + std::to_string(cseq) + "\r\n\r\n";
 }
@@ -208,12 +206,6 @@ TEST(Device, StartsStopsAndStartsAgain) {
     EXPECT_TRUE(peer.Requests()[10].starts_with("SETUP rtsp://127.0.0.1:554/sid=96 "));
 }
 
-bool Pause(IDevice& device, bool paused) {
-    CVariant value;
-    value = paused;
-    return device.properties.set("/Paused", value);
-}
-
 const std::string notStarted = "CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.\n";
 const std::string noSetup = "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n";
 
@@ -232,7 +224,7 @@ TEST(Device, StreamsAgainAfterACloseWhilePaused) {
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
     device->SetFormat(640, 480, priv::pixelTypeRaw);
     ASSERT_TRUE(start());
-    EXPECT_TRUE(Pause(*device, true));
+    EXPECT_TRUE(Set(*device, "/Paused", true));
     EXPECT_FALSE(device->StopContinuous() || device->Suspend());
     EXPECT_TRUE(device->IsSuspended());
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Resume() || start()); }), notStarted);
@@ -264,13 +256,13 @@ TEST(Device, APausedSessionMayOutliveAClose) {
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
     device->SetFormat(640, 480, priv::pixelTypeRaw);
     ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
-    EXPECT_TRUE(Pause(*device, true));
+    EXPECT_TRUE(Set(*device, "/Paused", true));
     device->Close();
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    EXPECT_TRUE(Pause(*device, false));
+    EXPECT_TRUE(Set(*device, "/Paused", false));
     EXPECT_EQ(LogOf(refused), notStarted);
     EXPECT_EQ(test::ThreadCount(), threads + 3) << "it plays, and nothing has changed";
-    EXPECT_TRUE(Pause(*device, true));
+    EXPECT_TRUE(Set(*device, "/Paused", true));
     EXPECT_EQ(LogOf(refused), noSetup);
     EXPECT_TRUE(test::WaitFor([&] { return test::ThreadCount() == threads; }));
     device->Close();

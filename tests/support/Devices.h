@@ -1,7 +1,10 @@
 /// Devices and descriptions as the device tests need them.
 #pragma once
 
+#include <type_traits>
+
 #include "KORURTSPInterface.h"
+#include "ScriptedPeer.h"
 #include "qmxcam.h"
 
 namespace test {
@@ -16,6 +19,26 @@ inline qmx::cam::SDeviceInfo Camera(const char* address = "127.0.0.1") {
     return info;
 }
 
+/// Sets a property to a bool or to a number.
+bool Set(qmx::cam::IDevice& device, const char* property, auto value) {
+    qmx::CVariant variant;
+    variant = std::conditional_t<std::is_same_v<decltype(value), bool>, bool, double>(value);
+    return device.properties.set(property, variant);
+}
+
+/// Returns a property as text, or "failed".
+inline std::string Get(const qmx::cam::IDevice& device, const char* property) {
+    qmx::CVariant value;
+    return device.properties.get(property, value) ? value.ToString().c_str() : "failed";
+}
+
+/// Returns the URL path that one of the requests to a camera named.
+inline std::string UrlPath(const CScriptedPeer& camera, std::size_t request) {
+    const std::string text = camera.Requests().at(request);
+    const std::size_t begin = text.find(":554") + 4;
+    return text.substr(begin, text.find(' ', begin) - begin);
+}
+
 inline void Ignore(void*, const std::uint8_t*, std::uint32_t) {}
 
 constexpr std::uint32_t treeAndStreams = 3;
@@ -27,7 +50,15 @@ inline const char* const rawBody =
     "v=0\nm=video 0 RTP/AVP 96 97\na=rtpmap:96 ZRAW/90000\na=framesize:96 640-480\n"
     "a=rtpmap:97 ZRAW/90000\na=framesize:97 320-240\n";
 inline const char* const mjlsBody =
-    "v=0\nm=video 0 RTP/AVP 96\na=rtpmap:96 MJLS/9\na=framesize:96 8-6\n";
+    "v=0\nm=video 0 RTP/AVP 96 97\na=rtpmap:96 MJLS/9\na=rtpmap:97 MJLX\na=framesize:8-6\n";
+inline const char* const jpegBody =
+    "v=0\nm=video 0 RTP/AVP 26 27\na=rtpmap:26 JPEG/9\na=rtpmap:27 JPEX\na=framesize:8-6\n";
 inline const char* const setUp = "Session: s\r\nTransport: server_port=7000-7001\r\n";
+
+// What a raw camera answers to an opening, a start and a stop, and a JPEG-LS camera to an opening.
+inline const Answers opening = {Ok(), Description(rawBody)};
+inline const Answers starting = {Ok(setUp), Ok("Session: s\r\n")};
+inline const Answers stopping = {Ok(), Ok()};
+inline const Answers openingMjls = {Ok(), Refusal(), Description(mjlsBody), Refusal()};
 
 }  // namespace test

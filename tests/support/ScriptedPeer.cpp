@@ -2,18 +2,48 @@
 
 #include <utility>
 
+#include "Resources.h"
 #include "Sockets.h"
 
 namespace test {
+namespace {
 
-std::string Ok(unsigned cseq, const std::string& headers, const std::string& body) {
-    std::string answer = "RTSP/1.0 200 OK\r\nCSeq: " + std::to_string(cseq) + "\r\n" + headers;
+constexpr char sdp[] = "Content-Type: application/sdp\r\n";
+
+/// The answer with the sequence number of the request in the place that is kept for it.
+std::string Numbered(std::string answer, const std::string& request) {
+    const std::size_t place = answer.find(sameCSeq);
+    if (place == std::string::npos) return answer;
+    const std::size_t number = request.find("CSeq: ");
+    const std::size_t end = request.find("\r\n", number);
+    return answer.replace(place, sameCSeq.size() - 2, request.substr(number, end - number));
+}
+
+}  // namespace
+
+std::string Ok(const std::string& headers, const std::string& body) {
+    std::string answer = "RTSP/1.0 200 OK\r\n" + sameCSeq + headers;
     if (!body.empty()) answer += "Content-Length: " + std::to_string(body.size()) + "\r\n";
     return answer + "\r\n" + body;
 }
 
-std::string Description(unsigned cseq, const std::string& body) {
-    return Ok(cseq, "Content-Type: application/sdp\r\n", body);
+std::string Ok(unsigned cseq, const std::string& headers, const std::string& body) {
+    return Numbered(Ok(headers, body), "CSeq: " + std::to_string(cseq) + "\r\n");
+}
+
+std::string Description(const std::string& body) { return Ok(sdp, body); }
+std::string Description(unsigned cseq, const std::string& body) { return Ok(cseq, sdp, body); }
+
+Answers Joined(Answers first, const Answers& second, const Answers& third, const Answers& fourth) {
+    for (const Answers* const next : {&second, &third, &fourth}) {
+        first.insert(first.end(), next->begin(), next->end());
+    }
+    return first;
+}
+
+std::size_t ThreadsWithoutPeers() {
+    static const std::size_t threads = ThreadCount();
+    return threads;
 }
 
 void CJournal::Add(const std::string& request) {
@@ -32,6 +62,7 @@ CScriptedPeer::CScriptedPeer(std::vector<std::string> answers, const char* addre
       end(std::move(requestEnd)),
       listener(Listen(address, port)),
       localPort(platform::LocalPort(listener.handle()).value()) {
+    (void)ThreadsWithoutPeers();
     thread = std::thread([this] { Run(); });
 }
 
@@ -40,7 +71,7 @@ CScriptedPeer::~CScriptedPeer() {
     thread.join();
 }
 
-std::string CScriptedPeer::Methods() const {
+std::string CJournal::Methods() const {
     std::string methods;
     for (const std::string& request : Requests()) {
         methods += (methods.empty() ? "" : " ") + request.substr(0, request.find(' '));
@@ -76,8 +107,9 @@ void CScriptedPeer::ServeConnection(const platform::CSocket& connection) {
         if (!request.ends_with(end)) continue;
         own.Add(request);
         if (CJournal* const shared = journal) shared->Add(request);
+        const std::string answer =
+            next < script.size() ? Numbered(script[next++], request) : closeConnection;
         request.clear();
-        const std::string answer = next < script.size() ? script[next++] : closeConnection;
         const bool closing = answer.ends_with(closeConnection);
         const std::size_t size = answer.size() - (closing ? closeConnection.size() : 0);
         if (answer != staySilent) (void)platform::Send(connection.handle(), answer.data(), size);
