@@ -2,30 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "support/ScriptedPeer.h"
 
 namespace {
 
 using namespace qmx::cam;
-using test::closeConnection;
-using test::CScriptedPeer;
-using test::Ok;
+using namespace test;
 
 const std::string session = "Session: 42;timeout=60\r\n";
 const std::string transport =
     "Transport: RTP/AVP;unicast;client_port=1-2;server_port=6970-6971\r\n";
+const std::string played = "Session: 42\r\n";
 
-std::string Url(const CScriptedPeer& peer, const char* path) {
-    return "rtsp://127.0.0.1:" + std::to_string(peer.port()) + path + " RTSP/1.0\r\n";
+std::string Url(const CScriptedPeer& peer, const char* path, const char* host = "127.0.0.1") {
+    return "rtsp://" + std::string(host) + ":" + std::to_string(peer.port()) + path +
+           " RTSP/1.0\r\n";
 }
 
 // Every byte that the client ever says, in one life.
 TEST(RtspClient, SpeaksItsLifeByteForByte) {
-    CScriptedPeer peer({Ok(0, "Server: cam\r\n"),
-                        Ok(1, "Content-Type: application/sdp\r\n", "v=0\nm=a 0 RTP/AVP 9\n"),
-                        Ok(2, session + transport), Ok(3, "Session: 42\r\n"), Ok(4),
-                        Ok(5, "Session: 42\r\n"), Ok(6), Ok(7), Ok(0), Ok(1, session + transport),
-                        Ok(2)});
+    const std::string portsKept = session + "Transport: RTP/AVP\r\n";
+    CScriptedPeer peer({Ok("Server: cam\r\n"), Description("v=0\nm=a 0 RTP/AVP 9\n"),
+                        Ok(session + transport), Ok(played), Ok(), Ok(played), Ok(), Ok(), Ok(),
+                        Ok(portsKept), Ok()});
     {
         CRtspClient client;
         ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()));
@@ -47,9 +48,11 @@ TEST(RtspClient, SpeaksItsLifeByteForByte) {
         EXPECT_FALSE(client.IsPlaying() || client.IsSetUp());
         client.Close();
         client.Close();
-        ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()));
+        ASSERT_TRUE(client.Connect("127.1", peer.port()));  // goes into the URLs as it is
         EXPECT_EQ(client.GetServerName(), "");
         EXPECT_TRUE(client.Setup("/sid=96", 1, 2));
+        EXPECT_EQ(client.GetServerRtcpPort(), 6971);
+        EXPECT_EQ(client.GetClientRtcpPort(), 2);
     }
     const std::string id = "Session: 42\r\n\r\n";
     const auto sessionRequest = [&](const char* method, const char* path, const char* cseq) {
@@ -66,67 +69,26 @@ TEST(RtspClient, SpeaksItsLifeByteForByte) {
         sessionRequest("PAUSE", "/mjpg", "6"),
         sessionRequest("TEARDOWN", "/mjpg", "7"),
         "OPTIONS * RTSP/1.0\r\nCSeq: 0\r\n\r\n",
-        "SETUP " + Url(peer, "/sid=96") +
+        "SETUP " + Url(peer, "/sid=96", "127.1") +
             "CSeq: 1\r\nTransport: RTP/AVP;unicast;client_port=1-2\r\n\r\n",
-        sessionRequest("TEARDOWN", "/sid=96", "2"),
+        "TEARDOWN " + Url(peer, "/sid=96", "127.1") + "CSeq: 2\r\n" + id,
     };
     EXPECT_EQ(peer.Requests(), expected);
 }
-
-TEST(RtspClient, ConnectsOnlyToWhatAnswersOptions) {
-    const std::pair<const char*, std::string> refusals[] = {
-        {"closes", closeConnection},
-        {"another status", "RTSP/1.0 201 Created\r\nCSeq: 0\r\n\r\n"},
-        {"no sequence number", "RTSP/1.0 200 OK\r\n\r\n"},
-        {"another number", Ok(1)},
-        {"garbage", "HTTP/1.1 200 OK\r\n\r\n"},
-        {"a lie about its length", Ok(0, "Content-Length: 99999\r\n")},
-    };
-    for (const auto& [name, answer] : refusals) {
-        SCOPED_TRACE(name);
-        CScriptedPeer peer({answer, Ok(0)});
-        CRtspClient client;
-        EXPECT_FALSE(client.Connect("127.0.0.1", peer.port()));
-        EXPECT_FALSE(client.Describe("/").IsValid());
-        EXPECT_TRUE(client.Connect("127.0.0.1", peer.port()));
-        EXPECT_EQ(peer.Methods(), "OPTIONS OPTIONS");
-    }
-}
-
-TEST(RtspClient, TakesOnlyDescriptions) {
-    const std::string body = "v=0\nm=a 0 RTP/AVP 9\n";
-    const std::pair<std::string, bool> cases[] = {
-        {test::Description(1, body), true},
-        {test::Description(2, body), false},
-        {Ok(1, "", body), false},
-        {Ok(1, "Content-Type: application/sdp;charset=utf-8\r\n", body), false},
-        {Ok(1, "Content-Type: application/sdp\r\n"), false},
-        {"RTSP/1.0 404 Not Found\r\nCSeq: 1\r\n\r\n", false},
-    };
-    for (const auto& [answer, valid] : cases) {
-        CScriptedPeer peer({Ok(0), answer, test::Description(2, body)});
-        CRtspClient client;
-        ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()));
-        EXPECT_EQ(client.Describe("/").IsValid(), valid) << answer;
-        EXPECT_TRUE(client.Describe("/").IsValid()) << "the connection is still in step";
-    }
-}
-
-struct SSetupCase {
-    const char* name;
-    std::string headers;
-    bool works;
-    std::uint16_t rtpPort;
-    std::uint16_t rtcpPort;
-    std::string playSession;  // what the PLAY request names
-};
 
 TEST(RtspClient, ReadsSessionAndPorts) {
     const auto ports = [](const std::string& text) {
         return "Session: a\r\nTransport: RTP/AVP;" + text + "\r\n";
     };
-    const SSetupCase cases[] = {
-        {"a pair", ports("server_port=10-20;mode=play"), true, 10, 20, "a"},
+    const struct {
+        const char* name;
+        std::string headers;
+        bool works;
+        std::uint16_t rtpPort;
+        std::uint16_t rtcpPort;
+        std::string playSession;  // what the PLAY request names
+    } cases[] = {
+        {"a pair", ports("server_port=10-20-30;mode=play"), true, 10, 20, "a"},
         {"one port", ports("server_port=10"), true, 10, 11, "a"},
         {"the last one wins", ports("server_port=1-2;;server_port=3-4"), true, 3, 4, "a"},
         {"low 16 bits", ports("server_port=65546-65557"), true, 10, 21, "a"},
@@ -134,15 +96,16 @@ TEST(RtspClient, ReadsSessionAndPorts) {
         {"a blank hides it", ports(" server_port=10-11"), false, 0, 0, ""},
         {"the last port", ports("server_port=65535"), false, 65535, 0, ""},
         {"no number", ports("server_port="), false, 0, 1, ""},
+        {"signs and blanks", ports("server_port=+10-\t 20"), true, 10, 20, "a"},
         {"a wrapped zero", ports("server_port=10-65536"), false, 10, 0, ""},
         {"no server port", ports("unicast"), false, 0, 0, ""},
         {"no session", "Transport: server_port=1-2\r\n", false, 0, 0, ""},
         {"no transport", "Session: a\r\n", false, 0, 0, ""},
         {"an empty id", "Session: ;timeout=1\r\nTransport: server_port=1-2\r\n", true, 1, 2, ""},
     };
-    for (const SSetupCase& row : cases) {
+    for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        CScriptedPeer peer({Ok(0), Ok(1, row.headers), closeConnection});
+        CScriptedPeer peer({Ok(), Ok(row.headers), closeConnection});
         CRtspClient client;
         ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()));
         EXPECT_EQ(client.Setup("/sid=1", 1, 2), row.works);
@@ -158,25 +121,76 @@ TEST(RtspClient, ReadsSessionAndPorts) {
     }
 }
 
-// What stands after each failure decides what a later stop, close and start can do.
-TEST(RtspClient, FlagsMoveOnlyOnSuccess) {
-    const std::string refused = "RTSP/1.0 500 No\r\nCSeq: 3\r\n\r\n";
-    // PAUSE refused: no TEARDOWN, and the flags outlive the connection.
-    CScriptedPeer peer({Ok(0), Ok(1, session + transport), Ok(2, "Session: 42\r\n"), refused,
-                        refused, Ok(0), refused, Ok(2), Ok(3), Ok(4, session + transport)});
+// Each request is refused in several ways. Each time the state stays as it was, and the request
+// succeeds when it is repeated. One response contains what all the requests need.
+TEST(RtspClient, OnlyASuccessChangesTheState) {
+    const std::string body = "v=0\nm=a 0 RTP/AVP 9\n";
+    const std::string rest = played + transport + "Content-Type: application/sdp\r\n" +
+                             "Content-Length: 20\r\n\r\n" + body;
+    const std::string success = "RTSP/1.0 200 OK\r\n" + sameCSeq + rest;
+    const Answers refusals = {"RTSP/1.0 500 No\r\n" + sameCSeq + rest,
+                              "RTSP/1.0 201 OK\r\n" + sameCSeq + rest, "RTSP/1.0 200 OK\r\n" + rest,
+                              "RTSP/1.0 200 OK\r\nCSeq: 99\r\n" + rest};
+    std::uint16_t port = 0;
+    const struct {
+        std::function<bool(CRtspClient&)> send;
+        Answers moreRefusals;
+    } requests[] = {
+        {[&](CRtspClient& client) { return client.Connect("127.0.0.1", port); },
+         {closeConnection, "HTTP/1.1 200 OK\r\n\r\n", Ok("Content-Length: 99999\r\n")}},
+        {[](CRtspClient& client) { return client.Describe("/").IsValid(); },
+         {Ok("", body), Ok("Content-Type: application/sdp;charset=utf-8\r\n", body),
+          Ok("Content-Type: application/sdp\r\n")}},
+        {[](CRtspClient& client) { return client.Setup("/", 1, 2); }, {Ok(played), Ok(transport)}},
+        {&CRtspClient::Play,
+         {Ok(), Ok("session: 42\r\n"), Ok("Session: 4\r\n"), Ok("Session: 42;x\r\n")}},
+        {&CRtspClient::Pause, {}},
+        {&CRtspClient::Teardown, {}},
+    };
+    constexpr std::size_t setup = 2;
+    for (std::size_t refused = 0; refused < std::size(requests); ++refused) {
+        for (const std::string& refusal : Joined(refusals, requests[refused].moreRefusals)) {
+            SCOPED_TRACE("request " + std::to_string(refused) + ", " + refusal);
+            Answers answers(std::size(requests), success);
+            answers.insert(answers.begin() + static_cast<int>(refused), refusal);
+            CScriptedPeer peer(answers);
+            port = peer.port();
+            CRtspClient client;
+            EXPECT_FALSE(client.Connect("127.0.0.2", port)) << "nobody listens there";
+            for (std::size_t i = 0; i < refused; ++i) EXPECT_TRUE(requests[i].send(client));
+            EXPECT_FALSE(requests[refused].send(client));
+            EXPECT_FALSE(refused == 0 && requests[setup].send(client));
+            EXPECT_EQ(client.IsSetUp(), refused > setup);
+            EXPECT_EQ(client.IsPlaying(), refused == setup + 2);
+            for (std::size_t i = refused; i < std::size(requests); ++i)
+                EXPECT_TRUE(requests[i].send(client));
+            EXPECT_FALSE(client.IsSetUp() || client.IsPlaying());
+            const std::string last = peer.Requests().back();
+            EXPECT_NE(last.find(refused == 0 ? "CSeq: 5\r\n" : "CSeq: 6\r\n"), last.npos);
+        }
+    }
+}
+
+// A session that the camera did not end outlives the connection, and prevents another one until it
+// has been ended on a later connection.
+TEST(RtspClient, ASessionLeftOverIsEndedLater) {
+    const std::string no = Refusal("500 No");
+    const Answers playing = {Ok("Server: a\r\n"), Ok(session + transport), Ok(played)};
+    CScriptedPeer peer(Joined(playing, {no, no, no, Ok(), no, Ok(), no, Ok()}, {playing[1]}));
+    const auto connect = [&](CRtspClient& to) { return to.Connect("127.0.0.1", peer.port()); };
     CRtspClient client;
-    ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()) && client.Setup("/", 1, 2));
-    ASSERT_TRUE(client.Play());
+    ASSERT_TRUE(connect(client) && client.Setup("/", 1, 2) && client.Play());
     EXPECT_FALSE(client.Teardown());
-    EXPECT_TRUE(client.IsPlaying() && client.IsSetUp());
     client.Close();
     EXPECT_TRUE(client.IsPlaying() && client.IsSetUp());
-    ASSERT_TRUE(client.Connect("127.0.0.1", peer.port()));
-    EXPECT_FALSE(client.Setup("/", 1, 2));
-    EXPECT_FALSE(client.Pause());
-    EXPECT_TRUE(client.Teardown());
-    EXPECT_TRUE(client.Setup("/", 1, 2));
-    EXPECT_EQ(peer.Methods(), "OPTIONS SETUP PLAY PAUSE PAUSE OPTIONS PAUSE PAUSE TEARDOWN SETUP");
+    EXPECT_FALSE(connect(client));
+    EXPECT_TRUE(!client.IsPlaying() && client.IsSetUp() && client.GetServerName() == "a");
+    ASSERT_TRUE(connect(client));
+    EXPECT_FALSE(client.Setup("/", 1, 2) || client.Teardown());
+    EXPECT_TRUE(client.Teardown() && client.Setup("/", 1, 2));
+    EXPECT_EQ(peer.Methods(),
+              "OPTIONS SETUP PLAY PAUSE PAUSE OPTIONS PAUSE TEARDOWN OPTIONS TEARDOWN TEARDOWN "
+              "SETUP");
 }
 
 }  // namespace

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+
+#include "support/Resources.h"
 #include "support/Sockets.h"
 
 namespace {
@@ -53,6 +57,7 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
         {ok + "A:\t\r\n\r\n", 200, "A=\t;", "", ""},
         // Bodies.
         {size + "4\r\n\r\nbodynext", 200, "Content-Length=4;", "body", "next"},
+        {"RTSP/1.0 404 No\r\nContent-Length: 1\r\n\r\nbn", 404, "Content-Length=1;", "b", "n"},
         {size + "0\r\n\r\nn", 200, "Content-Length=0;", "", "n"},
         {size + "x\r\n\r\nn", 200, "Content-Length=x;", "", "n"},
         {size + "32768\r\n\r\n" + full, 200, "Content-Length=32768;", full, ""},
@@ -74,6 +79,7 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
         {"RTSP/1.0 20\r\n\r\n", -1, "", "", "\r\n"},
         {"RTSP/2.0 200 OK\r\n\r\n", -1, "", "", "\r\n"},
         {"RTSP/1.0 2x0 OK\r\n\r\n", -1, "", "", "\r\n"},
+        {"RTSP/1.0 20x OK\r\n\r\n", -1, "", "", "\r\n"},
         // The longest line, one longer, and connections that end.
         {ok + Line(8191) + "\r\n\r\n", 200, "X=" + std::string(8189, 'y') + ";", "", ""},
         {ok + Line(8192) + "\r\n\r\n", -1, "", "", "\r\n\r\n"},
@@ -92,6 +98,23 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
         EXPECT_EQ(body, row.body);
         EXPECT_EQ(connection.Rest(), row.rest);
     }
+}
+
+// A body that arrives in two pieces makes the response fail. The second piece is sent after the
+// first one has been received, and after the receive has had time to return.
+TEST(RtspResponse, TakesABodyOnlyInOnePiece) {
+    SConnection connection;
+    connection.Write("RTSP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nbo");
+    ASSERT_TRUE(test::Readable(connection.ends.first, 20000));
+    CRtspHeaders headers;
+    std::string body;
+    auto status = std::async(std::launch::async,
+                             [&] { return ReadResponse(connection.handle(), headers, body); });
+    EXPECT_TRUE(test::WaitFor([&] { return !test::Readable(connection.ends.first, 0); }));
+    status.wait_for(std::chrono::milliseconds(50));
+    connection.Write("dy");
+    EXPECT_EQ(status.get(), -1);
+    EXPECT_EQ(body + "," + connection.Rest(), "bo,dy");
 }
 
 }  // namespace
