@@ -40,15 +40,15 @@ TEST(DeviceProperties, RateOfARawCameraLivesInItsNodeTree) {
     CJournal journal;
     CScriptedPeer tree({"OK double 25\n", "OK\n", "ERROR no\n", "OK string x\n", "OK\n"},
                        "127.0.0.1", treePort, "\n");
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer camera({Ok(0), Description(1, rawBody), Ok(2, setUp), Ok(3, play), Ok(4),
-                          Ok(5, play), Ok(6), Ok(7, play), Ok(8)},
+    const Answers pauseAndPlay = {Ok(), starting.back()};
+    CScriptedPeer camera(Joined(Joined(opening, starting), pauseAndPlay, pauseAndPlay, {Ok()}),
                          "127.0.0.1", rtspPort);
     tree.WriteTo(journal);
     camera.WriteTo(journal);
     const TSharedPtr<IDevice> device = MakeDevice();
     ASSERT_TRUE(device->Open(Camera(), treeAndStreams));
     device->SetFormat(640, 480, priv::pixelTypeRaw);
+    EXPECT_TRUE(Set(*device, "/UseInitialFrameRate", true));
     ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
     EXPECT_EQ(Get(*device, "/FrameRate"), "25");
     EXPECT_TRUE(Set(*device, "/FrameRate", 12.5));
@@ -62,19 +62,19 @@ TEST(DeviceProperties, RateOfARawCameraLivesInItsNodeTree) {
     EXPECT_EQ(journal.Methods(),
               "OPTIONS DESCRIBE SETUP PLAY GET PAUSE SET PLAY PAUSE SET PLAY GET PAUSE SET");
     EXPECT_EQ(tree.Requests()[1], "SET .rtp.frequency double 12.5\n");
-}
 
-const std::string missing = "RTSP/1.0 404 Not Found\r\nCSeq: 1\r\n\r\n";
-const std::string noJpeg = "RTSP/1.0 404 Not Found\r\nCSeq: 3\r\n\r\n";
+    CScriptedPeer compressed(openingMjls, "127.0.0.2", rtspPort);
+    device->Close();
+    ASSERT_TRUE(device->Open(Camera("127.0.0.2"), streamsOnly));
+    EXPECT_TRUE(Set(*device, "/InitialFrameRate", 4.0));
+    EXPECT_EQ(Get(*device, "/FrameRate"), "4") << "no rate of the raw camera was kept";
+}
 
 // The rate is part of the setup path: a new one means a new session on a new connection, with the
 // same callback.
 TEST(DeviceProperties, RateOfACompressedCameraMeansANewSession) {
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer camera({Ok(0), missing, Description(2, mjlsBody), noJpeg,
-                          // no rate, then 7.4, then none because it is the same
-                          Ok(4, setUp), Ok(5, play), Ok(6), Ok(7),  //
-                          Ok(0), Ok(1, setUp), Ok(2, play), Ok(3), Ok(4)},
+    const Answers begun = Joined(openingMjls, starting, stopping);
+    CScriptedPeer camera(Joined(begun, {Ok()}, starting, Joined(stopping, {closeConnection})),
                          "127.0.0.1", rtspPort);
     const TSharedPtr<IDevice> device = MakeDevice();
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
@@ -91,34 +91,39 @@ TEST(DeviceProperties, RateOfACompressedCameraMeansANewSession) {
     EXPECT_TRUE(callback == Ignore && given == &context && device->IsStreaming());
     EXPECT_TRUE(Set(*device, "/UseInitialFrameRate", true));
     EXPECT_TRUE(Set(*device, "/InitialFrameRate", 3.0));
-    EXPECT_TRUE(device->StopContinuous());
+    EXPECT_EQ(Get(*device, "/FrameRate"), "7.4") << "a rate is never lost";
+    EXPECT_FALSE(Set(*device, "/FrameRate", 5.0)) << "the camera is gone";
+    EXPECT_FALSE(device->IsStreaming() || device->IsSuspended());
+    EXPECT_EQ(Get(*device, "/FrameRate"), "5");
     EXPECT_EQ(camera.Methods(),
               "OPTIONS DESCRIBE DESCRIBE DESCRIBE SETUP PLAY PAUSE TEARDOWN "
-              "OPTIONS SETUP PLAY PAUSE TEARDOWN");
+              "OPTIONS SETUP PLAY PAUSE TEARDOWN OPTIONS");
     EXPECT_EQ(UrlPath(camera, 4), "/mjls/stream=0");
     EXPECT_EQ(UrlPath(camera, 9), "/mjls/stream=0?frate=7");
     EXPECT_EQ(UrlPath(camera, 12), "/mjls");
-    EXPECT_EQ(Get(*device, "/FrameRate"), "7.4") << "a rate is never lost";
 }
 
+// The first start adopts it, even though that start fails.
 TEST(DeviceProperties, TheInitialRateBecomesTheRate) {
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer camera(
-        {Ok(0), missing, Description(2, mjlsBody), noJpeg, Ok(4, setUp), Ok(5, play), Ok(6), Ok(7)},
-        "127.0.0.1", rtspPort);
+    CScriptedPeer camera(Joined({Ok(), Refusal(), Description(mjlsBody), Description(jpegBody)},
+                                {Refusal()}, starting, {Refusal(), Ok()}),
+                         "127.0.0.1", rtspPort);
     const TSharedPtr<IDevice> device = MakeDevice();
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    device->SetFormat(8, 6, priv::pixelTypeJpegLs);
+    device->SetFormat(8, 6, priv::pixelTypeJpeg);
     Set(*device, "/InitialFrameRate", 7.5);
     Set(*device, "/UseInitialFrameRate", true);
     EXPECT_EQ(Get(*device, "/FrameRate"), "7.5");
-    ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
+    EXPECT_FALSE(device->StartContinuous(Ignore, nullptr));
     Set(*device, "/InitialFrameRate", 30.0);
     EXPECT_EQ(Get(*device, "/FrameRate"), "7.5");
-    EXPECT_TRUE(device->StopContinuous());
-    EXPECT_EQ(UrlPath(camera, 4), "/mjls/stream=0?frate=8");
-    Set(*device, "/FrameRate", 20.0);  // counts at the next start
-    EXPECT_EQ(camera.Methods(), "OPTIONS DESCRIBE DESCRIBE DESCRIBE SETUP PLAY PAUSE TEARDOWN");
+    ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
+    EXPECT_EQ(UrlPath(camera, 5), "/mjpg/stream=0?frate=8");
+    EXPECT_TRUE(Set(*device, "/Paused", true));
+    EXPECT_EQ(Get(*device, "/Paused"), "false") << "the camera refused";
+    EXPECT_TRUE(Set(*device, "/Paused", true));
+    EXPECT_TRUE(Set(*device, "/FrameRate", 20.0)) << "counts at the next start";
+    EXPECT_EQ(camera.Methods(), "OPTIONS DESCRIBE DESCRIBE DESCRIBE SETUP SETUP PLAY PAUSE PAUSE");
 }
 
 }  // namespace

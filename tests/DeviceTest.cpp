@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <cstdio>
+#include <functional>
 #include <optional>
+#include <system_error>
 
 #include "FormatSearch.h"
 #include "PixelTypes.h"
 #include "qmxcam.h"
 #include "support/Devices.h"
 #include "support/Resources.h"
+#include "support/RtpPeers.h"
 #include "support/ScriptedPeer.h"
 
 namespace {
@@ -15,11 +20,6 @@ namespace {
 using namespace qmx;
 using namespace qmx::cam;
 using namespace test;
-
-const std::string session = setUp;
-std::string NotFound(unsigned cseq) {
-    return "RTSP/1.0 404 Not Found\r\nCSeq: " + std::to_string(cseq) + "\r\n\r\n";
-}
 
 std::string Catalogue(IDevice& device) {
     TArray<IDevice::SFormat> formats;
@@ -66,119 +66,143 @@ TEST(Device, BeginsWithNothing) {
     device->GetFrameCallback(callback, context);
     EXPECT_TRUE(callback == nullptr && context == nullptr);
     device->Close();
-
-    MakeDevice();  // a second device registers the same types again
-    const TArray<SPixelType> types = RegisteredPixelTypes();
-    std::string names;
-    for (const SPixelType& type9 : types) names += type9.name.c_str() + std::string(" ");
-    EXPECT_EQ(names, "F7M0 F7M2 F7M3 UYVY YUY2 YVYU YUYV Y800 BGR8 ");
-    EXPECT_EQ(types[0].second, priv::pixelFamilyRadiometric);
-    EXPECT_EQ(types[8].byte, 3);
 }
 
+std::string Text(const SGuid& guid) {
+    const auto& [first, second, third, rest] = guid;
+    char text[40];
+    std::snprintf(text, sizeof(text), "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", first,
+                  second, third, rest[0], rest[1], rest[2], rest[3], rest[4], rest[5], rest[6],
+                  rest[7]);
+    return text;
+}
+
+TEST(Device, RegistersItsPixelTypes) {
+    const char expected[] =
+        "F7M0 44ACBC8C-03B3-4599-B784-14DAD5C4BBF8 2 3 6D4A7D67-C5FB-4DE1-9904-E56F067AB126\n"
+        "F7M2 F5143BE1-3F5C-46E8-99B7-E5BC2A0A9990 2 3 6D4A7D67-C5FB-4DE1-9904-E56F067AB126\n"
+        "F7M3 6AAAF0FA-3BCF-41A4-842E-EEE17BFA1C00 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "UYVY BB8A3D05-C4F6-4193-B198-08D9E797E886 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "YUY2 88DF0B84-7417-41CB-9B49-2F585323D620 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "YVYU BA6665B6-45C6-4F68-AD9E-2D77884776A3 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "YUYV 296020A9-9BFF-4ADD-9763-74CA3E85FC35 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "Y800 327F8ED5-4584-48C7-9FB1-E326376CD4B8 2 10 1B6BF263-9221-4B15-B247-D66E664A6170\n"
+        "BGR8 5BA4C88B-EBB4-4676-88E4-FC5C0FF6EB36 3 10 1B6BF263-9221-4B15-B247-D66E664A6170\n";
+    MakeDevice();
+    MakeDevice();  // registers the same types again
+    std::string registered;
+    for (const SPixelType& type : RegisteredPixelTypes()) {
+        registered +=
+            type.name.c_str() + (" " + Text(type.pixelType)) + " " + std::to_string(type.byte) +
+            " " + std::to_string(static_cast<int>(type.dataType)) + " " + Text(type.second) + "\n";
+    }
+    EXPECT_EQ(registered, expected);
+    EXPECT_EQ(Text(priv::pixelTypeJpegLs), "ADA2658E-40C0-4C31-9C44-7667B8169FF6");
+    EXPECT_EQ(Text(priv::pixelTypeJpeg), "BD7EEE6E-81B9-4D4D-A795-D40C99D6D91B");
+}
+
+// The descriptions of a camera decide how an opening ends. In every case another camera can be
+// opened afterwards, and only the catalogue of the first one remains.
 TEST(Device, OpensWhatACameraDescribes) {
     const std::string odd =
-        "v=0\nm=v 0 RTP/AVP 1 2\na=rtpmap:1 ZRAWx\na=rtpmap:2 ZRA\na=framesize:65537-70000\n";
-    const std::string jls = Description(2, mjlsBody);
+        "v=0\nm=v 0 RTP/AVP 1 2 3 4\na=rtpmap:1 ZRAWx\na=rtpmap:2 ZRA\na=rtpmap:3 xZRAW\n"
+        "a=rtpmap:4 zraw\na=framesize:65537-70000\n";
+    const std::string jls = Description(mjlsBody);
     const std::string noFormats = "CKORURTSPDevice::Open: Failed to get RTSP/SDP formats.\n";
     const std::string noServer =
         "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.1.\n";
-    struct {
-        std::vector<std::string> answers;
-        const char* methods;
-        const char* catalogue;
+    const struct {
+        Answers answers;
+        std::string catalogue;
         std::string log;  // empty: the device is open then
-    } const cases[] = {
-        {{Ok(0), Description(1, rawBody)}, "OPTIONS DESCRIBE", "640x480raw 320x240raw ", ""},
-        {{Ok(0), Description(1, jpegBody)}, "OPTIONS DESCRIBE", "", ""},
-        {{Ok(0), Description(1, odd)}, "OPTIONS DESCRIBE", "1x4464raw ", ""},
-        {{Ok(0), NotFound(1), jls, Description(3, jpegBody)},
-         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
-         "8x6jls 8x6jpeg ",
-         ""},
-        {{Ok(0), NotFound(1), jls, NotFound(3)},
-         "OPTIONS DESCRIBE DESCRIBE DESCRIBE",
-         "8x6jls ",
-         ""},
-        {{Ok(0), NotFound(1), NotFound(2)}, "OPTIONS DESCRIBE DESCRIBE", "", noFormats},
-        {{test::closeConnection}, "OPTIONS", "", noServer},
+    } cases[] = {
+        {opening, "640x480raw 320x240raw ", ""},
+        {{Ok(), Description(jpegBody)}, "", ""},
+        {{Ok(), Description(odd)}, "1x4464raw ", ""},
+        {{Ok(), Refusal(), jls, Description(jpegBody)}, "8x6jls 8x6jpeg ", ""},
+        {openingMjls, "8x6jls ", ""},
+        {{Ok(), Refusal(), Refusal()}, "", noFormats},
+        {{closeConnection}, "", noServer},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.answers.back());
         const bool opens = row.log.empty();
-        std::vector<std::string> answers = row.answers;
-        if (opens) answers.push_back(test::closeConnection);  // the next opening begins anew
-        CScriptedPeer peer(answers, "127.0.0.1", rtspPort);
+        CScriptedPeer peer(row.answers, "127.0.0.1", rtspPort);
+        CScriptedPeer next(opening, "127.0.0.2", rtspPort);
+        // Serves both addresses, but only after the connection before has been closed.
+        CScriptedPeer tree({"OK double 25\n"}, "0.0.0.0", treePort, "\n");
         const TSharedPtr<IDevice> device = MakeDevice();
-        EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), streamsOnly), opens); }), row.log);
-        EXPECT_EQ(device->IsOpen(), opens);
-        EXPECT_FALSE(device->IsConnected());
+        EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), treeAndStreams), opens); }),
+                  row.log);
+        EXPECT_TRUE(device->IsOpen() == opens && device->IsConnected() == opens);
         EXPECT_EQ(Catalogue(*device), row.catalogue);
-        EXPECT_EQ(peer.Methods(), row.methods);
+        EXPECT_EQ(peer.Requests().size(), row.answers.size());
+        for (std::size_t i = 1; i < row.answers.size(); ++i) {
+            EXPECT_EQ(UrlPath(peer, i), i == 1 ? "/" : i == 2 ? "/mjls" : "/mjpg");
+        }
         device->Close();
-        EXPECT_FALSE(device->IsOpen());
-        EXPECT_EQ(Catalogue(*device), row.catalogue) << "the old catalogue stays";
+        EXPECT_FALSE(device->IsOpen() || device->IsConnected() || device->GetConnection() != 0);
+        EXPECT_EQ(Catalogue(*device), row.catalogue);
+        ASSERT_TRUE(device->Open(Camera("127.0.0.2"), treeAndStreams));
+        EXPECT_EQ(Catalogue(*device), row.catalogue + "640x480raw 320x240raw ");
+        ASSERT_TRUE(device->Open(Camera("127.0.0.2"), 1)) << "replaces the connection";
+        EXPECT_EQ(Get(*device, "/FrameRate"), "25") << "the rate of a raw camera";
     }
 }
 
 TEST(Device, KeepsAnAddressUntilItIsClosed) {
-    CScriptedPeer peer({Ok(0), Description(1, rawBody), Ok(0), Description(1, rawBody)},
-                       "127.0.0.2", rtspPort);
+    CScriptedPeer peer(opening, "127.0.0.2", rtspPort);
     const TSharedPtr<IDevice> device = MakeDevice();
-    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), 0));
-    EXPECT_EQ(peer.Methods(), "");
-    EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera("127.0.0.3"), 1)); }),
+    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), 4));  // an unknown bit
+    EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera("127.0.0.3"), treeAndStreams)); }),
               "CKORURTSPDevice::Open: arbConnect(127.0.0.2) failed.\n");
-    EXPECT_TRUE(device->Open(Camera("127.0.0.3"), streamsOnly));
+    EXPECT_EQ(peer.Methods(), "") << "the node tree comes first";
+    EXPECT_TRUE(device->Open(Camera("127.0.0.3"), streamsOnly | 4));
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera(), streamsOnly)); }),
               "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.2.\n")
         << "a connected client refuses, and the device ends closed";
     EXPECT_FALSE(device->IsOpen());
-    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), streamsOnly));
-    EXPECT_EQ(Catalogue(*device), "640x480raw 320x240raw 640x480raw 320x240raw ");
 }
 
+const std::string prefix = "CKORURTSPDevice::StartContinuous: ";
+const std::string notStarted = prefix + "Failed to start RTP reciever.\n";
+const std::string noFormat = prefix + "Failed to find a suitable format.\n";
+const std::string noSetup = prefix + "RTSP session setup failed.\n";
+const std::string noPlay = prefix + "Failed to play RTSP session.\n";
+
 TEST(Device, TellsWhichStepOfAStartFailed) {
-    const std::string prefix = "CKORURTSPDevice::StartContinuous: ";
-    const std::string noFormat = prefix + "Failed to find a suitable format.\n";
-    const std::string noSetup = prefix + "RTSP session setup failed.\n";
-    const std::string noPlay = prefix + "Failed to play RTSP session.\n";
-    const std::string made = Ok(2, session);
-    struct {
-        std::vector<std::string> answers;  // from SETUP on
+    const std::string made = Ok(setUp);
+    const struct {
+        Answers answers;  // from SETUP on
         std::uint16_t width;
         std::string log;
         const char* methods;  // from SETUP on
-    } const cases[] = {
+    } cases[] = {
         {{}, 0, noFormat, ""},
-        {{NotFound(2)}, 640, noSetup, " SETUP"},
-        {{Ok(2, "Session: s\r\nTransport: RTP/AVP\r\n")}, 640, noSetup, " SETUP"},
-        {{made, NotFound(3)}, 640, noPlay, " SETUP PLAY"},
-        {{made, Ok(3, "Session: s;timeout=9\r\n")}, 640, noPlay, " SETUP PLAY"},
-        {{made, test::closeConnection}, 640, noPlay, " SETUP PLAY"},
+        {{Refusal()}, 640, noSetup, " SETUP"},
+        {{Ok("Session: s\r\nTransport: RTP/AVP\r\n")}, 640, noSetup, " SETUP"},
+        {{made, Refusal()}, 640, noPlay, " SETUP PLAY"},
+        {{made, Ok("Session: s;timeout=9\r\n")}, 640, noPlay, " SETUP PLAY"},
+        {{made, closeConnection}, 640, noPlay, " SETUP PLAY"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.log + row.methods);
-        std::vector<std::string> answers = {Ok(0), Description(1, rawBody)};
-        answers.insert(answers.end(), row.answers.begin(), row.answers.end());
-        CScriptedPeer peer(answers, "127.0.0.1", rtspPort);
+        CScriptedPeer peer(Joined(opening, row.answers), "127.0.0.1", rtspPort);
         const TSharedPtr<IDevice> device = MakeDevice();
         ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-        const std::size_t threads = test::ThreadCount();
         EXPECT_TRUE(device->SetFormat(row.width, 480, priv::pixelTypeRaw));
+        const std::size_t descriptors = DescriptorCount();
         EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->StartContinuous(Ignore, nullptr)); }), row.log);
         EXPECT_FALSE(device->IsStreaming());
-        EXPECT_EQ(test::ThreadCount(), threads);
+        EXPECT_TRUE(WaitFor([&] { return ThreadCount() == ThreadsWithoutPeers() + 1; }));
+        EXPECT_LE(DescriptorCount(), descriptors);
         EXPECT_EQ(peer.Methods(), std::string("OPTIONS DESCRIBE") + row.methods);
     }
 }
 
 TEST(Device, StartsStopsAndStartsAgain) {
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer peer(
-        {Ok(0), Description(1, rawBody), Ok(2, session), Ok(3, play), Ok(4), Ok(5), Ok(6, session),
-         Ok(7, play), Ok(8), Ok(9), Ok(10, session), Ok(11, play), Ok(12), Ok(13)},
-        "127.0.0.1", rtspPort);
+    const Answers run = Joined(starting, stopping);
+    CScriptedPeer peer(Joined(Joined(opening, run), run, run, run), "127.0.0.1", rtspPort);
     const TSharedPtr<IDevice> device = MakeDevice();
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
     device->SetFormat(400, 300, priv::pixelTypeRaw);
@@ -187,6 +211,7 @@ TEST(Device, StartsStopsAndStartsAgain) {
     EXPECT_TRUE(device->SetFormat(400, 300, priv::pixelTypeRaw)) << "no interruption";
     EXPECT_TRUE(device->IsStreaming());
     EXPECT_TRUE(device->Suspend());
+    EXPECT_TRUE(device->SetFormat(640, 300, priv::pixelTypeRaw)) << "for the next start";
     EXPECT_TRUE(device->IsSuspended() && !device->IsStreaming());
     FrameCallback callback = nullptr;
     void* given = nullptr;
@@ -194,30 +219,27 @@ TEST(Device, StartsStopsAndStartsAgain) {
     EXPECT_TRUE(callback == Ignore && given == &context);
     EXPECT_TRUE(device->Resume());
     EXPECT_FALSE(device->Resume() || device->IsSuspended());
-    EXPECT_TRUE(device->SetFormat(640, 480, priv::pixelTypeRaw));
+    device->SetFormat(640, 480, priv::pixelTypeRaw);  // the same stream, but anew
+    device->SetFormat(320, 480, priv::pixelTypeRaw);
     EXPECT_TRUE(device->IsStreaming());
-    EXPECT_TRUE(device->StopContinuous());
-    EXPECT_FALSE(device->StopContinuous() || device->IsStreaming());
-    EXPECT_FALSE(device->StartContinuous(nullptr, nullptr));
+    EXPECT_EQ(LogOf([&] { EXPECT_TRUE(device->SetFormat(320, 480, priv::pixelTypeJpeg)); }),
+              noFormat);
+    EXPECT_FALSE(device->IsStreaming() || device->IsSuspended());
+    EXPECT_FALSE(device->StopContinuous());
 
     const std::string start = " SETUP PLAY PAUSE TEARDOWN";
-    EXPECT_EQ(peer.Methods(), "OPTIONS DESCRIBE" + start + start + start);
-    EXPECT_TRUE(peer.Requests()[2].starts_with("SETUP rtsp://127.0.0.1:554/sid=97 "));
-    EXPECT_TRUE(peer.Requests()[10].starts_with("SETUP rtsp://127.0.0.1:554/sid=96 "));
+    EXPECT_EQ(peer.Methods(), "OPTIONS DESCRIBE" + start + start + start + start);
+    const char* const paths[] = {"/sid=97", "/sid=96", "/sid=96", "/sid=97"};
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(UrlPath(peer, 2 + 4 * i), paths[i]);
 }
-
-const std::string notStarted = "CKORURTSPDevice::StartContinuous: Failed to start RTP reciever.\n";
-const std::string noSetup = "CKORURTSPDevice::StartContinuous: RTSP session setup failed.\n";
 
 // Neither a stop nor a close ends the receiver of a paused device. The first start after the close
 // fails and ends what was left over; the second one streams.
 TEST(Device, StreamsAgainAfterACloseWhilePaused) {
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer peer(
-        {Ok(0), Description(1, rawBody), Ok(2, session), Ok(3, play), Ok(4), Ok(5), Ok(0),
-         Description(1, rawBody), Ok(2, session), Ok(3), Ok(4, session), Ok(5, play), Ok(6), Ok(7)},
-        "127.0.0.1", rtspPort);
-    const std::size_t threads = test::ThreadCount();
+    const Answers leftOver = Joined(opening, starting, stopping, opening);
+    CScriptedPeer peer(Joined(leftOver, {Ok(setUp), Ok()}, starting, stopping), "127.0.0.1",
+                       rtspPort);
+    const std::size_t threads = ThreadsWithoutPeers() + 1;
     const TSharedPtr<IDevice> device = MakeDevice();
     const auto start = [&] { return device->StartContinuous(Ignore, nullptr); };
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->StartContinuous(nullptr, nullptr)); }), notStarted);
@@ -231,9 +253,9 @@ TEST(Device, StreamsAgainAfterACloseWhilePaused) {
     device->Close();
     EXPECT_TRUE(device->IsStreaming() && !device->IsOpen());
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    EXPECT_EQ(test::ThreadCount(), threads + 3);
+    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads + 3; }));
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(start()); }), notStarted);
-    EXPECT_TRUE(test::WaitFor([&] { return test::ThreadCount() == threads; }));
+    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
     EXPECT_TRUE(start());
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(start()); }), notStarted);
     EXPECT_TRUE(device->StopContinuous());
@@ -245,12 +267,9 @@ TEST(Device, StreamsAgainAfterACloseWhilePaused) {
 // A camera that refuses TEARDOWN keeps the session of a paused device past a close. Where it lets
 // the session play on, that is a stream like any other; where not, a start ends the receiver.
 TEST(Device, APausedSessionMayOutliveAClose) {
-    const std::string play = "Session: s\r\n";
-    CScriptedPeer peer(
-        {Ok(0), Description(1, rawBody), Ok(2, session), Ok(3, play), Ok(4), NotFound(5), Ok(0),
-         Description(1, rawBody), Ok(2, play), Ok(3), Ok(4), Ok(5, session), Ok(6, play)},
-        "127.0.0.1", rtspPort);
-    const std::size_t threads = test::ThreadCount();
+    const Answers kept = Joined(opening, starting, {Ok(), Refusal()}, opening);
+    CScriptedPeer peer(Joined(kept, {starting.back()}, stopping, starting), "127.0.0.1", rtspPort);
+    const std::size_t threads = ThreadsWithoutPeers() + 1;
     const TSharedPtr<IDevice> device = MakeDevice();
     const auto refused = [&] { EXPECT_FALSE(device->StartContinuous(Ignore, nullptr)); };
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
@@ -261,13 +280,48 @@ TEST(Device, APausedSessionMayOutliveAClose) {
     ASSERT_TRUE(device->Open(Camera(), streamsOnly));
     EXPECT_TRUE(Set(*device, "/Paused", false));
     EXPECT_EQ(LogOf(refused), notStarted);
-    EXPECT_EQ(test::ThreadCount(), threads + 3) << "it plays, and nothing has changed";
+    EXPECT_EQ(ThreadCount(), threads + 3) << "it plays, and nothing has changed";
     EXPECT_TRUE(Set(*device, "/Paused", true));
     EXPECT_EQ(LogOf(refused), noSetup);
-    EXPECT_TRUE(test::WaitFor([&] { return test::ThreadCount() == threads; }));
+    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
     device->Close();
     EXPECT_EQ(peer.Methods(),
               "OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE PLAY PAUSE TEARDOWN");
+}
+
+// A stop from the frame callback would wait for its own thread. Each operation that stops the
+// stream throws there, before it has changed the device or sent anything to the camera.
+TEST(Device, ACallbackMayTryToStopInVain) {
+    const CUdpPeer camera;
+    const std::string ports = "Transport: server_port=1-" + std::to_string(camera.port()) + "\r\n";
+    CScriptedPeer peer(Joined(openingMjls, {Ok("Session: s\r\n" + ports), starting[1]}, stopping),
+                       "127.0.0.1", rtspPort);
+    struct SHost {
+        TSharedPtr<IDevice> device = MakeDevice();
+        std::atomic<bool> done{false};
+    } host;
+    const auto callback = [](void* context, const std::uint8_t*, std::uint32_t) {
+        auto& self = *static_cast<SHost*>(context);
+        const std::function<void()> calls[] = {
+            [&] { self.device->StopContinuous(); }, [&] { self.device->Suspend(); },
+            [&] { self.device->SetFormat(1, 1, priv::pixelTypeJpeg); },
+            [&] { Set(*self.device, "/FrameRate", 5.0); }, [&] { self.device->Close(); }};
+        for (const auto& call : calls) EXPECT_THROW(call(), std::system_error);
+        self.done = true;
+    };
+    IDevice& device = *host.device;
+    ASSERT_TRUE(device.Open(Camera(), streamsOnly));
+    device.SetFormat(8, 6, priv::pixelTypeJpegLs);
+    ASSERT_TRUE(device.StartContinuous(callback, &host));
+    const std::string setup = peer.Requests().at(4);
+    const int port = std::stoi(setup.substr(setup.find("client_port=") + 12));
+    EXPECT_NE(camera.Next(), "") << "reports go to the second of its ports";
+    camera.SendRtp(static_cast<std::uint16_t>(port), 1, 1, true, {"\0\0\0\0\xFF\xD8\xFF\xF7", 8});
+    EXPECT_TRUE(WaitFor([&] { return host.done.load(); }));
+    EXPECT_TRUE(device.IsOpen() && device.IsStreaming() && !device.IsSuspended());
+    EXPECT_EQ(Get(device, "/FrameRate"), "9");
+    device.SetFormat(8, 6, priv::pixelTypeJpegLs);  // is what it was
+    EXPECT_EQ(peer.Methods(), "OPTIONS DESCRIBE DESCRIBE DESCRIBE SETUP PLAY");
 }
 
 TEST(FormatSearch, TakesWhatIsCloserInBothDimensions) {
@@ -281,6 +335,9 @@ TEST(FormatSearch, TakesWhatIsCloserInBothDimensions) {
         {"exact", {{640, 480}, {320, 240}}, 320, 240, 1},
         {"closer", {{640, 480}, {320, 240}}, 400, 300, 1},
         {"the first of equals", {{640, 480}, {640, 480}}, 640, 480, 0},
+        {"equal widths", {{640, 480}, {640, 512}}, 640, 512, 0},
+        {"equal heights", {{512, 480}, {640, 480}}, 640, 480, 0},
+        {"equally far", {{600, 440}, {680, 520}}, 640, 480, 0},
         {"worse in one dimension", {{640, 100}, {100, 480}}, 640, 480, 0},
         {"the other order", {{100, 480}, {640, 100}}, 640, 480, 0},
         {"farther than nothing", {{640, 480}}, 300, 240, -1},
