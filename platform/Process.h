@@ -1,6 +1,7 @@
 /// System services that the tools use, other than sockets. The plug-in does not use them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -30,14 +31,32 @@ class CSharedLibrary {
 [[nodiscard]] std::string ProgramFolder();
 /// True when standard error goes to a terminal.
 [[nodiscard]] bool ErrorIsTerminal() noexcept;
-/// From now on standard output takes bytes unchanged, and a reader that has gone away is a failed
-/// write instead of the end of the process.
+/// Prepares descriptors 0 to 2; call it before anything is opened. A closed one is opened on the
+/// null device, because the next file or socket would otherwise take its number and receive what is
+/// written to the standard stream. Input then ends at once, writing to standard output fails, and
+/// standard error is discarded. A write to a pipe without a reader, or beyond the longest file that
+/// the process may write, fails instead of ending the process. Returns false when the null device
+/// cannot be opened.
+[[nodiscard]] bool PrepareStandardStreams() noexcept;
+/// From now on standard output takes bytes unchanged.
 void PrepareByteOutput() noexcept;
 
-/// From now on an interrupt or termination signal only sets the flag that `StopRequested` gives;
-/// a second one ends the process the hard way.
+/// From now on an interrupt, a termination signal and the closing of the terminal only set the flag
+/// that `StopRequested` returns; a second signal of the same kind ends the process at once. A
+/// hang-up that was ignored when the process started (nohup) stays ignored.
 void WatchStopSignals();
 [[nodiscard]] bool StopRequested() noexcept;
+
+/// Returns why this process cannot open `more` further descriptors at a time; empty when it can.
+[[nodiscard]] std::string DescriptorObstacle(std::size_t more);
+/// Descriptors that a search by multicast DNS holds at a time, with the stand-in of `dns_sd`.
+inline constexpr std::size_t searchDescriptors = 6;
+/// Returns why multicast DNS cannot run in this process with `descriptors` further descriptors;
+/// empty when it can. Avahi ends the process when it lacks one, so that its users ask here first.
+[[nodiscard]] std::string MulticastDnsObstacle(std::size_t descriptors);
+/// Returns whether this process has a TCP connection to an address in dotted form that neither side
+/// has closed; none when the system does not tell.
+[[nodiscard]] std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port);
 
 /// Datagrams that this system has dropped since it was started because a receiver's buffer was
 /// full, of all programs; none where it doesn't count them.

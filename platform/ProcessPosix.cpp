@@ -1,13 +1,27 @@
 #include "Process.h"
 
+#include <arpa/inet.h>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/rtnetlink.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
+#include <vector>
+
+#include "Socket.h"
 
 namespace platform {
 namespace {
@@ -17,6 +31,25 @@ std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
 void OnStopSignal(int) { stopRequested = true; }
+
+std::string SystemText(int error) { return std::generic_category().message(error); }
+
+CSocket Owned(int descriptor) {
+    return CSocket(descriptor < 0 ? invalidSocket : static_cast<SocketHandle>(descriptor));
+}
+
+/// True for the socket of a connection to `to` that neither side has closed.
+bool IsOpenConnection(int descriptor, const sockaddr_in& to) {
+    sockaddr_in peer{};
+    socklen_t size = sizeof(peer);
+    if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return false;
+    if (peer.sin_family != AF_INET || peer.sin_port != to.sin_port ||
+        peer.sin_addr.s_addr != to.sin_addr.s_addr) {
+        return false;
+    }
+    pollfd state{descriptor, POLLRDHUP, 0};
+    return ::poll(&state, 1, 0) == 0;
+}
 
 }  // namespace
 
@@ -41,16 +74,73 @@ std::string ProgramFolder() {
 
 bool ErrorIsTerminal() noexcept { return ::isatty(STDERR_FILENO) == 1; }
 
-void PrepareByteOutput() noexcept { ::signal(SIGPIPE, SIG_IGN); }
+bool PrepareStandardStreams() noexcept {
+    for (const int number : {SIGPIPE, SIGXFSZ}) ::signal(number, SIG_IGN);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) >= 0) continue;
+        // The lowest free number is the one that is missing. Standard output is opened for reading,
+        // so that results which reach nobody are a failed write.
+        const int mode = descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY;
+        if (::open("/dev/null", mode) != descriptor) return false;
+    }
+    return true;
+}
+
+void PrepareByteOutput() noexcept {}
 
 void WatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = OnStopSignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     for (const int number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
+    struct sigaction atStart {};
+    ::sigaction(SIGHUP, nullptr, &atStart);
+    if (atStart.sa_handler != SIG_IGN) ::sigaction(SIGHUP, &action, nullptr);
 }
 
 bool StopRequested() noexcept { return stopRequested; }
+
+std::string DescriptorObstacle(std::size_t more) {
+    std::vector<CSocket> held(more);
+    for (CSocket& each : held) {
+        each = Owned(::eventfd(0, EFD_CLOEXEC));
+        if (each.valid()) continue;
+        const int reason = errno;
+        rlimit limit{};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        return "too few file descriptors: " + std::to_string(more) +
+               " more are needed, and the limit of this process is " +
+               std::to_string(limit.rlim_cur) + " in all (ulimit -n): " + SystemText(reason);
+    }
+    return {};
+}
+
+std::string MulticastDnsObstacle(std::size_t descriptors) {
+    std::string obstacle = DescriptorObstacle(descriptors);
+    if (!obstacle.empty()) return obstacle;
+    const CSocket netlink = Owned(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE));
+    sockaddr_nl local{};
+    local.nl_family = AF_NETLINK;
+    local.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
+    if (netlink.valid() && ::bind(static_cast<int>(netlink.handle()),
+                                  reinterpret_cast<const sockaddr*>(&local), sizeof(local)) == 0) {
+        return {};
+    }
+    return "the network interfaces cannot be watched (netlink): " + SystemText(errno);
+}
+
+std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port) {
+    sockaddr_in to{};
+    to.sin_port = htons(port);
+    if (::inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1) return std::nullopt;
+    to.sin_family = AF_INET;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
+         !error && entry != end; entry.increment(error)) {
+        if (IsOpenConnection(std::atoi(entry->path().filename().c_str()), to)) return true;
+    }
+    return error ? std::nullopt : std::optional(false);
+}
 
 std::optional<std::uint64_t> DroppedDatagrams() {
     // A line of names and a line of numbers, in an order that differs between kernels.

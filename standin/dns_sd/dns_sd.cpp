@@ -15,12 +15,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Process.h"
 
 namespace {
 
@@ -136,10 +139,22 @@ static void OnBrowsed(AvahiSServiceBrowser*, AvahiIfIndex interface, AvahiProtoc
 
 }  // extern "C"
 
+/// Says on standard error what multicast DNS lacks, if it does. Avahi would end the process.
+bool CanListen(std::size_t descriptors) {
+    const std::string obstacle = platform::MulticastDnsObstacle(descriptors);
+    if (obstacle.empty()) return true;
+    std::fprintf(stderr, "dns_sd: the browse cannot run: %s\n", obstacle.c_str());
+    return false;
+}
+
 std::unique_ptr<AvahiServer, SFree> MakeServer(const AvahiPoll* poll) {
     // Avahi's log is one per process and goes to standard error unless told otherwise.
     static std::once_flag once;
     std::call_once(once, [] { avahi_set_log_function(KeepQuiet); });
+
+    // Again, since the host's threads may have opened something meanwhile.
+    constexpr std::size_t descriptors = 2;  // a multicast socket and one for changes of interfaces
+    if (!CanListen(descriptors)) return nullptr;
 
     AvahiServerConfig config;
     avahi_server_config_init(&config);
@@ -187,6 +202,7 @@ bool ServeUntil(AvahiSimplePoll* poll, Clock::time_point end) {
 /// Fills `browse` until the time is up, whatever is still being resolved; false when the browse
 /// couldn't run.
 bool RunBrowse(SBrowse& browse, Clock::time_point end) {
+    if (!CanListen(platform::searchDescriptors)) return false;
     const std::unique_ptr<AvahiSimplePoll, SFree> poll(avahi_simple_poll_new());
     if (poll == nullptr) return false;
     avahi_simple_poll_set_func(poll.get(), PollOnce, nullptr);
