@@ -125,7 +125,10 @@ CAnnouncer::SState::~SState() {
 bool CAnnouncer::SState::MakeServer() {
     avahi_set_log_function(KeepQuiet);
     poll = avahi_threaded_poll_new();
-    if (poll == nullptr) return false;
+    if (poll == nullptr) {
+        error = "multicast DNS: no event loop can be made (file descriptors or memory)";
+        return false;
+    }
     AvahiServerConfig config;
     avahi_server_config_init(&config);
     config.host_name = avahi_strdup("korusim");  // never published, but must be valid

@@ -3,7 +3,9 @@
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <list>
 #include <set>
 #include <string>
@@ -11,6 +13,7 @@
 
 #include "Announcer.h"
 #include "CameraSettings.h"
+#include "Process.h"
 #include "VirtualCamera.h"
 
 namespace {
@@ -20,12 +23,20 @@ using korusim::SCameraSettings;
 
 enum EExit { Good = 0, Failed = 1, WrongUsage = 2 };
 
+/// Descriptors of a camera: a wake-up, two listeners, and the sockets for RTP and RTCP.
+constexpr std::size_t cameraDescriptors = 5;
+/// Descriptors of the announcement: a pipe, a multicast socket, one for changes of interfaces, and
+/// one for a moment while a camera's interface is looked for.
+constexpr std::size_t announcerDescriptors = 5;
+/// The least that a client takes: a control connection and one to the node tree.
+constexpr std::size_t clientDescriptors = 2;
+
 int Complain(EExit status, const std::string& text) {
     std::fprintf(stderr, "korusim: %s\n", text.c_str());
     return status;
 }
 
-/// Five descriptors per camera and some per client: the usual limit ends at 150 cameras.
+/// The usual limit would end at 200 cameras.
 void RaiseDescriptorLimit() {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -33,12 +44,25 @@ void RaiseDescriptorLimit() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// From now on, in every thread: the signals wait until `sigwait` takes them.
+/// Writes a text to standard output; false when not all of it is taken.
+bool Print(const std::string& text) {
+    return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+int ComplainOfOutput() {
+    return Complain(Failed, std::string("can't write to standard output: ") + std::strerror(errno));
+}
+
+/// From now on, in every thread: the signals wait until `sigwait` takes them. A hang-up that was
+/// ignored at the start (nohup) stays ignored.
 sigset_t HoldStopSignals() {
     sigset_t signals;
     ::sigemptyset(&signals);
     ::sigaddset(&signals, SIGINT);
     ::sigaddset(&signals, SIGTERM);
+    struct sigaction hangUp {};
+    ::sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) ::sigaddset(&signals, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return signals;
 }
@@ -58,34 +82,47 @@ std::string ParseCameras(const std::vector<std::string>& arguments,
     return {};
 }
 
-int RunCameras(std::list<CVirtualCamera>& cameras) {
-    RaiseDescriptorLimit();
-    const sigset_t signals = HoldStopSignals();
+/// Opens, starts and announces the cameras; returns what went wrong, or nothing.
+std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer& announcer) {
+    // Before the first socket: Avahi ends the process when it lacks a descriptor, and a camera that
+    // can't take a connection isn't ready.
+    const std::string obstacle = platform::MulticastDnsObstacle(
+        cameras.size() * cameraDescriptors + announcerDescriptors + clientDescriptors);
+    if (!obstacle.empty()) return obstacle;
     std::vector<korusim::SAnnouncement> announcements;
     for (CVirtualCamera& camera : cameras) {
         const std::string error = camera.Open();
-        if (!error.empty()) return Complain(Failed, error);
+        if (!error.empty()) return error;
         announcements.push_back({camera.settings().address, camera.settings().name});
     }
-    for (CVirtualCamera& camera : cameras) camera.Start();
+    for (CVirtualCamera& camera : cameras) {
+        const std::string error = camera.Start();
+        if (!error.empty()) return error;
+    }
+    return announcer.Announce(announcements);
+}
+
+int RunCameras(std::list<CVirtualCamera>& cameras) {
+    RaiseDescriptorLimit();
+    const sigset_t signals = HoldStopSignals();
     korusim::CAnnouncer announcer;
-    const std::string error = announcer.Announce(announcements);
+    const std::string error = StartCameras(cameras, announcer);
     if (!error.empty()) return Complain(Failed, error);
-    std::puts("ready");
-    std::fflush(stdout);
+    if (!Print("ready\n")) return ComplainOfOutput();
 
     int taken = 0;
     ::sigwait(&signals, &taken);
+    EExit status = Good;
     for (CVirtualCamera& camera : cameras) {
         camera.Stop();
         for (const std::string& summary : camera.summaries()) std::fputs(summary.c_str(), stderr);
+        if (!camera.failure().empty()) status = EExit(Complain(Failed, camera.failure()));
     }
-    return Good;
+    return status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// Reads the command line and runs its cameras.
+int Run(int argc, char** argv) {
     CLI::App app(
         "Runs virtual infrared cameras: announced by DNS-SD, with node tree, RTSP and RTP.");
     std::vector<std::string> arguments;
@@ -93,8 +130,8 @@ int main(int argc, char** argv) {
     app.footer(korusim::SettingsHelp());
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
+    } catch (const CLI::CallForHelp&) {
+        return Print(app.help()) ? Good : ComplainOfOutput();
     } catch (const CLI::ParseError& error) {
         return Complain(WrongUsage, std::string(error.what()) + " (--help lists the settings)");
     }
@@ -102,4 +139,15 @@ int main(int argc, char** argv) {
     const std::string wrong = ParseCameras(arguments, cameras);
     if (!wrong.empty()) return Complain(WrongUsage, wrong + " (--help lists the settings)");
     return RunCameras(cameras);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (!platform::PrepareStandardStreams()) return Failed;
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& failure) {
+        return Complain(Failed, std::string("can't go on: ") + failure.what());
+    }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <system_error>
 #include <utility>
 
 namespace korusim {
@@ -58,10 +59,15 @@ void CVideoStream::BeginFrame(TimePoint scheduled) {
     std::swap(sending, coding);
     nextPacket = 0;
     fields.timestamp = TimestampAt(scheduled);
-    coded = std::async(codingPolicy,
-                       [next = coding.get(), number, seconds = SecondsAt(pacer.nextDue())] {
-                           next->Load(number + 1, seconds);
-                       });
+    const auto code = [next = coding.get(), number, seconds = SecondsAt(pacer.nextDue())] {
+        next->Load(number + 1, seconds);
+    };
+    try {
+        coded = std::async(codingPolicy, code);
+    } catch (const std::system_error&) {
+        coded =
+            std::async(std::launch::deferred, code);  // no thread: late packets, but all of them
+    }
     pacer.Load(sending->packets());
 }
 

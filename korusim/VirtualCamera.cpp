@@ -1,10 +1,13 @@
 #include "VirtualCamera.h"
 
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 #include "StreamSummary.h"
 
@@ -15,6 +18,8 @@ constexpr std::uint16_t rtspPort = 554;
 constexpr std::uint16_t treePort = 4554;
 /// Connections of one kind at a time; a real camera serves fewer.
 constexpr std::size_t maxPeers = 32;
+/// Time until a connection is tried again for which there was no descriptor.
+constexpr std::chrono::milliseconds acceptPause{100};
 /// How late a late answer is: later than any client's patience, which is 5 s.
 constexpr std::chrono::seconds lateBy{6};
 /// Time between the halves of a body that travels in two pieces: enough for a client to have read
@@ -85,8 +90,14 @@ std::string CVirtualCamera::Open() {
     return {};
 }
 
-void CVirtualCamera::Start() {
-    thread = std::thread([this] { Run(); });
+std::string CVirtualCamera::Start() {
+    try {
+        thread = std::thread([this] { Run(); });
+    } catch (const std::system_error& failure) {
+        return "camera \"" + camera.name + "\": can't start its thread: " + failure.what() +
+               " (the limits of threads and of memory: ulimit -u, ulimit -v)";
+    }
+    return {};
 }
 
 void CVirtualCamera::Stop() {
@@ -97,7 +108,17 @@ void CVirtualCamera::Stop() {
     thread.join();
 }
 
+/// A camera that runs out of memory ends the simulator in order, like a signal to it.
 void CVirtualCamera::Run() {
+    try {
+        Serve();
+    } catch (const std::exception& failure) {
+        failureText = "camera \"" + camera.name + "\" failed: " + failure.what();
+        ::kill(::getpid(), SIGTERM);
+    }
+}
+
+void CVirtualCamera::Serve() {
     while (!stopping) {
         Wait();
         const TimePoint now = Clock::now();
@@ -119,6 +140,7 @@ TimePoint CVirtualCamera::NextDue() const {
     };
     for (const SRtspPeer& peer : rtspPeers) consider(peer.link.nextDue());
     for (const STreePeer& peer : treePeers) consider(peer.link.nextDue());
+    if (acceptAfter > Clock::now()) consider(acceptAfter);
     if (stream && stream->playing) {
         consider(stream->video.nextDue());
         if (camera.senderReportSeconds > 0) consider(stream->nextReport);
@@ -138,6 +160,7 @@ void CVirtualCamera::Wait() {
     for (const CDescriptor* each : {&wake, &rtspListener, &treeListener, &rtcpSocket}) {
         waiting.push_back({each->get(), POLLIN, 0});
     }
+    if (acceptAfter > Clock::now()) waiting[1].events = waiting[2].events = 0;
     const auto watch = [this](const CPeer& peer) {
         const int events = (peer.closeRequested() ? 0 : POLLIN) | (peer.stuck() ? POLLOUT : 0);
         waiting.push_back({peer.descriptor(), static_cast<short>(events), 0});
@@ -157,18 +180,48 @@ void CVirtualCamera::Wait() {
     ::ppoll(waiting.data(), waiting.size(), due != TimePoint::max() ? &limit : nullptr, nullptr);
 }
 
-void CVirtualCamera::AcceptPeers() {
-    // A connection too many is accepted and closed, so that it doesn't wait for ever.
-    while (waiting[1].revents != 0) {
-        auto peer = Accept(rtspListener);
-        if (!peer) break;
-        if (rtspPeers.size() < maxPeers)
-            rtspPeers.push_back({++lastConnection, std::move(*peer), {}});
+bool CVirtualCamera::HasSession(const SRtspPeer& peer) const {
+    return server->session() && server->session()->connection == peer.id;
+}
+
+/// Closes the connection without a session that has been silent for longest, first of those that
+/// never sent anything; false when there is none. Connections that nobody uses must not keep a
+/// client out.
+template <class Peer>
+bool CVirtualCamera::CloseIdlest(std::list<Peer>& peers) {
+    auto idlest = peers.end();
+    for (auto peer = peers.begin(); peer != peers.end(); ++peer) {
+        if (HasSession(*peer)) continue;
+        if (idlest == peers.end() || peer->lastHeard < idlest->lastHeard) idlest = peer;
     }
-    while (waiting[2].revents != 0) {
-        auto peer = Accept(treeListener);
-        if (!peer) break;
-        if (treePeers.size() < maxPeers) treePeers.push_back({std::move(*peer), {}});
+    if (idlest == peers.end()) return false;
+    peers.erase(idlest);
+    return true;
+}
+
+/// Takes in the connections that wait, each by `add`, and closes idle ones where there is no room.
+template <class Peer, class Add>
+void CVirtualCamera::AcceptFrom(const CDescriptor& listener, std::list<Peer>& peers, Add add) {
+    while (auto link = Accept(listener)) {
+        if (peers.size() == maxPeers) (void)CloseIdlest(peers);
+        add(std::move(*link));
+    }
+    if (errno != EMFILE && errno != ENFILE) return;
+    if (!CloseIdlest(rtspPeers) && !CloseIdlest(treePeers)) {
+        acceptAfter = Clock::now() + acceptPause;
+    }
+}
+
+void CVirtualCamera::AcceptPeers() {
+    if (waiting[1].revents != 0) {
+        AcceptFrom(rtspListener, rtspPeers, [this](CPeer link) {
+            rtspPeers.push_back({++lastConnection, std::move(link), {}});
+        });
+    }
+    if (waiting[2].revents != 0) {
+        AcceptFrom(treeListener, treePeers, [this](CPeer link) {
+            treePeers.push_back({std::move(link), {}});
+        });
     }
 }
 
@@ -188,6 +241,7 @@ bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
     if (peer.link.closeRequested()) return true;
     const auto bytes = peer.link.Receive();
     if (!bytes) return false;
+    if (!bytes->empty()) peer.lastHeard = now;
     if (bytes->empty() || camera.Has(EQuirk::Silent)) return true;
     peer.reader.Feed(*bytes);
     SRtspRequest request;
@@ -231,6 +285,7 @@ void CVirtualCamera::ServeTree(TimePoint now) {
 bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
     const auto bytes = peer.link.Receive();
     if (!bytes) return false;
+    if (!bytes->empty()) peer.lastHeard = now;
     peer.link.Queue(peer.reader.Feed(*bytes, tree), now);
     return peer.link.Flush(now) && !peer.reader.broken();
 }

@@ -33,14 +33,17 @@ class CVirtualCamera {
 
     /// Makes the camera reachable; gives a sentence that says why it can't be, or nothing.
     [[nodiscard]] std::string Open();
-    /// Starts the thread. Once, after `Open`.
-    void Start();
+    /// Starts the thread. Once, after `Open`. Returns a sentence that says why it cannot, or
+    /// nothing.
+    [[nodiscard]] std::string Start();
     /// Ends stream, connections and thread. May be repeated.
     void Stop();
     /// What happened on each stream, one paragraph each. After `Stop` only.
     [[nodiscard]] const std::vector<std::string>& summaries() const noexcept {
         return endedStreams;
     }
+    /// What has ended the thread before its time, in one sentence; else nothing. After `Stop` only.
+    [[nodiscard]] const std::string& failure() const noexcept { return failureText; }
     [[nodiscard]] const SCameraSettings& settings() const noexcept { return camera; }
 
    private:
@@ -48,10 +51,12 @@ class CVirtualCamera {
         ConnectionId id;
         CPeer link;
         CRtspRequestReader reader;
+        TimePoint lastHeard = TimePoint::min();  // `min`: never
     };
     struct STreePeer {
         CPeer link;
         CNodeTreeReader reader;
+        TimePoint lastHeard = TimePoint::min();
     };
     /// The stream that belongs to the RTSP server's session.
     struct SRunningStream {
@@ -71,9 +76,16 @@ class CVirtualCamera {
     };
 
     void Run();
+    void Serve();
     void Wait();
     [[nodiscard]] TimePoint NextDue() const;
     void AcceptPeers();
+    template <class Peer, class Add>
+    void AcceptFrom(const CDescriptor& listener, std::list<Peer>& peers, Add add);
+    template <class Peer>
+    [[nodiscard]] bool CloseIdlest(std::list<Peer>& peers);
+    [[nodiscard]] bool HasSession(const SRtspPeer& peer) const;
+    [[nodiscard]] bool HasSession(const STreePeer&) const { return false; }
     void ServeRtsp(TimePoint now);
     [[nodiscard]] bool ServeRtspPeer(SRtspPeer& peer, TimePoint now);
     void QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const;
@@ -103,6 +115,7 @@ class CVirtualCamera {
     std::list<SRtspPeer> rtspPeers;
     std::list<STreePeer> treePeers;
     ConnectionId lastConnection = 0;
+    TimePoint acceptAfter = TimePoint::min();  // no descriptor was left for a connection
     std::optional<SRunningStream> stream;
     std::vector<std::pair<SPictureSize, std::shared_ptr<const CScene>>> scenes;
     COutbox outbox;
@@ -112,6 +125,7 @@ class CVirtualCamera {
     std::atomic<bool> stopping{false};
     std::thread thread;
     std::vector<std::string> endedStreams;
+    std::string failureText;
 };
 
 }  // namespace korusim
