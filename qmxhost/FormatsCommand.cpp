@@ -26,10 +26,11 @@ EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
     }
     for (const Json& entry : list) {
         const std::string size = entry["width"].dump() + "x" + entry["height"].dump();
-        std::printf("%3s  %-11s  %s\n", entry["index"].dump().c_str(), size.c_str(),
-                    entry["type"].get_ref<const std::string&>().c_str());
+        char columns[64];
+        std::snprintf(columns, sizeof(columns), "%3s  %-11s  ", entry["index"].dump().c_str(),
+                      size.c_str());
+        Print(columns + entry["type"].get<std::string>() + "\n");
     }
-    std::fflush(stdout);
     Advise("try: qmxhost stream " + camera.address() + " --format 0 --duration 10");
     return EExit::Done;
 }

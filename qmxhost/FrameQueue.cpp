@@ -1,9 +1,16 @@
 #include "FrameQueue.h"
 
+#include <algorithm>
+#include <new>
+
 namespace qmxhost {
 
 void CFrameQueue::Reserve(std::size_t frameLength) {
-    for (SFrame& slot : ring) slot.bytes.reserve(frameLength);
+    try {
+        for (SFrame& slot : ring) slot.bytes.reserve(std::min(frameLength, longestFrame));
+    } catch (const std::bad_alloc&) {
+        for (SFrame& slot : ring) slot = SFrame();  // the others need memory too
+    }
 }
 
 bool CFrameQueue::Push(std::span<const std::uint8_t> frame, std::uint64_t arrival) {

@@ -25,7 +25,12 @@ class CFrameQueue {
     /// About a second of video: what a slow disk may hold things up for.
     static constexpr std::size_t slots = 32;
 
-    /// Makes room for frames of this length in every slot; before the first push.
+    /// Longest frame that the plug-in delivers. A camera's description may claim any size.
+    static constexpr std::size_t longestFrame = std::size_t{32} << 20;
+
+    /// Makes room for frames of this length, at most `longestFrame`, in every slot; before the
+    /// first push. Where memory is short there is no room made, and pushing allocates what it
+    /// needs.
     void Reserve(std::size_t frameLength);
 
     /// Copies a frame in, without waiting for the consumer. False, and nothing kept, when the queue

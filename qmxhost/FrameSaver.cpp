@@ -2,10 +2,12 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <span>
 #include <system_error>
+#include <utility>
 
 #include "FrameDecoders.h"
+#include "OutputFile.h"
 #include "PixelTypeNames.h"
 #include "Report.h"
 
@@ -15,11 +17,6 @@ namespace {
 std::string ExtensionOf(const qmx::SGuid& type) {
     if (type == jlsType) return ".jls";
     return type == jpegType ? ".jpg" : ".raw";
-}
-
-[[noreturn]] void FailToDecode(const SFrame& frame) {
-    throw CFailure(EExit::Failed, "frame " + std::to_string(frame.arrival) +
-                                      " can't be decoded; --as native saves it as it came");
 }
 
 /// Flushes each frame, so that a reader at the other end of a pipe sees it live.
@@ -46,16 +43,37 @@ CFrameSaver::CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::S
 }
 
 void CFrameSaver::Save(const SFrame& frame) {
-    if (asPng ? WritePicture(frame) : WriteNative(frame)) {
-        ++count;
+    if (asPng) {
+        SavePicture(frame);
+    } else if (target == standardOutput) {
+        Count(frame, WriteToOutput(frame.bytes));
+    } else {
+        Count(frame, WriteFile(FileName(frame.arrival), frame.bytes));
+    }
+}
+
+void CFrameSaver::SavePicture(const SFrame& frame) {
+    if (frame.bytes.empty()) {
+        ++sums.empty;
+    } else if (auto picture = Decode(frame)) {
+        Count(frame, WritePicture(FileName(frame.arrival), *picture));
+    } else {
+        ++sums.undecodable;
+    }
+}
+
+void CFrameSaver::Count(const SFrame& frame, bool written) {
+    if (written) {
+        ++sums.saved;
         return;
     }
     const bool toOutput = target == standardOutput;
-    const std::string where = toOutput ? "standard output" : FileName(frame.arrival);
     throw CFailure(
         EExit::Failed,
-        "can't write frame " + std::to_string(frame.arrival) + " to " + where +
-            (toOutput ? "; is its reader gone?" : "; is there space, and the right to?"));
+        "can't write frame " + std::to_string(frame.arrival) + " to " +
+            (toOutput ? "standard output; is the program that reads it gone, or the disk full?"
+                      : FileName(frame.arrival) +
+                            "; is the folder there, with space and the right to write?"));
 }
 
 std::string CFrameSaver::FileName(std::uint64_t number) const {
@@ -64,34 +82,32 @@ std::string CFrameSaver::FileName(std::uint64_t number) const {
     return (std::filesystem::path(target) / (name + extension)).string();
 }
 
-bool CFrameSaver::WriteNative(const SFrame& frame) const {
-    if (target == standardOutput) return WriteToOutput(frame.bytes);
-    std::ofstream file(FileName(frame.arrival), std::ios::binary);
-    file.write(reinterpret_cast<const char*>(frame.bytes.data()),
-               static_cast<std::streamsize>(frame.bytes.size()));
-    file.close();  // what a full disk refuses may show only here
-    return !file.fail();
-}
-
-bool CFrameSaver::WritePicture(const SFrame& frame) const {
+std::optional<CFrameSaver::Picture> CFrameSaver::Decode(const SFrame& frame) const {
     if (type == jpegType) {
-        const auto picture = DecodeJpeg(frame.bytes, EJpegForm::Colour);
-        if (!picture) FailToDecode(frame);
-        return WritePng(FileName(frame.arrival),
-                        {picture->width, picture->height, picture->samples});
-    }
-    if (type == jlsType) {
-        const auto raw = DecodeJpegLs(frame.bytes);
-        if (!raw) FailToDecode(frame);
-        return WriteGrey(frame, RawPicture(raw->bytes, raw->width));
+        auto picture = DecodeJpeg(frame.bytes, EJpegForm::Colour);
+        if (!picture) return std::nullopt;
+        return SColourPicture{picture->width, picture->height, std::move(picture->samples)};
     }
     // The width is the one asked for: a raw frame says nothing of its own size.
-    return WriteGrey(frame, RawPicture(frame.bytes, width));
+    SDecodedRaw raw{width, {}};
+    if (type == jlsType) {
+        auto decoded = DecodeJpegLs(frame.bytes);
+        if (!decoded) return std::nullopt;
+        raw = *std::move(decoded);
+    }
+    SGreyPicture picture = RawPicture(
+        type == jlsType ? std::span<const std::uint8_t>(raw.bytes) : frame.bytes, raw.width);
+    if (picture.pixels.empty()) return std::nullopt;
+    return picture;
 }
 
-bool CFrameSaver::WriteGrey(const SFrame& frame, SGreyPicture picture) const {
-    StretchContrast(picture);
-    return WritePng(FileName(frame.arrival), picture, palette ? &*palette : nullptr);
+bool CFrameSaver::WritePicture(const std::string& file, Picture& picture) const {
+    if (auto* const colour = std::get_if<SColourPicture>(&picture)) {
+        return WritePng(file, std::move(*colour));
+    }
+    auto& grey = std::get<SGreyPicture>(picture);
+    StretchContrast(grey);
+    return WritePng(file, grey, palette ? &*palette : nullptr);
 }
 
 }  // namespace qmxhost

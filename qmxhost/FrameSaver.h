@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <variant>
 
 #include "FrameQueue.h"
 #include "Palette.h"
@@ -18,21 +19,31 @@ struct SSaveOptions {
     std::string palette;  ///< for PNG; empty for grey
 };
 
-/// Raises a `CFailure` for what can't be decoded or written; a stream without its frames is worth
-/// nothing.
+/// What became of the frames that were to be saved.
+struct SSaveTotals {
+    std::uint64_t saved = 0;
+    std::uint64_t undecodable = 0;  ///< no picture could be made of them
+    std::uint64_t empty = 0;        ///< no bytes to make a picture of
+};
+
 class CFrameSaver {
    public:
     /// Makes the folder.
     CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::SFormat& format);
 
+    /// Saves a frame. Passes over one that has no picture, since the next one may be good; throws a
+    /// `CFailure` when it can't be written, since the next one can't either.
     void Save(const SFrame& frame);
-    [[nodiscard]] std::uint64_t saved() const noexcept { return count; }
+    [[nodiscard]] const SSaveTotals& totals() const noexcept { return sums; }
 
    private:
+    using Picture = std::variant<SGreyPicture, SColourPicture>;
+
     [[nodiscard]] std::string FileName(std::uint64_t number) const;
-    [[nodiscard]] bool WriteNative(const SFrame& frame) const;
-    [[nodiscard]] bool WritePicture(const SFrame& frame) const;
-    [[nodiscard]] bool WriteGrey(const SFrame& frame, SGreyPicture picture) const;
+    void SavePicture(const SFrame& frame);
+    [[nodiscard]] std::optional<Picture> Decode(const SFrame& frame) const;
+    [[nodiscard]] bool WritePicture(const std::string& file, Picture& picture) const;
+    void Count(const SFrame& frame, bool written);
 
     const std::string target;
     const bool asPng;
@@ -40,7 +51,7 @@ class CFrameSaver {
     const std::uint32_t width;
     const std::optional<Palette> palette;
     std::string extension;
-    std::uint64_t count = 0;
+    SSaveTotals sums;
 };
 
 inline constexpr const char* standardOutput = "-";

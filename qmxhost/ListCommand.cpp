@@ -39,8 +39,9 @@ std::vector<SCamera> Search(CPluginHost& host) {
 }
 
 void PrintCamera(const SCamera& camera, const char* prefix) {
-    std::printf("%s%-15s  %s\n", prefix, camera.address.c_str(), Printable(camera.name).c_str());
-    std::fflush(stdout);
+    char address[32];
+    std::snprintf(address, sizeof(address), "%-15s  ", camera.address.c_str());
+    Print(prefix + (address + Printable(camera.name)) + "\n");
 }
 
 Json AsJson(const SCamera& camera) { return {{"address", camera.address}, {"name", camera.name}}; }

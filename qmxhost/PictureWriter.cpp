@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "FrameStamp.h"
+#include "OutputFile.h"
 
 namespace qmxhost {
 namespace {
@@ -104,10 +105,8 @@ bool EncodeTo(std::FILE* file, SPngImage& image) {
 }
 
 bool WriteImage(const std::string& file, SPngImage image) {
-    std::FILE* const out = std::fopen(file.c_str(), "wb");
-    if (out == nullptr) return false;
-    const bool encoded = EncodeTo(out, image);
-    return std::fclose(out) == 0 && encoded;  // a full disk may show only at the close
+    COutputFile out(file);
+    return out.stream() != nullptr && EncodeTo(out.stream(), image) && out.Keep();
 }
 
 }  // namespace

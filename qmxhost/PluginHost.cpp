@@ -73,9 +73,14 @@ CPluginHost::CPluginHost(const std::string& wanted) {
 CPluginHost::~CPluginHost() { qmx::cam::interfaceFactory().DestroyInterface(registeredId, object); }
 
 std::vector<SDeviceInfo> CPluginHost::Enumerate() {
+    // The plug-in answers as for an empty network when the search cannot run.
+    const std::string obstacle = platform::MulticastDnsObstacle(platform::searchDescriptors);
+    if (!obstacle.empty()) {
+        throw CFailure(EExit::Failed, "can't search for cameras: " + obstacle);
+    }
     std::vector<SDeviceInfo> cameras;
     if (!object->EnumerateDevices(qmx::cam::IInterface::DeviceSink(Collect, &cameras))) {
-        Complain("the plug-in's search for cameras failed");
+        throw CFailure(EExit::Failed, "the plug-in's search for cameras failed");
     }
     return cameras;
 }

@@ -26,7 +26,8 @@ class CPluginHost {
     CPluginHost& operator=(const CPluginHost&) = delete;
 
     [[nodiscard]] qmx::cam::IInterface& interfaceObject() const noexcept { return *object; }
-    /// All cameras on the network; blocks for the search.
+    /// Returns all cameras on the network; blocks for the search. A search that cannot run is a
+    /// failure.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
     /// The description of a camera given by address, without a look at the network, or by name.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);

@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <utility>
 
 #include "Commands.h"
@@ -41,11 +40,10 @@ EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool
                      "answer?");
         } else if (!json) {
             const std::string text = shown.is_string() ? shown.get<std::string>() : shown.dump();
-            std::printf("%s=%s\n", property.name.c_str(), text.c_str());
+            Print(Text(property.name) + "=" + text + "\n");
         }
     }
     if (json) PrintJson({{"camera", camera.address()}, {"properties", values}});
-    std::fflush(stdout);
     return result;
 }
 

@@ -1,14 +1,22 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 
 namespace qmxhost {
 
+void Print(const std::string& text) {
+    const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (taken && std::fflush(stdout) == 0) return;
+    throw CFailure(EExit::Failed,
+                   "can't write to standard output: " + std::generic_category().message(errno) +
+                       "; is the program that reads it gone, or the disk full?");
+}
+
 void PrintJson(const Json& value) {
-    const std::string line = value.dump(-1, ' ', false, Json::error_handler_t::replace);
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    Print(value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
 }
 
 void Complain(const std::string& text) { std::fprintf(stderr, "qmxhost: %s\n", text.c_str()); }

@@ -33,8 +33,11 @@ class CFailure : public std::runtime_error {
 /// Keeps the keys in the order in which they were set: a person reads these lines too.
 using Json = nlohmann::ordered_json;
 
-/// Writes one value as one line to standard output and flushes it. Camera names come off the
-/// network: bytes that aren't UTF-8 are replaced instead of failing the whole answer.
+/// Writes a text to standard output and flushes it. Throws a `CFailure` when not all of it can be
+/// written: a result that reaches nobody is not a success.
+void Print(const std::string& text);
+/// Writes one value as one line, as `Print` does. Camera names come off the network: bytes that
+/// aren't UTF-8 are replaced instead of failing the whole answer.
 void PrintJson(const Json& value);
 /// Writes "qmxhost: text" to standard error.
 void Complain(const std::string& text);

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Arguments.h"
+#include "OutputFile.h"
 #include "PixelTypeNames.h"
 #include "Properties.h"
 #include "ShellFrames.h"
@@ -265,11 +265,7 @@ Json Block(SSession& session, const SArguments& arguments) {
 Json Save(SSession& session, const SArguments& arguments) {
     const std::vector<std::uint8_t> frame = session.frames.LastFrame();
     if (frame.empty()) throw CWrongCommand("no frame to save");
-    std::ofstream file(arguments[0], std::ios::binary);
-    file.write(reinterpret_cast<const char*>(frame.data()),
-               static_cast<std::streamsize>(frame.size()));
-    file.close();
-    if (file.fail()) throw CWrongCommand("can't write " + arguments[0]);
+    if (!WriteFile(arguments[0], frame)) throw CWrongCommand("can't write " + arguments[0]);
     return {{"ok", true}, {"length", frame.size()}};
 }
 

@@ -18,6 +18,9 @@ using SFormat = qmx::cam::IDevice::SFormat;
 
 /// The plug-in gives no sign of a stream's end: frames simply stop.
 constexpr std::chrono::seconds longestSilence = 10s;
+/// A camera whose control connection is gone has probably ended the stream as well.
+constexpr std::chrono::seconds longestSilenceWithoutControl = 1s;
+constexpr std::uint16_t rtspPort = 554;
 /// A slow camera is silent for longer; this many of its frame times are waited for.
 constexpr double silentFrameTimes = 3;
 /// A frame rate below this one is taken for it when the silence is reckoned.
@@ -111,6 +114,10 @@ void RefuseWhatDoesntFit(const SStreamOptions& options, const SFormat& format) {
     }
 }
 
+std::string Frames(std::uint64_t number) {
+    return std::to_string(number) + (number == 1 ? " frame" : " frames");
+}
+
 /// One run of the command, from the open camera to the summary.
 class CStream {
    public:
@@ -120,14 +127,20 @@ class CStream {
     EExit Run();
 
    private:
-    enum class EEnd { Complete, TimeUp, Stopped, Silent };
+    enum class EEnd { Complete, TimeUp, Stopped, Silent, Failed };
 
     void Start();
     [[nodiscard]] EEnd Watch();
     void HandleOneFrame(std::chrono::milliseconds limit);
+    void LookAtControl();
+    [[nodiscard]] Clock::duration LongestSilence(const SFrameTotals& totals) const;
     void Stop();
     [[nodiscard]] EExit Conclude(EEnd end);
-    [[nodiscard]] static std::string Reason(EEnd end, std::uint64_t frames);
+    void ReportLosses(const SStreamSummary& summary) const;
+    /// Runs a step of which a failure must not keep the stream from its orderly end.
+    template <class Step>
+    void Attempt(Step step);
+    [[nodiscard]] std::string Reason(EEnd end, std::uint64_t frames) const;
     [[nodiscard]] std::string FormatText() const;
     [[nodiscard]] std::optional<std::uint64_t> DroppedMeanwhile() const;
 
@@ -139,6 +152,9 @@ class CStream {
     CFrameChecker checker;
     CStreamReport report;
     std::optional<std::uint64_t> droppedBefore;  // datagrams, by the whole system
+    bool controlWatched = false;                 // the control connection was seen, and is there
+    bool controlLost = false;
+    std::optional<CFailure> failure;  // the first one since the start
 };
 
 CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
@@ -189,12 +205,46 @@ void CStream::HandleOneFrame(std::chrono::milliseconds limit) {
     intake.queue().Pop();
 }
 
+template <class Step>
+void CStream::Attempt(Step step) {
+    try {
+        step();
+    } catch (const CFailure& caught) {
+        if (!failure) failure.emplace(caught);
+    } catch (const std::exception& caught) {
+        if (!failure) {
+            failure.emplace(EExit::Failed, std::string("unexpected failure: ") + caught.what());
+        }
+    }
+}
+
+/// Reports once that the camera has closed the control connection. The plug-in does not read that
+/// connection while it streams, and frames may still come.
+void CStream::LookAtControl() {
+    if (!controlWatched || platform::IsConnectedTo(camera.address(), rtspPort) != false) return;
+    controlWatched = false;
+    controlLost = true;
+    report.EndStatusLine();
+    Complain("camera " + camera.address() +
+             " has closed its control connection (TCP port 554): it has restarted, or has ended "
+             "the session");
+}
+
+Clock::duration CStream::LongestSilence(const SFrameTotals& totals) const {
+    if (controlLost && totals.frames > 1) {
+        return std::max<Clock::duration>(longestSilenceWithoutControl, 2 * totals.longestGap);
+    }
+    const double slowest = std::max(options.rate.value_or(1), slowestRate);
+    const std::chrono::duration<double> frameTimes(silentFrameTimes / slowest);
+    return std::max<Clock::duration>(longestSilence,
+                                     std::chrono::duration_cast<Clock::duration>(frameTimes));
+}
+
 /// Runs on the main thread until something ends the stream, at most one poll late.
 CStream::EEnd CStream::Watch() {
     const Clock::time_point started = Clock::now();
     report.Begin(started);
-    const double slowest = std::max(options.rate.value_or(1), slowestRate);
-    const double silence = std::max(Seconds(longestSilence), silentFrameTimes / slowest);
+    controlWatched = platform::IsConnectedTo(camera.address(), rtspPort) == true;
     Clock::time_point nextStatus = started + statusPeriod;
     for (;;) {
         HandleOneFrame(stopPoll);
@@ -203,22 +253,26 @@ CStream::EEnd CStream::Watch() {
         const Clock::time_point now = Clock::now();
         if (now >= nextStatus) {
             report.Status(totals, now);
+            LookAtControl();
             while (nextStatus <= now) nextStatus += statusPeriod;
         }
         if (options.count != 0 && totals.frames >= options.count) return EEnd::Complete;
         if (options.duration > 0 && Seconds(now - started) >= options.duration) return EEnd::TimeUp;
-        if (Seconds(now - std::max(started, totals.last)) >= silence) return EEnd::Silent;
+        if (now - std::max(started, totals.last) >= LongestSilence(totals)) return EEnd::Silent;
     }
 }
 
 void CStream::Stop() {
     report.EndStatusLine();
+    LookAtControl();
     if (!camera->StopContinuous()) {
         Complain("camera " + camera.address() +
                  " was no longer streaming at the stop; the connection is closed");
     }
     // Nothing is added any more; what the queue still holds belongs to the result.
-    for (std::size_t i = 0; i < CFrameQueue::slots; ++i) HandleOneFrame(0ms);
+    Attempt([this] {
+        for (std::size_t i = 0; i < CFrameQueue::slots && !failure; ++i) HandleOneFrame(0ms);
+    });
 }
 
 std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
@@ -227,44 +281,72 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
     return *dropped - *droppedBefore;
 }
 
-/// Tells how it went. Damage counts more than a number of frames that wasn't reached.
+/// Reports how it went. A failure counts more than damage, and damage more than a number of frames
+/// that wasn't reached.
 EExit CStream::Conclude(EEnd end) {
     const SFrameTotals totals = intake.Totals();
     SStreamSummary summary{camera.address(),    FormatText(),      totals, {}, {},
                            options.save.target, DroppedMeanwhile()};
     if (options.check) summary.check = checker.totals();
-    if (saver) summary.saved = saver->saved();
-    report.Summary(summary);
+    if (saver) summary.saved = saver->totals();
+    Attempt([&] { report.Summary(summary); });
+    ReportLosses(summary);
+    if (failure) {
+        Complain(failure->what());
+        return failure->status;
+    }
+    if (options.check && checker.totals().damaged != 0) return EExit::Damage;
+    const bool tooFew = options.count != 0 && totals.frames < options.count;
+    const bool none = totals.frames == 0 && end != EEnd::Stopped;
+    if (tooFew || none || end == EEnd::Silent) {
+        Complain("the stream of camera " + camera.address() + " ended after " +
+                 std::to_string(totals.frames) +
+                 (options.count != 0 ? " of " + std::to_string(options.count) : "") +
+                 " frames: " + Reason(end, totals.frames + totals.skipped));
+        return EExit::TooFewFrames;
+    }
+    // Somebody who wanted pictures has none.
+    const bool noPicture = summary.saved && totals.frames != 0 && summary.saved->saved == 0 &&
+                           summary.saved->undecodable + summary.saved->empty != 0;
+    return noPicture ? EExit::Failed : EExit::Done;
+}
+
+/// Names the frames that are missing from the result, and what to do about it.
+void CStream::ReportLosses(const SStreamSummary& summary) const {
+    const std::string from = " of camera " + camera.address() + " ";
     if (summary.droppedDatagrams.value_or(0) != 0) {
         Complain("this system dropped datagrams while camera " + camera.address() +
                  " streamed, of any program's, because the receiver's buffer was full: " +
                  platform::ReceiveBufferAdvice());
     }
-    if (totals.notKept != 0) {
-        Complain(std::to_string(totals.notKept) + " frames of camera " + camera.address() +
-                 " came faster than they could be checked or saved; --rate asks for fewer");
+    if (const std::uint64_t notKept = summary.totals.notKept; notKept != 0) {
+        Complain(Frames(notKept) + from +
+                 "came faster than they could be checked or saved; --rate asks for fewer");
     }
-    if (options.check && checker.totals().damaged != 0) {
+    if (summary.saved && summary.saved->undecodable != 0) {
         Complain(
-            "--check found " + std::to_string(checker.totals().damaged) +
+            Frames(summary.saved->undecodable) + from +
+            "could not be decoded and saved as a picture; --as native saves frames as they came");
+    }
+    if (summary.saved && summary.saved->empty != 0) {
+        Complain(Frames(summary.saved->empty) + from +
+                 "came without a single byte, so that there was no picture to save; another size "
+                 "may do better: 'qmxhost formats " +
+                 camera.address() + "'");
+    }
+    if (summary.check && summary.check->damaged != 0) {
+        Complain(
+            "--check found " + std::to_string(summary.check->damaged) +
             " damaged frames from camera " + camera.address() +
             "; does it come from korusim? Other cameras put no checksum into their pictures, nor "
             "does korusim into JPEG pictures too small for it (160x64 has room)");
-        return EExit::Damage;
     }
-    const bool tooFew = options.count != 0 && totals.frames < options.count;
-    const bool none = totals.frames == 0 && end != EEnd::Stopped;
-    if (!tooFew && !none && end != EEnd::Silent) return EExit::Done;
-    Complain("the stream of camera " + camera.address() + " ended after " +
-             std::to_string(totals.frames) +
-             (options.count != 0 ? " of " + std::to_string(options.count) : "") +
-             " frames: " + Reason(end, totals.frames + totals.skipped));
-    return EExit::TooFewFrames;
 }
 
-/// Why a stream ended early. Frames that never came at all point elsewhere than lost ones.
-std::string CStream::Reason(EEnd end, std::uint64_t frames) {
+/// Returns why a stream ended early. Frames that never came at all point elsewhere than lost ones.
+std::string CStream::Reason(EEnd end, std::uint64_t frames) const {
     if (end == EEnd::Stopped) return "it was interrupted";
+    if (controlLost) return "the camera closed its control connection; start the stream again";
     if (end == EEnd::TimeUp && frames != 0) return "the time was up; --rate asks for more a second";
     return std::string(frames == 0 ? "no frame came" : "no frame came any more") +
            "; does a firewall stop UDP from the camera, is packet loss high? Incomplete frames are "
@@ -273,7 +355,8 @@ std::string CStream::Reason(EEnd end, std::uint64_t frames) {
 
 EExit CStream::Run() {
     Start();
-    const EEnd end = Watch();
+    EEnd end = EEnd::Failed;
+    Attempt([&] { end = Watch(); });
     Stop();
     return Conclude(end);
 }

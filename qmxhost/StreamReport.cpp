@@ -63,8 +63,10 @@ std::string SummaryText(const SStreamSummary& summary, double seconds) {
     if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
     text += "\n";
     if (summary.saved) {
-        text += "saved " + std::to_string(*summary.saved) + " to " + summary.savedTo + ", " +
-                std::to_string(totals.notKept) + " not kept\n";
+        text += "saved " + std::to_string(summary.saved->saved) + " to " + summary.savedTo + ", " +
+                std::to_string(totals.notKept) + " not kept, " +
+                std::to_string(summary.saved->undecodable) + " undecodable, " +
+                std::to_string(summary.saved->empty) + " empty\n";
     }
     if (summary.check) text += CheckText(*summary.check, totals.notKept) + "\n";
     if (summary.droppedDatagrams) {
@@ -123,15 +125,19 @@ void CStreamReport::Summary(const SStreamSummary& summary) {
     EndStatusLine();
     const double seconds = Seconds(Clock::now() - started);
     if (!json) {
-        std::FILE* const out = resultsToError ? stderr : stdout;
-        std::fputs(SummaryText(summary, seconds).c_str(), out);
-        std::fflush(out);
+        const std::string text = SummaryText(summary, seconds);
+        if (!resultsToError) return Print(text);
+        std::fputs(text.c_str(), stderr);
         return;
     }
     Json line = RatesJson("summary", seconds, summary.totals, RatesOverall(summary.totals));
     line["camera"] = summary.camera;
     line["format"] = summary.format;
-    if (summary.saved) line["saved"] = *summary.saved;
+    if (summary.saved) {
+        line["saved"] = summary.saved->saved;
+        line["undecodable"] = summary.saved->undecodable;
+        line["empty"] = summary.saved->empty;
+    }
     if (summary.droppedDatagrams) line["droppedDatagrams"] = *summary.droppedDatagrams;
     if (summary.check) line["check"] = CheckJson(*summary.check, summary.totals.notKept);
     PrintJson(line);

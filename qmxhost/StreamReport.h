@@ -6,6 +6,7 @@
 #include <string>
 
 #include "FrameChecker.h"
+#include "FrameSaver.h"
 #include "FrameStatistics.h"
 #include "Report.h"
 
@@ -16,7 +17,7 @@ struct SStreamSummary {
     std::string format;
     SFrameTotals totals;
     std::optional<SCheckTotals> check;
-    std::optional<std::uint64_t> saved;
+    std::optional<SSaveTotals> saved;
     std::string savedTo;
     std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, where it counts them
 };

@@ -3,6 +3,8 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <optional>
+#include <sstream>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -35,13 +37,14 @@ Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
 constexpr const char* streamHelp =
     R"(Streams until Ctrl-C when neither --count nor --duration is given, and takes the
 first format of the catalogue when none is chosen. A stream that has been silent
-for 10 s is given up.
+for about 10 s is given up, or sooner when the camera has closed its control
+connection.
 
 --as native saves frames as they came: raw is 16-bit little-endian lines without
 a header (.raw), JPEG-LS has 4 bytes of the camera before the image (.jls), JPEG
 is a whole file (.jpg). --as png makes pictures to look at: of raw and JPEG-LS
 16-bit grey with the contrast stretched, or false colours with --palette; of JPEG
-what the camera made.
+what the camera made. Frames that cannot be decoded are passed over and counted.
 )";
 
 constexpr const char* setHelp =
@@ -231,9 +234,27 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     AddShell(app, line);
 }
 
-/// The one place where failures become a line on standard error and an exit status.
-EExit Run(const SCommandLine& line) {
+/// Fills `line`, or answers for the help or a mistake with the status to end with.
+std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
+    CLI::App app(description, "qmxhost");
+    SetUp(app, line);
     try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream help;
+        // CLI11 has a status of its own for each kind of mistake; 0 is for the help.
+        const bool asked = app.exit(error, help, std::cerr) == 0;
+        Print(help.str());
+        return asked ? EExit::Done : EExit::Usage;
+    }
+    return std::nullopt;
+}
+
+/// The one place where failures become a line on standard error and an exit status.
+EExit Run(int argc, char** argv) {
+    try {
+        SCommandLine line;
+        if (const auto status = Parse(line, argc, argv)) return *status;
         qmx::logger().SetVerbose(line.verbose);
         if (!platform::StartSockets()) throw CFailure(EExit::Failed, "the system has no sockets");
         CPluginHost host(line.plugin);
@@ -250,14 +271,6 @@ EExit Run(const SCommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    SCommandLine line;
-    CLI::App app(description, "qmxhost");
-    SetUp(app, line);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        // CLI11 has a status of its own for each kind of mistake; 0 is for the help.
-        return static_cast<int>(app.exit(error) == 0 ? EExit::Done : EExit::Usage);
-    }
-    return static_cast<int>(Run(line));
+    if (!platform::PrepareStandardStreams()) return static_cast<int>(EExit::Failed);
+    return static_cast<int>(Run(argc, argv));
 }
