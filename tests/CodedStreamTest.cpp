@@ -11,15 +11,23 @@
 #include <vector>
 
 #include "FrameDecoders.h"
+#include "FrameQueue.h"
+#include "FrameSaver.h"
 #include "FrameStamp.h"
+#include "PixelTypeNames.h"
 #include "support/Program.h"
+#include "support/Resources.h"
+#include "support/ScriptedPeer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
+using test::Contains;
 using test::CProgram;
 using test::CSimulator;
+using test::InShell;
+using test::RunProgram;
 
 /// A folder of its own, gone with the scope.
 struct SFolder {
@@ -116,6 +124,55 @@ TEST(CodedStream, LossNeverDamagesAFrame) {
         const std::string output = Stream({"--type", type, "--count", "60"});
         EXPECT_EQ(output.find(" 0 missing"), std::string::npos) << "nothing was lost: " << output;
     }
+}
+
+TEST(SavedFrames, WhatCannotBeSavedIsNamedAndLeavesNoCutFile) {
+    const CSimulator cameras({"127.0.0.11,size=128x96", "127.0.0.12,size=64x160"});
+    const test::CScriptedPeer boaster(
+        {test::Ok(0),
+         test::Description(1,
+                           "v=0\nm=video 0 RTP/AVP 96\na=rtpmap:96 ZRAW/9\n"
+                           "a=framesize:96 65535-65535\n"),
+         test::Ok(2, "Session: s\r\nTransport: server_port=7000-7001\r\n"),
+         test::Ok(3, "Session: s\r\n"), test::Ok(4), test::Ok(5)},
+        "127.0.0.13", 554);
+    const SFolder folder;
+    const struct {
+        std::string command;
+        int status;
+        const char* says;
+    } rows[] = {
+        // 8 blocks of 512 bytes: a frame is longer in either form.
+        {"ulimit -f 8; qmxhost stream 127.0.0.11 --save $DIR", 1, "can't write frame 1 "},
+        {"ulimit -f 8; qmxhost stream 127.0.0.11 --save $DIR --as png", 1, "can't write frame 1 "},
+        {"qmxhost stream 127.0.0.11 --save /proc/self", 1, "can't write frame 1 "},
+        // So tall a raw picture comes without pixels, which is no question of space and rights.
+        {"qmxhost stream 127.0.0.12 --save $DIR --as png --count 2", 1,
+         "came without a single byte"},
+        // Room for a queue of such frames is not needed until they come.
+        {std::string(test::memoryCanBeLimited ? "ulimit -v 700000; " : "") +
+             "qmxhost stream 127.0.0.13 --save $DIR --no-tree --duration 0.1",
+         4, "no frame came"},
+    };
+    for (const auto& row : rows) {
+        const auto outcome = RunProgram(InShell("DIR=" + folder.path + "; " + row.command));
+        SCOPED_TRACE(row.command + outcome.errors);
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_TRUE(Contains(outcome.output, "saved 0 to ")) << outcome.output;
+        EXPECT_TRUE(Contains(outcome.errors, row.says));
+        EXPECT_TRUE(fs::is_empty(folder.path));
+    }
+    EXPECT_NO_THROW(qmxhost::CFrameQueue().Reserve(SIZE_MAX));
+}
+
+TEST(SavedFrames, AFrameWithoutAPictureIsPassedOver) {
+    const SFolder folder;
+    for (const auto& type : {qmxhost::rawType, qmxhost::jlsType, qmxhost::jpegType}) {
+        qmxhost::CFrameSaver saver({folder.path, true, ""}, {1, 1, type});
+        for (const Bytes& frame : {Bytes(1, 0xFF), Bytes()}) saver.Save({frame, 1});
+        EXPECT_EQ(saver.totals().undecodable + 10 * saver.totals().empty, 11u);
+    }
+    EXPECT_TRUE(fs::is_empty(folder.path));
 }
 
 // A camera whose server, coder and payloader are others' work: what we know of JPEG over RTP is not

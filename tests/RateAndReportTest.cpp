@@ -13,6 +13,7 @@
 namespace {
 
 using nlohmann::json;
+using test::Contains;
 using test::CShell;
 using test::CSimulator;
 using test::RunProgram;
@@ -26,16 +27,6 @@ std::string End(CSimulator& camera) {
     const std::string summary = camera.Errors();
     EXPECT_EQ(summary.find("bad RTCP"), std::string::npos) << summary;
     return summary;
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-bool StartStream(CShell& shell, const std::string& type,
-                 const std::string& address = "127.0.0.11") {
-    return shell.Ok("open " + address + " 3") && shell.Ok("setformat 64 48 " + type) &&
-           shell.Ok("start") && shell.Ok("wait 1 20000");
 }
 
 /// A kind of camera, and how the host calls its format.
@@ -59,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(RateAndReport, EachKind,
 TEST_P(EachKind, ARunningStreamTakesANewRate) {
     CSimulator camera({Camera("rate=5")});
     CShell shell;
-    ASSERT_TRUE(StartStream(shell, GetParam().type));
+    ASSERT_TRUE(shell.Stream(GetParam().type));
     EXPECT_FALSE(shell.Ok("set FrameRate fast"));
     ASSERT_TRUE(shell.Ok("set FrameRate 50"));
     EXPECT_EQ(shell("get /FrameRate")["value"], 50);
@@ -81,7 +72,7 @@ TEST_P(EachKind, ARunningStreamTakesANewRate) {
 TEST_P(EachKind, APauseKeepsSessionAndReceiver) {
     CSimulator camera({Camera("rate=60")});
     CShell shell;
-    ASSERT_TRUE(StartStream(shell, GetParam().type));
+    ASSERT_TRUE(shell.Stream(GetParam().type));
     const std::size_t threads = shell.Threads();
     const std::size_t descriptors = shell.Descriptors();
     for (int i = 0; i < 2; ++i) {
@@ -129,9 +120,9 @@ TEST(RateAndReport, ASilentReceiverLosesItsStream) {
     CSimulator cameras({"127.0.0.11,size=64x48,rate=50,sr=0,rtcp-timeout=1.5",
                         "127.0.0.12,size=64x48,rate=50,sr=0.1,rtcp-timeout=1.5"});
     CShell silent;
-    ASSERT_TRUE(StartStream(silent, "raw"));
+    ASSERT_TRUE(silent.Stream());
     CShell heard;
-    ASSERT_TRUE(StartStream(heard, "raw", "127.0.0.12"));
+    ASSERT_TRUE(heard.Stream("raw", "127.0.0.12"));
     EXPECT_TRUE(WaitFor([&] { return silent.Ok("clear") && !silent.Ok("wait 1 500"); }));
     EXPECT_TRUE(silent.Ok("set Paused true"));
     EXPECT_EQ(silent("get Paused")["value"], false);  // there is no session to pause any more
@@ -142,7 +133,7 @@ TEST(RateAndReport, ASilentReceiverLosesItsStream) {
     EXPECT_TRUE(heard.Ok("clear") && heard.Ok("wait 20 20000") && heard.Ok("stop"));
 
     EXPECT_TRUE(silent.Ok("new"));  // the camera is free again
-    EXPECT_TRUE(StartStream(silent, "raw") && silent.Ok("stop"));
+    EXPECT_TRUE(silent.Stream() && silent.Ok("stop"));
     const std::string summary = End(cameras);
     const std::string reason = "ended because no RTCP came from its receiver for 1.5 s";
     EXPECT_TRUE(Contains(summary, reason)) << summary;

@@ -38,6 +38,7 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
     process = ::fork();
     Check(process >= 0, "fork");
     if (process == 0) {
+        ::signal(SIGHUP, SIG_DFL);  // whoever runs the tests may have it ignored
         ::dup2(toProgram[0], STDIN_FILENO);
         ::dup2(fromProgram[1], STDOUT_FILENO);
         ::dup2(errors, STDERR_FILENO);
@@ -117,6 +118,10 @@ SOutcome RunProgram(const std::vector<std::string>& nameAndArguments) {
     outcome.status = program.Wait();
     outcome.errors = program.Errors();
     return outcome;
+}
+
+std::vector<std::string> InShell(const std::string& command) {
+    return {"/bin/sh", "-c", "PATH=" KORU_BIN_DIR ":$PATH; " + command};
 }
 
 CSimulator::CSimulator(std::vector<std::string> cameras)

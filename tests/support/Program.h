@@ -44,6 +44,10 @@ class CProgram {
     std::string pending;
 };
 
+inline bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
 /// Runs a program to its end.
 struct SOutcome {
     int status;
@@ -51,6 +55,14 @@ struct SOutcome {
     std::string errors;
 };
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
+/// The words that run a command in the system's shell, with the programs of this build in its path.
+std::vector<std::string> InShell(const std::string& command);
+/// False under the sanitizers, which take more address space than `ulimit -v` could leave them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool memoryCanBeLimited = false;
+#else
+inline constexpr bool memoryCanBeLimited = true;
+#endif
 
 /// A simulator that is ready. Ends in order with the scope; a sanitizer's complaint, or any other
 /// bad end, fails the test.
