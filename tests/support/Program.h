@@ -57,11 +57,12 @@ struct SOutcome {
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
 /// The words that run a command in the system's shell, with the programs of this build in its path.
 std::vector<std::string> InShell(const std::string& command);
-/// False under the sanitizers, which take more address space than `ulimit -v` could leave them.
+/// True under the sanitizers, which need two descriptors of their own, and more address space than
+/// `ulimit -v` could leave them.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool memoryCanBeLimited = false;
+inline constexpr bool sanitized = true;
 #else
-inline constexpr bool memoryCanBeLimited = true;
+inline constexpr bool sanitized = false;
 #endif
 
 /// A simulator that is ready. Ends in order with the scope; a sanitizer's complaint, or any other
