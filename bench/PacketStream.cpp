@@ -7,7 +7,7 @@
 #include "FramePipeline.h"
 #include "RtpHeader.h"
 #include "Scene.h"
-#include "Wire.h"
+#include "BigEndian.h"
 
 namespace bench {
 namespace {
@@ -22,7 +22,7 @@ void CountLinesInBytes(std::span<std::uint8_t> packet) {
     constexpr std::size_t headersAt = korusim::rtpHeaderBytes + 2;
     for (std::size_t at = headersAt;; at += lineHeaderBytes) {
         const unsigned pixels = packet[at] * 256U + packet[at + 1];
-        korusim::PutBig16(&packet[at], 2 * pixels);
+        bigendian::Put16(&packet[at], 2 * pixels);
         if ((packet[at + 4] & 0x80) == 0) return;
     }
 }
@@ -90,8 +90,8 @@ std::span<iovec> CPacketStream::NextFrame() {
     next = (next + 1) % frames.size();
     timestamp += timestampStep;
     for (auto& packet : frame.packets) {
-        korusim::PutBig16(&packet[2], sequence++ & 0xFFFFU);
-        korusim::PutBig32(&packet[4], timestamp);
+        bigendian::Put16(&packet[2], sequence++ & 0xFFFFU);
+        bigendian::Put32(&packet[4], timestamp);
     }
     return frame.views;
 }

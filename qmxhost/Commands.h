@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Output.h"
 #include "PluginHost.h"
-#include "Report.h"
 
 namespace qmxhost {
 

@@ -17,8 +17,8 @@ EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
         list.push_back({{"index", list.size()},
                         {"width", format.width},
                         {"height", format.height},
-                        {"type", TypeName(format.pixelType)},
-                        {"pixelType", GuidText(format.pixelType)}});
+                        {"type", frames::TypeName(format.pixelType)},
+                        {"pixelType", frames::GuidText(format.pixelType)}});
     }
     if (json) {
         PrintJson({{"camera", camera.address()}, {"formats", list}});
@@ -31,7 +31,7 @@ EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
                       size.c_str());
         Print(columns + entry["type"].get<std::string>() + "\n");
     }
-    Advise("try: qmxhost stream " + camera.address() + " --format 0 --duration 10");
+    PrintHint("try: qmxhost stream " + camera.address() + " --format 0 --duration 10");
     return EExit::Done;
 }
 

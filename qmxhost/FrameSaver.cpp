@@ -7,16 +7,16 @@
 #include <utility>
 
 #include "FrameDecoders.h"
+#include "Output.h"
 #include "OutputFile.h"
 #include "PixelTypeNames.h"
-#include "Report.h"
 
 namespace qmxhost {
 namespace {
 
 std::string ExtensionOf(const qmx::SGuid& type) {
-    if (type == jlsType) return ".jls";
-    return type == jpegType ? ".jpg" : ".raw";
+    if (type == frames::jlsType) return ".jls";
+    return type == frames::jpegType ? ".jpg" : ".raw";
 }
 
 /// Flushes each frame, so that a reader at the other end of a pipe sees it live.
@@ -32,7 +32,7 @@ CFrameSaver::CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::S
       asPng(options.asPng),
       type(format.pixelType),
       width(format.width),
-      palette(FindPalette(options.palette)),
+      palette(frames::FindPalette(options.palette)),
       extension(options.asPng ? ".png" : ExtensionOf(format.pixelType)) {
     if (target == standardOutput) return;
     std::error_code error;
@@ -42,17 +42,17 @@ CFrameSaver::CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::S
     }
 }
 
-void CFrameSaver::Save(const SFrame& frame) {
+void CFrameSaver::Save(const frames::SFrame& frame) {
     if (asPng) {
         SavePicture(frame);
     } else if (target == standardOutput) {
         Count(frame, WriteToOutput(frame.bytes));
     } else {
-        Count(frame, WriteFile(FileName(frame.arrival), frame.bytes));
+        Count(frame, frames::WriteFile(FileName(frame.arrival), frame.bytes));
     }
 }
 
-void CFrameSaver::SavePicture(const SFrame& frame) {
+void CFrameSaver::SavePicture(const frames::SFrame& frame) {
     if (frame.bytes.empty()) {
         ++sums.empty;
     } else if (auto picture = Decode(frame)) {
@@ -62,7 +62,7 @@ void CFrameSaver::SavePicture(const SFrame& frame) {
     }
 }
 
-void CFrameSaver::Count(const SFrame& frame, bool written) {
+void CFrameSaver::Count(const frames::SFrame& frame, bool written) {
     if (written) {
         ++sums.saved;
         return;
@@ -82,32 +82,33 @@ std::string CFrameSaver::FileName(std::uint64_t number) const {
     return (std::filesystem::path(target) / (name + extension)).string();
 }
 
-std::optional<CFrameSaver::Picture> CFrameSaver::Decode(const SFrame& frame) const {
-    if (type == jpegType) {
-        auto picture = DecodeJpeg(frame.bytes, EJpegForm::Colour);
+std::optional<CFrameSaver::Picture> CFrameSaver::Decode(const frames::SFrame& frame) const {
+    if (type == frames::jpegType) {
+        auto picture = frames::DecodeJpeg(frame.bytes, frames::EJpegForm::Colour);
         if (!picture) return std::nullopt;
-        return SColourPicture{picture->width, picture->height, std::move(picture->samples)};
+        return frames::SColourPicture{picture->width, picture->height, std::move(picture->samples)};
     }
     // The width is the one asked for: a raw frame says nothing of its own size.
-    SDecodedRaw raw{width, {}};
-    if (type == jlsType) {
-        auto decoded = DecodeJpegLs(frame.bytes);
+    frames::SDecodedRaw raw{width, {}};
+    if (type == frames::jlsType) {
+        auto decoded = frames::DecodeJpegLs(frame.bytes);
         if (!decoded) return std::nullopt;
         raw = *std::move(decoded);
     }
-    SGreyPicture picture = RawPicture(
-        type == jlsType ? std::span<const std::uint8_t>(raw.bytes) : frame.bytes, raw.width);
+    frames::SGreyPicture picture = frames::RawPicture(
+        type == frames::jlsType ? std::span<const std::uint8_t>(raw.bytes) : frame.bytes,
+        raw.width);
     if (picture.pixels.empty()) return std::nullopt;
     return picture;
 }
 
 bool CFrameSaver::WritePicture(const std::string& file, Picture& picture) const {
-    if (auto* const colour = std::get_if<SColourPicture>(&picture)) {
-        return WritePng(file, std::move(*colour));
+    if (auto* const colour = std::get_if<frames::SColourPicture>(&picture)) {
+        return frames::WritePng(file, std::move(*colour));
     }
-    auto& grey = std::get<SGreyPicture>(picture);
-    StretchContrast(grey);
-    return WritePng(file, grey, palette ? &*palette : nullptr);
+    auto& grey = std::get<frames::SGreyPicture>(picture);
+    frames::StretchContrast(grey);
+    return frames::WritePng(file, grey, palette ? &*palette : nullptr);
 }
 
 }  // namespace qmxhost

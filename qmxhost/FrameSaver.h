@@ -33,23 +33,23 @@ class CFrameSaver {
 
     /// Saves a frame. Passes over one that has no picture, since the next one may be good; throws a
     /// `CFailure` when it can't be written, since the next one can't either.
-    void Save(const SFrame& frame);
+    void Save(const frames::SFrame& frame);
     [[nodiscard]] const SSaveTotals& totals() const noexcept { return sums; }
 
    private:
-    using Picture = std::variant<SGreyPicture, SColourPicture>;
+    using Picture = std::variant<frames::SGreyPicture, frames::SColourPicture>;
 
     [[nodiscard]] std::string FileName(std::uint64_t number) const;
-    void SavePicture(const SFrame& frame);
-    [[nodiscard]] std::optional<Picture> Decode(const SFrame& frame) const;
+    void SavePicture(const frames::SFrame& frame);
+    [[nodiscard]] std::optional<Picture> Decode(const frames::SFrame& frame) const;
     [[nodiscard]] bool WritePicture(const std::string& file, Picture& picture) const;
-    void Count(const SFrame& frame, bool written);
+    void Count(const frames::SFrame& frame, bool written);
 
     const std::string target;
     const bool asPng;
     const qmx::SGuid type;
     const std::uint32_t width;
-    const std::optional<Palette> palette;
+    const std::optional<frames::Palette> palette;
     std::string extension;
     SSaveTotals sums;
 };

@@ -56,7 +56,7 @@ EExit ListOnce(CPluginHost& host, bool json) {
         for (const SCamera& camera : cameras) PrintCamera(camera, "");
     }
     if (cameras.empty()) throw CFailure(EExit::NoCamera, noCameraFound);
-    if (!json) Advise("try: qmxhost formats " + cameras.front().address);
+    if (!json) PrintHint("try: qmxhost formats " + cameras.front().address);
     return EExit::Done;
 }
 
@@ -105,7 +105,7 @@ EExit Follow(CPluginHost& host, bool json) {
         const Clock::time_point next = Clock::now() + followPeriod;
         const std::vector<SCamera> seen = Search(host);
         known.Update(seen);
-        if (first && seen.empty()) Complain(noCameraFound);
+        if (first && seen.empty()) PrintError(noCameraFound);
         SleepUntil(next);
     }
     return EExit::Done;

@@ -3,8 +3,8 @@
 #include <filesystem>
 
 #include "Arguments.h"
+#include "Output.h"
 #include "Process.h"
-#include "Report.h"
 
 namespace qmxhost {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "Report.h"
+#include "Output.h"
 #include "qmxcam.h"
 
 namespace qmxhost {

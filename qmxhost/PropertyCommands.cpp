@@ -35,9 +35,10 @@ EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool
         values[Text(property.name)] = shown;
         if (!read) {
             result = EExit::Failed;
-            Complain("can't read " + Text(property.name) + " of camera " + camera.address() +
-                     "; a raw camera's frame rate is read from its node tree: does TCP port 4554 " +
-                     "answer?");
+            PrintError(
+                "can't read " + Text(property.name) + " of camera " + camera.address() +
+                "; a raw camera's frame rate is read from its node tree: does TCP port 4554 " +
+                "answer?");
         } else if (!json) {
             const std::string text = shown.is_string() ? shown.get<std::string>() : shown.dump();
             Print(Text(property.name) + "=" + text + "\n");

@@ -120,10 +120,10 @@ Json PixelTypes(SSession&, const SArguments&) {
     Json list = Json::array();
     for (const qmx::SPixelType& type : qmx::RegisteredPixelTypes()) {
         list.push_back({{"name", Text(type.name)},
-                        {"guid", GuidText(type.pixelType)},
+                        {"guid", frames::GuidText(type.pixelType)},
                         {"byte", type.byte},
                         {"dataType", static_cast<std::int32_t>(type.dataType)},
-                        {"second", GuidText(type.second)}});
+                        {"second", frames::GuidText(type.second)}});
     }
     return {{"ok", true}, {"pixeltypes", list}};
 }
@@ -166,7 +166,7 @@ Json Formats(SSession& session, const SArguments&) {
     for (const IDevice::SFormat& format : formats) {
         list.push_back({{"width", format.width},
                         {"height", format.height},
-                        {"pixelType", GuidText(format.pixelType)}});
+                        {"pixelType", frames::GuidText(format.pixelType)}});
     }
     return {{"ok", done}, {"formats", list}};
 }
@@ -174,7 +174,7 @@ Json Formats(SSession& session, const SArguments&) {
 Json SetFormat(SSession& session, const SArguments& arguments) {
     const auto width = static_cast<std::uint16_t>(Whole(arguments[0], mostPixels));
     const auto height = static_cast<std::uint16_t>(Whole(arguments[1], mostPixels));
-    const auto type = ParseType(arguments[2]);
+    const auto type = frames::ParseType(arguments[2]);
     if (!type) throw CWrongCommand("'" + arguments[2] + "' is not raw, jls, jpeg or a GUID");
     return Ok(session.device->SetFormat(width, height, *type));
 }
@@ -189,7 +189,7 @@ Json GetFormat(SSession& session, const SArguments&) {
     return {{"ok", done},
             {"width", width},
             {"height", height},
-            {"pixelType", GuidText(type)},
+            {"pixelType", frames::GuidText(type)},
             {"value", value}};
 }
 
@@ -265,7 +265,7 @@ Json Block(SSession& session, const SArguments& arguments) {
 Json Save(SSession& session, const SArguments& arguments) {
     const std::vector<std::uint8_t> frame = session.frames.LastFrame();
     if (frame.empty()) throw CWrongCommand("no frame to save");
-    if (!WriteFile(arguments[0], frame)) throw CWrongCommand("can't write " + arguments[0]);
+    if (!frames::WriteFile(arguments[0], frame)) throw CWrongCommand("can't write " + arguments[0]);
     return {{"ok", true}, {"length", frame.size()}};
 }
 

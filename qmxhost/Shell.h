@@ -4,8 +4,8 @@
 #include <istream>
 #include <string>
 
+#include "Output.h"
 #include "PluginHost.h"
-#include "Report.h"
 
 namespace qmxhost {
 

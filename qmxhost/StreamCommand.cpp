@@ -44,12 +44,12 @@ class CFrameIntake {
     static void OnFrame(void* context, const std::uint8_t* frame, std::uint32_t length) noexcept {
         static_cast<CFrameIntake*>(context)->Take({frame, length});
     }
-    [[nodiscard]] SFrameTotals Totals() const { return statistics.Totals(); }
-    [[nodiscard]] CFrameQueue& queue() noexcept { return frames; }
+    [[nodiscard]] frames::SFrameTotals Totals() const { return statistics.Totals(); }
+    [[nodiscard]] frames::CFrameQueue& queue() noexcept { return frames; }
 
    private:
     void Take(std::span<const std::uint8_t> frame) {
-        const Clock::time_point now = Clock::now();
+        const frames::Clock::time_point now = frames::Clock::now();
         if (skipped < skip) {
             ++skipped;
             statistics.AddSkipped(now);
@@ -73,8 +73,8 @@ class CFrameIntake {
     const bool keep;
     std::uint64_t skipped = 0;  // the callback's
     std::uint64_t taken = 0;    // the callback's
-    CFrameStatistics statistics;
-    CFrameQueue frames;
+    frames::CFrameStatistics statistics;
+    frames::CFrameQueue frames;
 };
 
 /// Exactly the wanted size: the plug-in itself would quietly take the nearest one.
@@ -83,7 +83,7 @@ bool Matches(const SFormat& format, const SStreamOptions& options) {
         (format.width != options.size->width || format.height != options.size->height)) {
         return false;
     }
-    return options.type.empty() || TypeName(format.pixelType) == options.type;
+    return options.type.empty() || frames::TypeName(format.pixelType) == options.type;
 }
 
 SFormat ChooseFormat(const std::vector<SFormat>& formats, const SStreamOptions& options,
@@ -101,14 +101,15 @@ SFormat ChooseFormat(const std::vector<SFormat>& formats, const SStreamOptions& 
 
 /// Before the start, so that a mistake costs no session on the camera.
 void RefuseWhatDoesntFit(const SStreamOptions& options, const SFormat& format) {
-    const std::string name = TypeName(format.pixelType);
+    const std::string name = frames::TypeName(format.pixelType);
     // A type that can't be checked is one that nobody here can decode.
-    if ((options.save.asPng || options.check) && !CFrameChecker::CanCheck(format.pixelType)) {
+    if ((options.save.asPng || options.check) &&
+        !frames::CFrameChecker::CanCheck(format.pixelType)) {
         throw CFailure(EExit::Usage, "frames of type " + name +
                                          " can't be decoded, as --as png and --check would need; "
                                          "--as native saves them as they come");
     }
-    if (!options.save.palette.empty() && format.pixelType == jpegType) {
+    if (!options.save.palette.empty() && format.pixelType == frames::jpegType) {
         throw CFailure(EExit::Usage, "--palette colours raw and jls frames; " + name +
                                          " frames have colours of their own");
     }
@@ -133,7 +134,7 @@ class CStream {
     [[nodiscard]] EEnd Watch();
     void HandleOneFrame(std::chrono::milliseconds limit);
     void LookAtControl();
-    [[nodiscard]] Clock::duration LongestSilence(const SFrameTotals& totals) const;
+    [[nodiscard]] frames::Clock::duration LongestSilence(const frames::SFrameTotals& totals) const;
     void Stop();
     [[nodiscard]] EExit Conclude(EEnd end);
     void ReportLosses(const SStreamSummary& summary) const;
@@ -149,7 +150,7 @@ class CStream {
     const SStreamOptions& options;
     const SFormat format;
     std::optional<CFrameSaver> saver;
-    CFrameChecker checker;
+    frames::CFrameChecker checker;
     CStreamReport report;
     std::optional<std::uint64_t> droppedBefore;  // datagrams, by the whole system
     bool controlWatched = false;                 // the control connection was seen, and is there
@@ -171,7 +172,7 @@ CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
 
 std::string CStream::FormatText() const {
     return std::to_string(format.width) + "x" + std::to_string(format.height) + " " +
-           TypeName(format.pixelType);
+           frames::TypeName(format.pixelType);
 }
 
 void CStream::Start() {
@@ -198,7 +199,7 @@ void CStream::Start() {
 
 /// Checks and saves the next frame, if one comes within the limit.
 void CStream::HandleOneFrame(std::chrono::milliseconds limit) {
-    const SFrame* const frame = intake.queue().Front(limit);
+    const frames::SFrame* const frame = intake.queue().Front(limit);
     if (frame == nullptr) return;
     if (options.check) checker.Check(frame->bytes, frame->arrival);
     if (saver) saver->Save(*frame);
@@ -225,39 +226,41 @@ void CStream::LookAtControl() {
     controlWatched = false;
     controlLost = true;
     report.EndStatusLine();
-    Complain("camera " + camera.address() +
-             " has closed its control connection (TCP port 554): it has restarted, or has ended "
-             "the session");
+    PrintError("camera " + camera.address() +
+               " has closed its control connection (TCP port 554): it has restarted, or has ended "
+               "the session");
 }
 
-Clock::duration CStream::LongestSilence(const SFrameTotals& totals) const {
+frames::Clock::duration CStream::LongestSilence(const frames::SFrameTotals& totals) const {
     if (controlLost && totals.frames > 1) {
-        return std::max<Clock::duration>(longestSilenceWithoutControl, 2 * totals.longestGap);
+        return std::max<frames::Clock::duration>(longestSilenceWithoutControl,
+                                                 2 * totals.longestGap);
     }
     const double slowest = std::max(options.rate.value_or(1), slowestRate);
     const std::chrono::duration<double> frameTimes(silentFrameTimes / slowest);
-    return std::max<Clock::duration>(longestSilence,
-                                     std::chrono::duration_cast<Clock::duration>(frameTimes));
+    return std::max<frames::Clock::duration>(
+        longestSilence, std::chrono::duration_cast<frames::Clock::duration>(frameTimes));
 }
 
 /// Runs on the main thread until something ends the stream, at most one poll late.
 CStream::EEnd CStream::Watch() {
-    const Clock::time_point started = Clock::now();
+    const frames::Clock::time_point started = frames::Clock::now();
     report.Begin(started);
     controlWatched = platform::IsConnectedTo(camera.address(), rtspPort) == true;
-    Clock::time_point nextStatus = started + statusPeriod;
+    frames::Clock::time_point nextStatus = started + statusPeriod;
     for (;;) {
         HandleOneFrame(stopPoll);
         if (platform::StopRequested()) return EEnd::Stopped;
-        const SFrameTotals totals = intake.Totals();
-        const Clock::time_point now = Clock::now();
+        const frames::SFrameTotals totals = intake.Totals();
+        const frames::Clock::time_point now = frames::Clock::now();
         if (now >= nextStatus) {
             report.Status(totals, now);
             LookAtControl();
             while (nextStatus <= now) nextStatus += statusPeriod;
         }
         if (options.count != 0 && totals.frames >= options.count) return EEnd::Complete;
-        if (options.duration > 0 && Seconds(now - started) >= options.duration) return EEnd::TimeUp;
+        if (options.duration > 0 && frames::Seconds(now - started) >= options.duration)
+            return EEnd::TimeUp;
         if (now - std::max(started, totals.last) >= LongestSilence(totals)) return EEnd::Silent;
     }
 }
@@ -266,12 +269,13 @@ void CStream::Stop() {
     report.EndStatusLine();
     LookAtControl();
     if (!camera->StopContinuous()) {
-        Complain("camera " + camera.address() +
-                 " was no longer streaming at the stop; the connection is closed");
+        PrintError("camera " + camera.address() +
+                   " was no longer streaming at the stop; the connection is closed");
     }
     // Nothing is added any more; what the queue still holds belongs to the result.
     Attempt([this] {
-        for (std::size_t i = 0; i < CFrameQueue::slots && !failure; ++i) HandleOneFrame(0ms);
+        for (std::size_t i = 0; i < frames::CFrameQueue::slots && !failure; ++i)
+            HandleOneFrame(0ms);
     });
 }
 
@@ -284,7 +288,7 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
 /// Reports how it went. A failure counts more than damage, and damage more than a number of frames
 /// that wasn't reached.
 EExit CStream::Conclude(EEnd end) {
-    const SFrameTotals totals = intake.Totals();
+    const frames::SFrameTotals totals = intake.Totals();
     SStreamSummary summary{camera.address(),    FormatText(),      totals, {}, {},
                            options.save.target, DroppedMeanwhile()};
     if (options.check) summary.check = checker.totals();
@@ -292,17 +296,17 @@ EExit CStream::Conclude(EEnd end) {
     Attempt([&] { report.Summary(summary); });
     ReportLosses(summary);
     if (failure) {
-        Complain(failure->what());
+        PrintError(failure->what());
         return failure->status;
     }
     if (options.check && checker.totals().damaged != 0) return EExit::Damage;
     const bool tooFew = options.count != 0 && totals.frames < options.count;
     const bool none = totals.frames == 0 && end != EEnd::Stopped;
     if (tooFew || none || end == EEnd::Silent) {
-        Complain("the stream of camera " + camera.address() + " ended after " +
-                 std::to_string(totals.frames) +
-                 (options.count != 0 ? " of " + std::to_string(options.count) : "") +
-                 " frames: " + Reason(end, totals.frames + totals.skipped));
+        PrintError("the stream of camera " + camera.address() + " ended after " +
+                   std::to_string(totals.frames) +
+                   (options.count != 0 ? " of " + std::to_string(options.count) : "") +
+                   " frames: " + Reason(end, totals.frames + totals.skipped));
         return EExit::TooFewFrames;
     }
     // Somebody who wanted pictures has none.
@@ -315,27 +319,27 @@ EExit CStream::Conclude(EEnd end) {
 void CStream::ReportLosses(const SStreamSummary& summary) const {
     const std::string from = " of camera " + camera.address() + " ";
     if (summary.droppedDatagrams.value_or(0) != 0) {
-        Complain("this system dropped datagrams while camera " + camera.address() +
-                 " streamed, of any program's, because the receiver's buffer was full: " +
-                 platform::ReceiveBufferAdvice());
+        PrintError("this system dropped datagrams while camera " + camera.address() +
+                   " streamed, of any program's, because the receiver's buffer was full: " +
+                   platform::ReceiveBufferAdvice());
     }
     if (const std::uint64_t notKept = summary.totals.notKept; notKept != 0) {
-        Complain(Frames(notKept) + from +
-                 "came faster than they could be checked or saved; --rate asks for fewer");
+        PrintError(Frames(notKept) + from +
+                   "came faster than they could be checked or saved; --rate asks for fewer");
     }
     if (summary.saved && summary.saved->undecodable != 0) {
-        Complain(
+        PrintError(
             Frames(summary.saved->undecodable) + from +
             "could not be decoded and saved as a picture; --as native saves frames as they came");
     }
     if (summary.saved && summary.saved->empty != 0) {
-        Complain(Frames(summary.saved->empty) + from +
-                 "came without a single byte, so that there was no picture to save; another size "
-                 "may do better: 'qmxhost formats " +
-                 camera.address() + "'");
+        PrintError(Frames(summary.saved->empty) + from +
+                   "came without a single byte, so that there was no picture to save; another size "
+                   "may do better: 'qmxhost formats " +
+                   camera.address() + "'");
     }
     if (summary.check && summary.check->damaged != 0) {
-        Complain(
+        PrintError(
             "--check found " + std::to_string(summary.check->damaged) +
             " damaged frames from camera " + camera.address() +
             "; does it come from korusim? Other cameras put no checksum into their pictures, nor "

@@ -18,33 +18,33 @@ std::string Fixed(double value, int decimals) {
 /// Three decimals are as much as these measurements hold.
 double Rounded(double value) { return std::round(value * 1000) / 1000; }
 
-std::string RatesText(const SFrameRates& rates, Clock::duration longestGap) {
+std::string RatesText(const frames::SFrameRates& rates, frames::Clock::duration longestGap) {
     return Fixed(rates.framesPerSecond, 1) + " frames/s, " + Fixed(rates.megabitsPerSecond, 1) +
-           " Mbit/s, longest gap " + Fixed(Milliseconds(longestGap), 0) + " ms";
+           " Mbit/s, longest gap " + Fixed(frames::Milliseconds(longestGap), 0) + " ms";
 }
 
 /// The part that status and summary have in common, so that a script reads both alike.
-Json RatesJson(const char* kind, double seconds, const SFrameTotals& totals,
-               const SFrameRates& rates) {
+Json RatesJson(const char* kind, double seconds, const frames::SFrameTotals& totals,
+               const frames::SFrameRates& rates) {
     return {{"kind", kind},
             {"seconds", Rounded(seconds)},
             {"frames", totals.frames},
             {"bytes", totals.bytes},
             {"framesPerSecond", Rounded(rates.framesPerSecond)},
             {"megabitsPerSecond", Rounded(rates.megabitsPerSecond)},
-            {"longestGapMs", Rounded(Milliseconds(totals.longestGap))},
+            {"longestGapMs", Rounded(frames::Milliseconds(totals.longestGap))},
             {"skipped", totals.skipped},
             {"notKept", totals.notKept}};
 }
 
 /// What the queue had no room for was not checked.
-Json CheckJson(const SCheckTotals& check, std::uint64_t unchecked) {
+Json CheckJson(const frames::SCheckTotals& check, std::uint64_t unchecked) {
     return {{"good", check.good},           {"damaged", check.damaged},
             {"missing", check.missing},     {"repeated", check.repeated},
             {"backwards", check.backwards}, {"unchecked", unchecked}};
 }
 
-std::string CheckText(const SCheckTotals& check, std::uint64_t unchecked) {
+std::string CheckText(const frames::SCheckTotals& check, std::uint64_t unchecked) {
     const auto part = [](std::uint64_t number, const char* what) {
         return std::to_string(number) + " " + what;
     };
@@ -54,12 +54,13 @@ std::string CheckText(const SCheckTotals& check, std::uint64_t unchecked) {
 }
 
 std::string SummaryText(const SStreamSummary& summary, double seconds) {
-    const SFrameTotals& totals = summary.totals;
+    const frames::SFrameTotals& totals = summary.totals;
     std::string text = "camera " + summary.camera + ", " + summary.format + "\n" +
                        std::to_string(totals.frames) + (totals.frames == 1 ? " frame" : " frames") +
                        " in " + Fixed(seconds, 1) + " s";
     // It takes two frames to have a rate and a gap.
-    if (totals.frames > 1) text += ": " + RatesText(RatesOverall(totals), totals.longestGap);
+    if (totals.frames > 1)
+        text += ": " + RatesText(frames::RatesOverall(totals), totals.longestGap);
     if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
     text += "\n";
     if (summary.saved) {
@@ -84,14 +85,14 @@ CStreamReport::CStreamReport(bool jsonOutput, bool toError)
       resultsToError(toError),
       rewrite(!jsonOutput && platform::ErrorIsTerminal()) {}
 
-void CStreamReport::Begin(Clock::time_point now) {
+void CStreamReport::Begin(frames::Clock::time_point now) {
     started = now;
     previousLook = now;
 }
 
-void CStreamReport::Status(SFrameTotals totals, Clock::time_point now) {
-    const SFrameRates rates = RatesBetween(previous, totals, now - previousLook);
-    const double seconds = Seconds(now - started);
+void CStreamReport::Status(frames::SFrameTotals totals, frames::Clock::time_point now) {
+    const frames::SFrameRates rates = frames::RatesBetween(previous, totals, now - previousLook);
+    const double seconds = frames::Seconds(now - started);
     previous = totals;
     previousLook = now;
     // A gap shows while it lasts, not only once a frame has ended it.
@@ -123,14 +124,14 @@ void CStreamReport::EndStatusLine() {
 
 void CStreamReport::Summary(const SStreamSummary& summary) {
     EndStatusLine();
-    const double seconds = Seconds(Clock::now() - started);
+    const double seconds = frames::Seconds(frames::Clock::now() - started);
     if (!json) {
         const std::string text = SummaryText(summary, seconds);
         if (!resultsToError) return Print(text);
         std::fputs(text.c_str(), stderr);
         return;
     }
-    Json line = RatesJson("summary", seconds, summary.totals, RatesOverall(summary.totals));
+    Json line = RatesJson("summary", seconds, summary.totals, frames::RatesOverall(summary.totals));
     line["camera"] = summary.camera;
     line["format"] = summary.format;
     if (summary.saved) {

@@ -8,15 +8,15 @@
 #include "FrameChecker.h"
 #include "FrameSaver.h"
 #include "FrameStatistics.h"
-#include "Report.h"
+#include "Output.h"
 
 namespace qmxhost {
 
 struct SStreamSummary {
     std::string camera;
     std::string format;
-    SFrameTotals totals;
-    std::optional<SCheckTotals> check;
+    frames::SFrameTotals totals;
+    std::optional<frames::SCheckTotals> check;
     std::optional<SSaveTotals> saved;
     std::string savedTo;
     std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, where it counts them
@@ -31,9 +31,9 @@ class CStreamReport {
     CStreamReport& operator=(const CStreamReport&) = delete;
 
     /// The time of all lines counts from here.
-    void Begin(Clock::time_point now);
+    void Begin(frames::Clock::time_point now);
     /// Rates are those since the status before.
-    void Status(SFrameTotals totals, Clock::time_point now);
+    void Status(frames::SFrameTotals totals, frames::Clock::time_point now);
     void Summary(const SStreamSummary& summary);
     /// Ends a line that is being rewritten, so that other lines start at the left.
     void EndStatusLine();
@@ -44,9 +44,9 @@ class CStreamReport {
     const bool json;
     const bool resultsToError;
     const bool rewrite;
-    Clock::time_point started;
-    Clock::time_point previousLook;
-    SFrameTotals previous;
+    frames::Clock::time_point started;
+    frames::Clock::time_point previousLook;
+    frames::SFrameTotals previous;
     std::size_t lineLength = 0;  ///< of the status line that stands on the terminal
 };
 

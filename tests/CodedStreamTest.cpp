@@ -102,7 +102,7 @@ TEST(CodedStream, JpegLsFilesHoldTheExactPicture) {
         Bytes pixels;
         charls::jpegls_decoder::decode(image, pixels);
         ASSERT_EQ(pixels.size(), 168u * 72 * 2);
-        EXPECT_EQ(korusim::ReadStamp(pixels).state, korusim::EStamp::Good);
+        EXPECT_EQ(framestamp::ReadStamp(pixels).state, framestamp::EStamp::Good);
 
         const std::string bare = folder.path + "/bare.jls";
         const std::string other = folder.path + "/other" + std::to_string(number);
@@ -162,12 +162,12 @@ TEST(SavedFrames, WhatCannotBeSavedIsNamedAndLeavesNoCutFile) {
         EXPECT_TRUE(Contains(outcome.errors, row.says));
         EXPECT_TRUE(fs::is_empty(folder.path));
     }
-    EXPECT_NO_THROW(qmxhost::CFrameQueue().Reserve(SIZE_MAX));
+    EXPECT_NO_THROW(frames::CFrameQueue().Reserve(SIZE_MAX));
 }
 
 TEST(SavedFrames, AFrameWithoutAPictureIsPassedOver) {
     const SFolder folder;
-    for (const auto& type : {qmxhost::rawType, qmxhost::jlsType, qmxhost::jpegType}) {
+    for (const auto& type : {frames::rawType, frames::jlsType, frames::jpegType}) {
         qmxhost::CFrameSaver saver({folder.path, true, ""}, {1, 1, type});
         for (const Bytes& frame : {Bytes(1, 0xFF), Bytes()}) saver.Save({frame, 1});
         EXPECT_EQ(saver.totals().undecodable + 10 * saver.totals().empty, 11u);
@@ -186,7 +186,7 @@ TEST(ForeignCamera, FramesDecode) {
     EXPECT_EQ(host.Wait(), 0) << host.Errors();
     for (int number = 1; number <= 9; ++number) {
         const auto picture =
-            qmxhost::DecodeJpeg(Read(Frame(folder, number, ".jpg")), qmxhost::EJpegForm::Luminance);
+            frames::DecodeJpeg(Read(Frame(folder, number, ".jpg")), frames::EJpegForm::Luminance);
         ASSERT_TRUE(picture && picture->intact) << number;
         EXPECT_EQ(picture->width * picture->height, 320u * 240u);
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace korusim;
+using namespace framestamp;
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes operator+(Bytes left, const Bytes& right) {

@@ -31,7 +31,8 @@ struct SFrames {
     std::atomic<unsigned> damaged{0};
     static void Take(void* context, const std::uint8_t* frame, std::uint32_t length) {
         auto& self = *static_cast<SFrames*>(context);
-        if (korusim::ReadStamp({frame, length}).state != korusim::EStamp::Good) ++self.damaged;
+        if (framestamp::ReadStamp({frame, length}).state != framestamp::EStamp::Good)
+            ++self.damaged;
         ++self.count;
     }
 };
@@ -198,11 +199,11 @@ struct SBlockingHost {
     static void Take(void* context, const std::uint8_t* frame, std::uint32_t length) {
         auto& self = *static_cast<SBlockingHost*>(context);
         if (++self.inside != 1) ++self.faults;
-        const auto before = korusim::ReadStamp({frame, length});
+        const auto before = framestamp::ReadStamp({frame, length});
         // What arrives meanwhile is lost or waits; it must not touch this frame.
         if (self.block) std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        const auto after = korusim::ReadStamp({frame, length});
-        if (after.state != korusim::EStamp::Good || before.number != after.number) ++self.faults;
+        const auto after = framestamp::ReadStamp({frame, length});
+        if (after.state != framestamp::EStamp::Good || before.number != after.number) ++self.faults;
         if (self.calls > 0) {
             if (after.number <= self.lastNumber) ++self.faults;
             self.missing += after.number - self.lastNumber - 1;

@@ -1,0 +1,49 @@
+/// What a stream amounts to so far.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+
+namespace frames {
+
+using Clock = std::chrono::steady_clock;
+
+struct SFrameTotals {
+    std::uint64_t frames = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t skipped = 0;
+    std::uint64_t notKept = 0;  ///< counted, but the queue was full
+    Clock::time_point first{};
+    Clock::time_point last{};  ///< of any frame, also a skipped one
+    Clock::duration longestGap{};
+};
+
+struct SFrameRates {
+    double framesPerSecond = 0;
+    double megabitsPerSecond = 0;
+};
+
+/// The plug-in's thread adds, any thread looks.
+class CFrameStatistics {
+   public:
+    void Add(std::uint32_t length, Clock::time_point when);
+    void AddSkipped(Clock::time_point when);
+    void AddNotKept();
+    [[nodiscard]] SFrameTotals Totals() const;
+
+   private:
+    mutable std::mutex lock;
+    SFrameTotals totals;
+};
+
+/// Rates of what came between two looks.
+[[nodiscard]] SFrameRates RatesBetween(const SFrameTotals& earlier, const SFrameTotals& later,
+                                       Clock::duration between);
+/// Rates from the first frame to the last; n frames make n - 1 intervals.
+[[nodiscard]] SFrameRates RatesOverall(const SFrameTotals& totals);
+
+[[nodiscard]] double Seconds(Clock::duration duration);
+[[nodiscard]] double Milliseconds(Clock::duration duration);
+
+}  // namespace frames

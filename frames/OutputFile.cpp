@@ -1,0 +1,42 @@
+#include "OutputFile.h"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace frames {
+namespace {
+
+/// A name may also stand for a device such as /dev/full, which must stay.
+void RemoveRegular(const std::string& name) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(std::filesystem::symlink_status(name, error))) {
+        std::filesystem::remove(name, error);
+    }
+}
+
+}  // namespace
+
+COutputFile::~COutputFile() {
+    if (file == nullptr) return;
+    std::fclose(file);
+    RemoveRegular(name);
+}
+
+bool COutputFile::Keep() {
+    if (file == nullptr) return false;
+    const bool whole = std::ferror(file) == 0;
+    const bool closed = std::fclose(std::exchange(file, nullptr)) == 0;
+    if (whole && closed) return true;
+    RemoveRegular(name);
+    return false;
+}
+
+bool WriteFile(const std::string& name, std::span<const std::uint8_t> bytes) {
+    COutputFile file(name);
+    if (file.stream() == nullptr) return false;
+    std::fwrite(bytes.data(), 1, bytes.size(), file.stream());
+    return file.Keep();
+}
+
+}  // namespace frames

@@ -1,0 +1,157 @@
+#include "PictureWriter.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <csetjmp>
+#include <cstdio>
+#include <utility>
+
+#include "FrameStamp.h"
+#include "OutputFile.h"
+
+namespace frames {
+namespace {
+
+constexpr std::uint32_t fullScale = 0xFFFF;
+/// Share of the pixels at either end that `StretchContrast` ignores, as one in so many.
+constexpr std::size_t ignoredShare = 1000;
+/// Higher levels make little of sensor noise and take too long for a live stream.
+constexpr int compressionLevel = 1;
+
+/// The stamp would shine as odd dots in the corner; the pixel beside it takes its place.
+void HideStamp(SGreyPicture& picture) {
+    if (picture.pixels.size() <= framestamp::stampPixels) return;
+    const std::uint16_t neighbour = picture.pixels[framestamp::stampPixels];
+    std::fill_n(picture.pixels.begin(), framestamp::stampPixels, neighbour);
+}
+
+struct SRange {
+    std::uint32_t low = 0;
+    std::uint32_t high = 0;
+};
+
+/// The darkest and the brightest value that more than the ignored share of the pixels reach.
+SRange UsedRange(const std::vector<std::uint16_t>& pixels) {
+    std::vector<std::size_t> histogram(fullScale + 1);
+    for (const std::uint16_t pixel : pixels) ++histogram[pixel];
+    const std::size_t ignored = pixels.size() / ignoredShare;
+    SRange range{0, fullScale};
+    std::size_t below = histogram[range.low];
+    while (below <= ignored && range.low < range.high) below += histogram[++range.low];
+    std::size_t above = histogram[range.high];
+    while (above <= ignored && range.high > range.low) above += histogram[--range.high];
+    return range;
+}
+
+/// The bytes of a PNG's lines, one line after the other.
+struct SPngImage {
+    std::uint32_t width;
+    std::uint32_t height;
+    int bitDepth;
+    int colourType;
+    std::vector<std::uint8_t> bytes;
+};
+
+SPngImage GreyImage(const SGreyPicture& picture) {
+    SPngImage image{picture.width, picture.height, 16, PNG_COLOR_TYPE_GRAY, {}};
+    image.bytes.reserve(picture.pixels.size() * 2);
+    for (const std::uint16_t pixel : picture.pixels) {
+        image.bytes.push_back(static_cast<std::uint8_t>(pixel >> 8));  // PNG is big-endian
+        image.bytes.push_back(static_cast<std::uint8_t>(pixel));
+    }
+    return image;
+}
+
+SPngImage ColourImage(const SGreyPicture& picture, const Palette& palette) {
+    SPngImage image{picture.width, picture.height, 8, PNG_COLOR_TYPE_RGB, {}};
+    image.bytes.reserve(picture.pixels.size() * 3);
+    for (const std::uint16_t pixel : picture.pixels) {
+        const SColour& colour = palette[pixel >> 8];
+        for (const auto part : {colour.red, colour.green, colour.blue}) image.bytes.push_back(part);
+    }
+    return image;
+}
+
+/// libpng reports errors by a jump to here: nothing in this function may have a destructor.
+bool Encode(std::FILE* file, png_structp png, png_infop info, const SPngImage& image,
+            png_bytepp rows) {
+    if (setjmp(png_jmpbuf(png)) != 0) return false;
+    png_init_io(png, file);
+    png_set_compression_level(png, compressionLevel);
+    png_set_IHDR(png, info, image.width, image.height, image.bitDepth, image.colourType,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    png_write_image(png, rows);
+    png_write_end(png, info);
+    return true;
+}
+
+/// libpng would write its own lines to standard error; the caller tells the failure.
+void JumpBack(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+void Ignore(png_structp, png_const_charp) {}
+
+/// Holds everything with a destructor, out of the reach of libpng's jump.
+bool EncodeTo(std::FILE* file, SPngImage& image) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, JumpBack, Ignore);
+    if (png == nullptr) return false;
+    png_infop info = png_create_info_struct(png);
+    std::vector<png_bytep> rows(image.height);
+    const std::size_t rowLength = image.bytes.size() / image.height;
+    for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = &image.bytes[i * rowLength];
+    const bool done = info != nullptr && Encode(file, png, info, image, rows.data());
+    png_destroy_write_struct(&png, &info);
+    return done;
+}
+
+bool WriteImage(const std::string& file, SPngImage image) {
+    COutputFile out(file);
+    return out.stream() != nullptr && EncodeTo(out.stream(), image) && out.Keep();
+}
+
+}  // namespace
+
+SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width) {
+    SGreyPicture picture{width, 0, {}};
+    const std::size_t pixels = frame.size() / 2;
+    if (width == 0 || pixels == 0) return picture;
+    const std::size_t lines = (pixels + width - 1) / width;
+    picture.height = static_cast<std::uint32_t>(lines);
+    picture.pixels.resize(lines * width);
+    for (std::size_t i = 0; i < pixels; ++i) {
+        picture.pixels[i] = static_cast<std::uint16_t>(frame[2 * i] | frame[2 * i + 1] << 8);
+    }
+    // Zeros would be darker than anything else and spoil the contrast of all the rest.
+    std::fill(picture.pixels.begin() + static_cast<std::ptrdiff_t>(pixels), picture.pixels.end(),
+              picture.pixels[pixels - 1]);
+    if (framestamp::ReadStamp(frame).state != framestamp::EStamp::Absent) HideStamp(picture);
+    return picture;
+}
+
+void StretchContrast(SGreyPicture& picture) {
+    const SRange range = UsedRange(picture.pixels);
+    if (range.high <= range.low) {
+        std::ranges::fill(picture.pixels, static_cast<std::uint16_t>(fullScale / 2));
+        return;
+    }
+    for (std::uint16_t& pixel : picture.pixels) {
+        const std::uint32_t inside = std::clamp<std::uint32_t>(pixel, range.low, range.high);
+        // At most 0xFFFF times 0xFFFF: stays within 32 bits.
+        const std::uint32_t stretched = (inside - range.low) * fullScale / (range.high - range.low);
+        pixel = static_cast<std::uint16_t>(stretched);
+    }
+}
+
+bool WritePng(const std::string& file, const SGreyPicture& picture, const Palette* palette) {
+    if (picture.pixels.empty()) return false;
+    return WriteImage(file,
+                      palette != nullptr ? ColourImage(picture, *palette) : GreyImage(picture));
+}
+
+bool WritePng(const std::string& file, SColourPicture picture) {
+    if (picture.samples.empty()) return false;
+    return WriteImage(
+        file, {picture.width, picture.height, 8, PNG_COLOR_TYPE_RGB, std::move(picture.samples)});
+}
+
+}  // namespace frames

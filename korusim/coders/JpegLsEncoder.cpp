@@ -1,0 +1,30 @@
+#include "JpegLsEncoder.h"
+
+#include <charls/charls.h>
+
+#include "BigEndian.h"
+#include "FrameStamp.h"
+
+namespace korusim {
+namespace {
+
+constexpr std::size_t headBytes = 4;
+/// Counts have 14 bits, but the stamp uses all of its pixels.
+constexpr std::int32_t bitsPerPixel = 16;
+
+}  // namespace
+
+std::span<const std::uint8_t> CJpegLsEncoder::Code(std::span<std::uint16_t> picture,
+                                                   std::uint32_t number) {
+    framestamp::WriteStamp(framestamp::BytesOf(picture), number);
+    // Made anew each time: an encoder writes what it was told to write only once.
+    charls::jpegls_encoder encoder;
+    encoder.frame_info({pictureSize.width, pictureSize.height, bitsPerPixel, 1});
+    frame.resize(headBytes + encoder.estimated_destination_size());
+    bigendian::Put32(frame.data(), number);
+    encoder.destination(&frame[headBytes], frame.size() - headBytes);
+    const std::size_t coded = encoder.encode(picture.data(), picture.size_bytes());
+    return std::span(frame).first(headBytes + coded);
+}
+
+}  // namespace korusim

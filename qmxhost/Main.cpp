@@ -1,0 +1,276 @@
+/// Command line of the small host.
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <optional>
+#include <sstream>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Process.h"
+#include "Shell.h"
+#include "StreamCommand.h"
+
+namespace {
+
+using namespace qmxhost;
+
+constexpr const char* description =
+    "Finds, opens and streams infrared cameras through the camera plug-in qmxcamKORURTSP.";
+
+constexpr const char* generalHelp =
+    R"(CAMERA is an IPv4 address, or the name that 'qmxhost list' shows.
+Results go to standard output; the log, progress and errors go to standard error.
+
+Examples:
+  qmxhost list
+  qmxhost formats 192.168.1.20
+  qmxhost stream 192.168.1.20 --duration 10
+  qmxhost stream Roof --type raw --count 5 --save pictures --as png --palette iron
+  qmxhost set Roof FrameRate=30
+
+Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
+4 the stream ended with fewer frames than asked for, 5 --check found damage.
+)";
+
+constexpr const char* streamHelp =
+    R"(Streams until Ctrl-C when neither --count nor --duration is given, and takes the
+first format of the catalogue when none is chosen. A stream that has been silent
+for about 10 s is given up, or sooner when the camera has closed its control
+connection.
+
+--as native saves frames as they came: raw is 16-bit little-endian lines without
+a header (.raw), JPEG-LS has 4 bytes of the camera before the image (.jls), JPEG
+is a whole file (.jpg). --as png makes pictures to look at: of raw and JPEG-LS
+16-bit grey with the contrast stretched, or false colours with --palette; of JPEG
+what the camera made. Frames that cannot be decoded are passed over and counted.
+)";
+
+constexpr const char* setHelp =
+    R"(The frame rate of a raw camera stays in the camera. All else, also the rate of
+a compressed one, ends with this command's connection: 'qmxhost stream --rate'
+sets a rate and streams with it.
+)";
+
+/// Everything that the command line can say, and the command that it chose.
+struct SCommandLine {
+    std::string plugin;
+    bool verbose = false;
+    bool json = false;
+    bool follow = false;
+    SCameraChoice camera;
+    std::vector<std::string> words;  ///< property names or assignments
+    SStreamOptions stream;
+    std::string size;
+    std::function<EExit(CPluginHost&)> run;
+};
+
+// Each of these adds one command, its options, and what runs it once the whole line has been read.
+
+void AddCamera(CLI::App& command, SCameraChoice& choice) {
+    command.add_option("CAMERA", choice.camera, "address or name")->required();
+    command.add_flag("--no-tree", choice.noTree, "don't connect to the camera's node tree");
+}
+
+void AddList(CLI::App& app, SCommandLine& line) {
+    CLI::App& command = *app.add_subcommand("list", "Show the cameras on the network");
+    command.add_flag("--follow", line.follow, "keep looking, and show what comes and goes");
+    command.callback([&line] {
+        line.run = [&line](CPluginHost& host) { return RunList(host, line.follow, line.json); };
+    });
+}
+
+void AddFormats(CLI::App& app, SCommandLine& line) {
+    CLI::App& command = *app.add_subcommand("formats", "Show the formats that a camera offers");
+    AddCamera(command, line.camera);
+    command.callback([&line] {
+        line.run = [&line](CPluginHost& host) { return RunFormats(host, line.camera, line.json); };
+    });
+}
+
+void AddGet(CLI::App& app, SCommandLine& line) {
+    CLI::App& command = *app.add_subcommand("get", "Show properties of a camera");
+    AddCamera(command, line.camera);
+    command.add_option("NAME", line.words, "such as FrameRate; all without a name");
+    command.callback([&line] {
+        line.run = [&line](CPluginHost& host) {
+            return RunGet(host, line.camera, line.words, line.json);
+        };
+    });
+}
+
+void AddSet(CLI::App& app, SCommandLine& line) {
+    CLI::App& command = *app.add_subcommand("set", "Set properties of a camera");
+    AddCamera(command, line.camera);
+    command.add_option("NAME=VALUE", line.words, "such as FrameRate=30")->required();
+    command.footer(setHelp);
+    command.callback([&line] {
+        line.run = [&line](CPluginHost& host) {
+            return RunSet(host, line.camera, line.words, line.json);
+        };
+    });
+}
+
+/// CLI11 itself would take "-1" for a very large number.
+std::string CheckWhole(const std::string& text) {
+    const auto value = ParseWhole(text, std::numeric_limits<std::int64_t>::max());
+    return value ? std::string() : "'" + text + "' is not a whole number";
+}
+
+/// A finite number above 0; CLI11's own ranges let "nan" through.
+std::string CheckPositive(const std::string& text) {
+    const auto value = ParseReal(text);
+    return value && *value > 0 ? std::string() : "'" + text + "' is not a number above 0";
+}
+
+void AddFormatOptions(CLI::App& command, SCommandLine& line) {
+    SStreamOptions& stream = line.stream;
+    auto* const format = command.add_option("--format", stream.format, "number in the catalogue")
+                             ->check(CheckWhole, "", "N");
+    auto* const size = command.add_option("--size", line.size, "WxH, such as 640x512");
+    auto* const type = command.add_option("--type", stream.type, "raw, jls or jpeg");
+    size->excludes(format)->check(
+        [](const std::string& text) {
+            return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
+        },
+        "", "WxH");
+    type->excludes(format)->check(CLI::IsMember({"raw", "jls", "jpeg"}));
+}
+
+void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
+    command.add_option("--count", stream.count, "stop after so many frames")
+        ->check(CheckWhole, "", "N")
+        ->check(CheckPositive);
+    command.add_option("--duration", stream.duration, "stop after so many seconds")
+        ->check(CheckPositive, "", "S");
+    command.add_option("--skip", stream.skip, "pass over so many frames first")
+        ->check(CheckWhole, "", "N");
+    command.add_option("--rate", stream.rate, "frames per second to ask the camera for")
+        ->check(CheckPositive, "", "FPS");
+}
+
+void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
+    auto* const save = command.add_option("--save", stream.save.target,
+                                          "folder for the frames, or - for standard output");
+    auto* const form =
+        command
+            .add_option_function<std::string>(
+                "--as", [&stream](const std::string& text) { stream.save.asPng = text == "png"; },
+                "native (as they came) or png")
+            ->needs(save)
+            ->check(CLI::IsMember({"native", "png"}));
+    command.add_option("--palette", stream.save.palette, "false colours for png")
+        ->needs(form)
+        ->check(CLI::IsMember(frames::PaletteNames()));
+    command.add_flag("--check", stream.check, "verify korusim's checksum in each picture");
+}
+
+/// What no single option can refuse.
+void RefuseContradictions(const SCommandLine& line) {
+    const SSaveOptions& save = line.stream.save;
+    const bool toOutput = save.target == standardOutput;
+    if (toOutput && line.json) {
+        throw CLI::ValidationError("--save", "- and --json both want standard output");
+    }
+    if (toOutput && save.asPng) {
+        throw CLI::ValidationError("--save", "- writes native frames only; give a folder for png");
+    }
+    if (!save.palette.empty() && !save.asPng) {
+        throw CLI::ValidationError("--palette", "colours pictures: add --as png");
+    }
+}
+
+void AddStream(CLI::App& app, SCommandLine& line) {
+    CLI::App& command =
+        *app.add_subcommand("stream", "Stream, and count, check or save what comes");
+    AddCamera(command, line.camera);
+    AddFormatOptions(command, line);
+    AddLimitOptions(command, line.stream);
+    AddSaveOptions(command, line.stream);
+    command.footer(streamHelp);
+    // Needs the global options, which may stand behind the command: so not before all is read.
+    command.final_callback([&line] {
+        RefuseContradictions(line);
+        line.stream.camera = line.camera;
+        line.stream.json = line.json;
+        if (!line.size.empty()) line.stream.size = ParseSize(line.size);
+        line.run = [&line](CPluginHost& host) { return RunStream(host, line.stream); };
+    });
+}
+
+void AddShell(CLI::App& app, SCommandLine& line) {
+    CLI::App& command = *app.add_subcommand(
+        "shell", "Obey commands from standard input, answer each by a line of JSON");
+    command.footer("Commands, one a line; # starts a comment:\n" + ShellHelp());
+    command.callback(
+        [&line] { line.run = [](CPluginHost& host) { return RunShell(host, std::cin); }; });
+}
+
+/// What CLI11 says of a mistake, in the manner of all other failures.
+std::string Mistake(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app->remaining();
+    const bool noCommand = app->get_subcommands().empty();
+    const std::string what = noCommand && !unknown.empty()
+                                 ? "there is no command '" + unknown.front() + "'"
+                                 : std::string(error.what());
+    return "qmxhost: " + what + "; 'qmxhost --help' and 'qmxhost COMMAND --help' show the usage\n";
+}
+
+void SetUp(CLI::App& app, SCommandLine& line) {
+    app.fallthrough();  // the options for all commands may stand behind the command too
+    app.require_subcommand(1);
+    app.footer(generalHelp);
+    app.failure_message(Mistake);
+    app.add_option("--plugin", line.plugin, "the plug-in (default: beside this program)")
+        ->type_name("FILE");
+    app.add_flag("--verbose", line.verbose, "show the plug-in's trace lines");
+    app.add_flag("--json", line.json, "results as JSON");
+    AddList(app, line);
+    AddFormats(app, line);
+    AddGet(app, line);
+    AddSet(app, line);
+    AddStream(app, line);
+    AddShell(app, line);
+}
+
+/// Fills `line`, or answers for the help or a mistake with the status to end with.
+std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
+    CLI::App app(description, "qmxhost");
+    SetUp(app, line);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream help;
+        // CLI11 has a status of its own for each kind of mistake; 0 is for the help.
+        const bool asked = app.exit(error, help, std::cerr) == 0;
+        Print(help.str());
+        return asked ? EExit::Done : EExit::Usage;
+    }
+    return std::nullopt;
+}
+
+/// The one place where failures become a line on standard error and an exit status.
+EExit Run(int argc, char** argv) {
+    try {
+        SCommandLine line;
+        if (const auto status = Parse(line, argc, argv)) return *status;
+        qmx::logger().SetVerbose(line.verbose);
+        if (!platform::StartSockets()) throw CFailure(EExit::Failed, "the system has no sockets");
+        CPluginHost host(line.plugin);
+        return line.run(host);
+    } catch (const CFailure& failure) {
+        PrintError(failure.what());
+        return failure.status;
+    } catch (const std::exception& failure) {
+        PrintError(std::string("unexpected failure: ") + failure.what());
+        return EExit::Failed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (!platform::PrepareStandardStreams()) return static_cast<int>(EExit::Failed);
+    return static_cast<int>(Run(argc, argv));
+}

@@ -1,0 +1,39 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace qmxhost {
+
+void Print(const std::string& text) {
+    const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (taken && std::fflush(stdout) == 0) return;
+    throw CFailure(EExit::Failed,
+                   "can't write to standard output: " + std::generic_category().message(errno) +
+                       "; is the program that reads it gone, or the disk full?");
+}
+
+void PrintJson(const Json& value) {
+    Print(value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
+}
+
+void PrintError(const std::string& text) { std::fprintf(stderr, "qmxhost: %s\n", text.c_str()); }
+
+std::string Printable(std::string text) {
+    constexpr unsigned char firstPlain = 0x20;
+    constexpr unsigned char del = 0x7F;
+    std::ranges::replace_if(
+        text,
+        [](char letter) {
+            const auto code = static_cast<unsigned char>(letter);
+            return code < firstPlain || code == del;
+        },
+        '?');
+    return text;
+}
+
+void PrintHint(const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); }
+
+}  // namespace qmxhost
