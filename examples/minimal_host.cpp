@@ -8,7 +8,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include "Process.h"
+#include "NetworkState.h"
+#include "SharedLibrary.h"
 #include "qmxcam.h"
 
 namespace {

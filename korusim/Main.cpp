@@ -13,6 +13,7 @@
 
 #include "Announcer.h"
 #include "CameraSettings.h"
+#include "NetworkState.h"
 #include "Process.h"
 #include "VirtualCamera.h"
 

@@ -1,27 +1,11 @@
 #include "Process.h"
 
-#include <arpa/inet.h>
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <linux/rtnetlink.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <climits>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <system_error>
-#include <vector>
-
-#include "Socket.h"
 
 namespace platform {
 namespace {
@@ -32,37 +16,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes i
 
 void OnStopSignal(int) { stopRequested = true; }
 
-std::string SystemText(int error) { return std::generic_category().message(error); }
-
-CSocket Owned(int descriptor) {
-    return CSocket(descriptor < 0 ? invalidSocket : static_cast<SocketHandle>(descriptor));
-}
-
-/// True for the socket of a connection to `to` that neither side has closed.
-bool IsOpenConnection(int descriptor, const sockaddr_in& to) {
-    sockaddr_in peer{};
-    socklen_t size = sizeof(peer);
-    if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return false;
-    if (peer.sin_family != AF_INET || peer.sin_port != to.sin_port ||
-        peer.sin_addr.s_addr != to.sin_addr.s_addr) {
-        return false;
-    }
-    pollfd state{descriptor, POLLRDHUP, 0};
-    return ::poll(&state, 1, 0) == 0;
-}
-
 }  // namespace
-
-CSharedLibrary::CSharedLibrary(const std::string& file)
-    : library(::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
-    if (library != nullptr) return;
-    const char* const why = ::dlerror();
-    errorText = why != nullptr ? why : "unknown reason";
-}
-
-void* CSharedLibrary::Symbol(const char* name) const noexcept { return ::dlsym(library, name); }
-
-std::string PluginFileName(const std::string& name) { return name + ".so"; }
 
 std::string ProgramFolder() {
     char path[PATH_MAX];
@@ -99,74 +53,5 @@ void WatchStopSignals() {
 }
 
 bool StopRequested() noexcept { return stopRequested; }
-
-std::string DescriptorObstacle(std::size_t more) {
-    std::vector<CSocket> held(more);
-    for (CSocket& each : held) {
-        each = Owned(::eventfd(0, EFD_CLOEXEC));
-        if (each.valid()) continue;
-        const int reason = errno;
-        rlimit limit{};
-        ::getrlimit(RLIMIT_NOFILE, &limit);
-        return "too few file descriptors: " + std::to_string(more) +
-               " more are needed, and the limit of this process is " +
-               std::to_string(limit.rlim_cur) + " in all (ulimit -n): " + SystemText(reason);
-    }
-    return {};
-}
-
-std::string MulticastDnsObstacle(std::size_t descriptors) {
-    std::string obstacle = DescriptorObstacle(descriptors);
-    if (!obstacle.empty()) return obstacle;
-    const CSocket netlink = Owned(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE));
-    sockaddr_nl local{};
-    local.nl_family = AF_NETLINK;
-    local.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
-    if (netlink.valid() && ::bind(static_cast<int>(netlink.handle()),
-                                  reinterpret_cast<const sockaddr*>(&local), sizeof(local)) == 0) {
-        return {};
-    }
-    return "the network interfaces cannot be watched (netlink): " + SystemText(errno);
-}
-
-std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port) {
-    sockaddr_in to{};
-    to.sin_port = htons(port);
-    if (::inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1) return std::nullopt;
-    to.sin_family = AF_INET;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
-         !error && entry != end; entry.increment(error)) {
-        if (IsOpenConnection(std::atoi(entry->path().filename().c_str()), to)) return true;
-    }
-    return error ? std::nullopt : std::optional(false);
-}
-
-std::optional<std::uint64_t> DroppedDatagrams() {
-    // A line of names and a line of numbers, in an order that differs between kernels.
-    constexpr std::string_view wanted = "RcvbufErrors";
-    std::ifstream table("/proc/net/snmp");
-    std::string line;
-    std::string below;
-    while (std::getline(table, line) && std::getline(table, below)) {
-        if (!line.starts_with("Udp:")) continue;
-        std::istringstream names(line);
-        std::istringstream numbers(below);
-        std::string name;
-        std::string number;
-        while (names >> name && numbers >> number) {
-            std::uint64_t count = 0;
-            if (name == wanted && std::istringstream(number) >> count) return count;
-        }
-    }
-    return std::nullopt;
-}
-
-std::string ReceiveBufferAdvice() {
-    return "raise net.core.rmem_max (sysctl), or run with CAP_NET_ADMIN, which lets the plug-in "
-           "go beyond it";
-}
-
-bool StartSockets() noexcept { return true; }
 
 }  // namespace platform

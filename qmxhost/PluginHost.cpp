@@ -3,8 +3,10 @@
 #include <filesystem>
 
 #include "Arguments.h"
+#include "NetworkState.h"
 #include "Output.h"
 #include "Process.h"
+#include "SharedLibrary.h"
 
 namespace qmxhost {
 namespace {

@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Process.h"
+#include "NetworkState.h"
 
 namespace {
 

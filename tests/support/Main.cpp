@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "Process.h"
+#include "NetworkState.h"
 #if defined(__GLIBC__)
 #include <malloc.h>
 #endif

@@ -1,0 +1,28 @@
+/// Shared libraries loaded at run time.
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+/// A shared library loaded at run time. It stays loaded until the process ends, because objects of
+/// its classes may outlive this one.
+class CSharedLibrary {
+   public:
+    /// Loads a file; on failure `valid` is false and `error` says why.
+    explicit CSharedLibrary(const std::string& file);
+
+    [[nodiscard]] bool valid() const noexcept { return library != nullptr; }
+    [[nodiscard]] const std::string& error() const noexcept { return errorText; }
+    /// An exported function; null when there is none of that name.
+    [[nodiscard]] void* Symbol(const char* name) const noexcept;
+
+   private:
+    void* library = nullptr;
+    std::string errorText;
+};
+
+/// File name of a loadable plug-in on this system, such as "x.so" for "x".
+[[nodiscard]] std::string PluginFileName(const std::string& name);
+
+}  // namespace platform

@@ -1,0 +1,26 @@
+#include "SharedLibrary.h"
+
+#include <windows.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace platform {
+
+// The plug-in's own folder is searched too: the host's libraries may stand beside it. That takes a
+// whole path.
+CSharedLibrary::CSharedLibrary(const std::string& file)
+    : library(
+          ::LoadLibraryExW(std::filesystem::absolute(file).c_str(), nullptr,
+                           LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
+    if (library != nullptr) return;
+    errorText = std::system_category().message(static_cast<int>(::GetLastError()));
+}
+
+void* CSharedLibrary::Symbol(const char* name) const noexcept {
+    return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(library), name));
+}
+
+std::string PluginFileName(const std::string& name) { return name + ".dll"; }
+
+}  // namespace platform
