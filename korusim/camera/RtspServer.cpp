@@ -48,67 +48,6 @@ std::optional<std::string_view> PathOf(std::string_view url) {
 
 std::string_view WithoutQuery(std::string_view path) { return path.substr(0, path.find('?')); }
 
-std::optional<std::uint16_t> ParsePort(std::string_view text) {
-    std::uint16_t port = 0;
-    const char* const last = text.data() + text.size();
-    const auto [end, error] = std::from_chars(text.data(), last, port);
-    if (error != std::errc() || end != last || port == 0) return std::nullopt;
-    return port;
-}
-
-/// "a-b", or "a", which means a and the one above it.
-std::optional<SServerPorts> ParsePortPair(std::string_view text) {
-    const std::size_t hyphen = text.find('-');
-    const auto first = ParsePort(text.substr(0, hyphen));
-    if (!first) return std::nullopt;
-    if (hyphen != std::string_view::npos) {
-        const auto second = ParsePort(text.substr(hyphen + 1));
-        return second ? std::optional(SServerPorts{*first, *second}) : std::nullopt;
-    }
-    if (*first == 65535) return std::nullopt;
-    return SServerPorts{*first, static_cast<std::uint16_t>(*first + 1)};
-}
-
-/// Cuts a text at a separator and hands over each piece, trimmed.
-template <class Visitor>
-void ForEachPiece(std::string_view text, char separator, Visitor visit) {
-    for (;;) {
-        const std::size_t end = text.find(separator);
-        visit(Trim(text.substr(0, end)));
-        if (end == std::string_view::npos) return;
-        text.remove_prefix(end + 1);
-    }
-}
-
-/// The client's ports of one offer of a Transport header; none unless it is unicast over UDP.
-std::optional<SServerPorts> PortsOfOffer(std::string_view offer) {
-    constexpr std::string_view portKey = "client_port=";
-    std::optional<SServerPorts> ports;
-    bool first = true;
-    bool udp = false;
-    bool unicast = false;
-    ForEachPiece(offer, ';', [&](std::string_view piece) {
-        if (first) udp = SameWord(piece, "RTP/AVP") || SameWord(piece, "RTP/AVP/UDP");
-        first = false;
-        if (SameWord(piece, "unicast")) unicast = true;
-        if (piece.starts_with(portKey)) ports = ParsePortPair(piece.substr(portKey.size()));
-    });
-    return udp && unicast ? ports : std::nullopt;
-}
-
-/// The ports of the first offer that will do.
-std::optional<SServerPorts> ClientPorts(std::string_view transport) {
-    std::optional<SServerPorts> chosen;
-    ForEachPiece(transport, ',', [&](std::string_view offer) {
-        if (!chosen) chosen = PortsOfOffer(offer);
-    });
-    return chosen;
-}
-
-std::string PortPairText(SServerPorts ports) {
-    return std::to_string(ports.rtp) + "-" + std::to_string(ports.rtcp);
-}
-
 /// PLAY and its like name the stream as a whole, which for "/mjpg/stream=0" is "/mjpg".
 std::string_view ControlPathOf(std::string_view setupPath) {
     const std::size_t stream = setupPath.find("/stream=");
@@ -132,7 +71,7 @@ bool ParseRateQuery(std::string_view path, std::optional<double>& rate) {
 
 }  // namespace
 
-CRtspServer::CRtspServer(const SCameraSettings& settings, SServerPorts ports)
+CRtspServer::CRtspServer(const SCameraSettings& settings, SPortPair ports)
     : camera(settings), serverPorts(ports), random(settings.seed) {}
 
 SRtspAnswer CRtspServer::Answer(ConnectionId connection, const SRtspRequest& request) {
@@ -189,7 +128,7 @@ CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspReque
     if (format->encoding != EEncoding::Raw && !ParseRateQuery(path, rate)) return {400, {}, {}};
     const std::string* const transport = request.Find("Transport");
     if (transport == nullptr) return {400, {}, {}};
-    const auto clientPorts = ClientPorts(*transport);
+    const auto clientPorts = ParseClientPorts(*transport);
     if (!clientPorts) return {461, {}, {}};
     if (current) return {453, {}, {}};
 

@@ -12,14 +12,9 @@
 #include "CameraSettings.h"
 #include "Description.h"
 #include "RtspRequest.h"
+#include "TransportHeader.h"
 
 namespace korusim {
-
-/// The camera's UDP ports.
-struct SServerPorts {
-    std::uint16_t rtp = 0;
-    std::uint16_t rtcp = 0;
-};
 
 /// Tells the connections of one camera apart; never used again.
 using ConnectionId = std::uint64_t;
@@ -55,7 +50,7 @@ struct SRtspAnswer {
 /// none. A session also ends with the connection that made it, and when the camera gives it up.
 class CRtspServer {
    public:
-    CRtspServer(const SCameraSettings& settings, SServerPorts ports);
+    CRtspServer(const SCameraSettings& settings, SPortPair ports);
 
     /// The answer to a request; `session` tells what it has changed.
     [[nodiscard]] SRtspAnswer Answer(ConnectionId connection, const SRtspRequest& request);
@@ -89,7 +84,7 @@ class CRtspServer {
     [[nodiscard]] SRtspAnswer Format(const SReply& reply, const SRtspRequest& request) const;
 
     SCameraSettings camera;
-    SServerPorts serverPorts;
+    SPortPair serverPorts;
     std::mt19937_64 random;
     std::uint64_t sessionsMade = 0;
     std::optional<SRtspSession> current;

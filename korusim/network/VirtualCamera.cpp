@@ -86,7 +86,7 @@ std::string CVirtualCamera::Open() {
     rtcpSocket = std::move(sockets[3].socket);
     SCameraSettings seeded = camera;
     seeded.seed = SeedFor(camera);
-    server.emplace(seeded, SServerPorts{LocalPort(rtpSocket), LocalPort(rtcpSocket)});
+    server.emplace(seeded, SPortPair{LocalPort(rtpSocket), LocalPort(rtcpSocket)});
     return {};
 }
 

@@ -1,0 +1,24 @@
+/// The Transport header of SETUP (RFC 2326, 12.39), as far as RTP over UDP needs it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace korusim {
+
+/// A pair of UDP ports, host order.
+struct SPortPair {
+    std::uint16_t rtp = 0;
+    std::uint16_t rtcp = 0;
+};
+
+/// Returns the client's ports of the first offer that is unicast RTP over UDP; nothing when none
+/// is.
+[[nodiscard]] std::optional<SPortPair> ParseClientPorts(std::string_view transport);
+
+/// Returns "rtp-rtcp".
+[[nodiscard]] std::string PortPairText(SPortPair ports);
+
+}  // namespace korusim
