@@ -12,7 +12,7 @@ namespace qmxhost {
 
 /// Which camera a command is for, and how it is opened.
 struct SCameraChoice {
-    std::string camera;   ///< an address or a name
+    std::string nameOrAddress;
     bool noTree = false;  ///< leave the node tree alone: then a raw camera has no frame rate
 };
 

@@ -10,7 +10,7 @@ std::uint32_t OpenFlags(const SCameraChoice& choice) noexcept {
 }
 
 EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
-    COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
     // Made for both outputs, so that they can't tell different things.
     Json list = Json::array();
     for (const auto& format : camera.Formats()) {

@@ -8,6 +8,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "NetworkState.h"
 #include "Process.h"
 #include "Shell.h"
 #include "StreamCommand.h"
@@ -69,7 +70,7 @@ struct SCommandLine {
 // Each of these adds one command, its options, and what runs it once the whole line has been read.
 
 void AddCamera(CLI::App& command, SCameraChoice& choice) {
-    command.add_option("CAMERA", choice.camera, "address or name")->required();
+    command.add_option("CAMERA", choice.nameOrAddress, "address or name")->required();
     command.add_flag("--no-tree", choice.noTree, "don't connect to the camera's node tree");
 }
 
@@ -126,10 +127,11 @@ std::string CheckPositive(const std::string& text) {
 
 void AddFormatOptions(CLI::App& command, SCommandLine& line) {
     SStreamOptions& stream = line.stream;
-    auto* const format = command.add_option("--format", stream.format, "number in the catalogue")
-                             ->check(CheckWhole, "", "N");
+    auto* const format =
+        command.add_option("--format", stream.format.index, "number in the catalogue")
+            ->check(CheckWhole, "", "N");
     auto* const size = command.add_option("--size", line.size, "WxH, such as 640x512");
-    auto* const type = command.add_option("--type", stream.type, "raw, jls or jpeg");
+    auto* const type = command.add_option("--type", stream.format.type, "raw, jls or jpeg");
     size->excludes(format)->check(
         [](const std::string& text) {
             return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
@@ -194,7 +196,7 @@ void AddStream(CLI::App& app, SCommandLine& line) {
         RefuseContradictions(line);
         line.stream.camera = line.camera;
         line.stream.json = line.json;
-        if (!line.size.empty()) line.stream.size = ParseSize(line.size);
+        if (!line.size.empty()) line.stream.format.size = ParseSize(line.size);
         line.run = [&line](CPluginHost& host) { return RunStream(host, line.stream); };
     });
 }

@@ -76,14 +76,14 @@ const char* TypeText(qmx::EType type) {
 
 EExit RunGet(CPluginHost& host, const SCameraChoice& choice, const std::vector<std::string>& names,
              bool json) {
-    const COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    const COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
     return Show(camera, WantedOrAll(camera, names), json);
 }
 
 EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
              const std::vector<std::string>& assignments, bool json) {
     const std::vector<SAssignment> wanted = Split(assignments);
-    const COpenCamera camera(host, choice.camera, OpenFlags(choice));
+    const COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
     std::vector<SProperty> properties;
     std::vector<qmx::CVariant> values;
     // All are looked at before the first is set: a mistake in the last leaves the camera as it was.

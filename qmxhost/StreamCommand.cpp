@@ -4,8 +4,8 @@
 #include <chrono>
 
 #include "FrameChecker.h"
-#include "FrameQueue.h"
-#include "FrameStatistics.h"
+#include "FrameIntake.h"
+#include "NetworkState.h"
 #include "PixelTypeNames.h"
 #include "Process.h"
 #include "StreamReport.h"
@@ -28,79 +28,9 @@ constexpr double slowestRate = 0.001;
 constexpr auto statusPeriod = 1s;
 constexpr auto stopPoll = 50ms;
 
-/// Takes frames from the plug-in's thread: skips, counts, and hands on what is wanted.
-class CFrameIntake {
-   public:
-    CFrameIntake(const SStreamOptions& options)
-        : skip(options.skip),
-          count(options.count),
-          keep(options.check || !options.save.target.empty()) {}
-
-    /// Before the start: room for frames of this length.
-    void Reserve(std::size_t frameLength) {
-        if (keep) frames.Reserve(frameLength);
-    }
-    /// The frame callback; see `qmx::cam::FrameCallback` for what it must not do.
-    static void OnFrame(void* context, const std::uint8_t* frame, std::uint32_t length) noexcept {
-        static_cast<CFrameIntake*>(context)->Take({frame, length});
-    }
-    [[nodiscard]] frames::SFrameTotals Totals() const { return statistics.Totals(); }
-    [[nodiscard]] frames::CFrameQueue& queue() noexcept { return frames; }
-
-   private:
-    void Take(std::span<const std::uint8_t> frame) {
-        const frames::Clock::time_point now = frames::Clock::now();
-        if (skipped < skip) {
-            ++skipped;
-            statistics.AddSkipped(now);
-            return;
-        }
-        if (count != 0 && taken == count) return;  // the stop is under way
-        ++taken;
-        statistics.Add(static_cast<std::uint32_t>(frame.size()), now);
-        if (keep && !Push(frame)) statistics.AddNotKept();
-    }
-    bool Push(std::span<const std::uint8_t> frame) {
-        try {
-            return frames.Push(frame, taken);
-        } catch (const std::bad_alloc&) {
-            return false;  // nothing may get out into the plug-in's thread
-        }
-    }
-
-    const std::uint64_t skip;
-    const std::uint64_t count;
-    const bool keep;
-    std::uint64_t skipped = 0;  // the callback's
-    std::uint64_t taken = 0;    // the callback's
-    frames::CFrameStatistics statistics;
-    frames::CFrameQueue frames;
-};
-
-/// Exactly the wanted size: the plug-in itself would quietly take the nearest one.
-bool Matches(const SFormat& format, const SStreamOptions& options) {
-    if (options.size &&
-        (format.width != options.size->width || format.height != options.size->height)) {
-        return false;
-    }
-    return options.type.empty() || frames::TypeName(format.pixelType) == options.type;
-}
-
-SFormat ChooseFormat(const std::vector<SFormat>& formats, const SStreamOptions& options,
-                     const std::string& camera) {
-    if (options.format) {
-        if (*options.format < formats.size()) return formats[*options.format];
-    } else {
-        const auto found = std::ranges::find_if(
-            formats, [&](const SFormat& format) { return Matches(format, options); });
-        if (found != formats.end()) return *found;
-    }
-    throw CFailure(EExit::Usage, "camera " + camera + " has no such format; 'qmxhost formats " +
-                                     camera + "' shows what it has");
-}
-
-/// Before the start, so that a mistake costs no session on the camera.
-void RefuseWhatDoesntFit(const SStreamOptions& options, const SFormat& format) {
+/// Refuses options that the format does not allow, before the mistake costs a session on the
+/// camera.
+void RefuseUnsuitable(const SStreamOptions& options, const SFormat& format) {
     const std::string name = frames::TypeName(format.pixelType);
     // A type that can't be checked is one that nobody here can decode.
     if ((options.save.asPng || options.check) &&
@@ -163,10 +93,10 @@ CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
     : camera(openCamera),
       intake(frameIntake),
       options(streamOptions),
-      format(ChooseFormat(camera.Formats(), options, camera.address())),
+      format(ChooseFormat(camera.Formats(), options.format, camera.address())),
       checker(format.pixelType),
       report(options.json, options.save.target == standardOutput) {
-    RefuseWhatDoesntFit(options, format);
+    RefuseUnsuitable(options, format);
     if (!options.save.target.empty()) saver.emplace(options.save, format);
 }
 
@@ -371,8 +301,8 @@ EExit RunStream(CPluginHost& host, const SStreamOptions& options) {
     platform::WatchStopSignals();
     platform::PrepareByteOutput();
     // Made first and ended last: until the device is gone its thread may still call into it.
-    CFrameIntake intake(options);
-    COpenCamera camera(host, options.camera.camera, OpenFlags(options.camera));
+    CFrameIntake intake(options.skip, options.count, options.check || !options.save.target.empty());
+    COpenCamera camera(host, options.camera.nameOrAddress, OpenFlags(options.camera));
     return CStream(camera, intake, options).Run();
 }
 

@@ -3,19 +3,16 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 
-#include "Arguments.h"
 #include "Commands.h"
+#include "FormatChoice.h"
 #include "FrameSaver.h"
 
 namespace qmxhost {
 
 struct SStreamOptions {
     SCameraChoice camera;
-    std::optional<std::uint64_t> format;  ///< index in the catalogue
-    std::optional<SSize> size;
-    std::string type;         ///< raw, jls, jpeg; empty for any
+    SFormatChoice format;
     std::uint64_t count = 0;  ///< 0: no limit
     std::uint64_t skip = 0;   ///< frames at the start that count for nothing
     double duration = 0;      ///< seconds; 0: no limit
