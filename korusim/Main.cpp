@@ -94,7 +94,7 @@ std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer
     for (CVirtualCamera& camera : cameras) {
         const std::string error = camera.Open();
         if (!error.empty()) return error;
-        announcements.push_back({camera.settings().address, camera.settings().name});
+        announcements.push_back({camera.settings.address, camera.settings.name});
     }
     for (CVirtualCamera& camera : cameras) {
         const std::string error = camera.Start();

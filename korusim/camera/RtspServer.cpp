@@ -71,8 +71,8 @@ bool ParseRateQuery(std::string_view path, std::optional<double>& rate) {
 
 }  // namespace
 
-CRtspServer::CRtspServer(const SCameraSettings& settings, SPortPair ports)
-    : camera(settings), serverPorts(ports), random(settings.seed) {}
+CRtspServer::CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports)
+    : settings(cameraSettings), serverPorts(ports), random(settings.seed) {}
 
 SRtspAnswer CRtspServer::Answer(ConnectionId connection, const SRtspRequest& request) {
     return Format(Dispatch(connection, request), request);
@@ -112,17 +112,17 @@ CRtspServer::SReply CRtspServer::Describe(const SRtspRequest& request,
         accept->find("*/*") == std::string::npos) {
         return {406, {}, {}};
     }
-    const auto formats = FormatsAt(camera, path);
+    const auto formats = FormatsAt(settings, path);
     if (formats.empty()) return {404, {}, {}};
     return {200,
             {{"Content-Base", request.url}, {"Content-Type", std::string(descriptionType)}},
-            DescribeFormats(camera, formats)};
+            DescribeFormats(settings, formats)};
 }
 
 CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspRequest& request,
                                        std::string_view path) {
     if (current && current->connection == connection) return WrongState();
-    const auto format = FormatToSetUp(camera, WithoutQuery(path));
+    const auto format = FormatToSetUp(settings, WithoutQuery(path));
     if (!format) return {404, {}, {}};
     std::optional<double> rate;
     if (format->encoding != EEncoding::Raw && !ParseRateQuery(path, rate)) return {400, {}, {}};
@@ -142,28 +142,28 @@ CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspReque
                            clientPorts->rtcp,
                            false};
     std::string chosen = "RTP/AVP;unicast;client_port=" + PortPairText(*clientPorts);
-    if (!camera.Has(EQuirk::NoServerPort)) chosen += ";server_port=" + PortPairText(serverPorts);
+    if (!settings.Has(EQuirk::NoServerPort)) chosen += ";server_port=" + PortPairText(serverPorts);
     return {
         200, {{"Session", current->id + std::string(timeoutParameter)}, {"Transport", chosen}}, {}};
 }
 
 CRtspServer::SReply CRtspServer::Play() {
     if (current->playing) return WrongState();
-    if (camera.Has(EQuirk::RefusePlay)) return {500, {}, {}};
+    if (settings.Has(EQuirk::RefusePlay)) return {500, {}, {}};
     current->playing = true;
     std::string id = current->id;
-    if (camera.Has(EQuirk::SessionTimeoutInPlay)) id += timeoutParameter;
+    if (settings.Has(EQuirk::SessionTimeoutInPlay)) id += timeoutParameter;
     return {200, {{"Session", id}}, {}};
 }
 
 CRtspServer::SReply CRtspServer::Pause() {
-    if (!current->playing || camera.Has(EQuirk::RefusePause)) return WrongState();
+    if (!current->playing || settings.Has(EQuirk::RefusePause)) return WrongState();
     current->playing = false;
     return {200, {{"Session", current->id}}, {}};
 }
 
 CRtspServer::SReply CRtspServer::Teardown() {
-    if (camera.Has(EQuirk::RefuseTeardown)) return {500, {}, {}};
+    if (settings.Has(EQuirk::RefuseTeardown)) return {500, {}, {}};
     current.reset();
     return {200, {}, {}};
 }
@@ -191,7 +191,7 @@ std::string CRtspServer::NewSessionId() {
 
 std::string CRtspServer::HeaderLine(std::string_view name, std::string_view value) const {
     std::string line(name);
-    if (camera.Has(EQuirk::LowerCaseHeaders)) {
+    if (settings.Has(EQuirk::LowerCaseHeaders)) {
         std::ranges::transform(line, line.begin(), [](char c) {
             return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
         });

@@ -50,7 +50,7 @@ struct SRtspAnswer {
 /// none. A session also ends with the connection that made it, and when the camera gives it up.
 class CRtspServer {
    public:
-    CRtspServer(const SCameraSettings& settings, SPortPair ports);
+    CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports);
 
     /// The answer to a request; `session` tells what it has changed.
     [[nodiscard]] SRtspAnswer Answer(ConnectionId connection, const SRtspRequest& request);
@@ -83,7 +83,7 @@ class CRtspServer {
     [[nodiscard]] std::string HeaderLine(std::string_view name, std::string_view value) const;
     [[nodiscard]] SRtspAnswer Format(const SReply& reply, const SRtspRequest& request) const;
 
-    SCameraSettings camera;
+    SCameraSettings settings;
     SPortPair serverPorts;
     std::mt19937_64 random;
     std::uint64_t sessionsMade = 0;

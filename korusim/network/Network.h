@@ -68,9 +68,9 @@ class CPeer {
     [[nodiscard]] bool closeRequested() const noexcept { return closing; }
     [[nodiscard]] bool done() const noexcept { return closing && waiting.empty(); }
     /// When `Flush` has something to do; none while nothing waits, or while the peer's system
-    /// must take bytes first, for which `stuck` is true.
+    /// must take bytes first, for which `blockedOnSend` is true.
     [[nodiscard]] std::optional<TimePoint> nextDue() const;
-    [[nodiscard]] bool stuck() const noexcept { return blocked; }
+    [[nodiscard]] bool blockedOnSend() const noexcept { return blocked; }
 
    private:
     struct SPending {

@@ -56,36 +56,36 @@ bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
 }
 
 /// Cameras with the same seed still differ.
-std::uint64_t SeedFor(const SCameraSettings& camera) {
-    std::uint64_t seed = camera.seed;
-    for (const char c : camera.address) seed = seed * 31 + static_cast<unsigned char>(c);
+std::uint64_t SeedFor(const SCameraSettings& settings) {
+    std::uint64_t seed = settings.seed;
+    for (const char c : settings.address) seed = seed * 31 + static_cast<unsigned char>(c);
     return seed;
 }
 
 }  // namespace
 
 CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings)
-    : camera(std::move(cameraSettings)),
-      tree(camera),
+    : settings(std::move(cameraSettings)),
+      tree(settings),
       toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {}
 
 std::string CVirtualCamera::Open() {
     wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     std::array<SSocketResult, 4> sockets;
-    sockets[0] = ListenTcp(camera.address, rtspPort);
-    if (camera.tree != ETree::Off) sockets[1] = ListenTcp(camera.address, treePort);
-    sockets[2] = OpenUdp(camera.address);
-    sockets[3] = OpenUdp(camera.address);
+    sockets[0] = ListenTcp(settings.address, rtspPort);
+    if (settings.tree != ETree::Off) sockets[1] = ListenTcp(settings.address, treePort);
+    sockets[2] = OpenUdp(settings.address);
+    sockets[3] = OpenUdp(settings.address);
     for (const SSocketResult& result : sockets) {
-        if (!result.error.empty()) return "camera \"" + camera.name + "\": " + result.error;
+        if (!result.error.empty()) return "camera \"" + settings.name + "\": " + result.error;
     }
-    if (!wake.valid()) return "camera \"" + camera.name + "\": no file descriptors left";
+    if (!wake.valid()) return "camera \"" + settings.name + "\": no file descriptors left";
     rtspListener = std::move(sockets[0].socket);
     treeListener = std::move(sockets[1].socket);
     rtpSocket = std::move(sockets[2].socket);
     rtcpSocket = std::move(sockets[3].socket);
-    SCameraSettings seeded = camera;
-    seeded.seed = SeedFor(camera);
+    SCameraSettings seeded = settings;
+    seeded.seed = SeedFor(settings);
     server.emplace(seeded, SPortPair{LocalPort(rtpSocket), LocalPort(rtcpSocket)});
     return {};
 }
@@ -94,7 +94,7 @@ std::string CVirtualCamera::Start() {
     try {
         thread = std::thread([this] { Run(); });
     } catch (const std::system_error& failure) {
-        return "camera \"" + camera.name + "\": can't start its thread: " + failure.what() +
+        return "camera \"" + settings.name + "\": can't start its thread: " + failure.what() +
                " (the limits of threads and of memory: ulimit -u, ulimit -v)";
     }
     return {};
@@ -113,7 +113,7 @@ void CVirtualCamera::Run() {
     try {
         Serve();
     } catch (const std::exception& failure) {
-        failureText = "camera \"" + camera.name + "\" failed: " + failure.what();
+        failureText = "camera \"" + settings.name + "\" failed: " + failure.what();
         ::kill(::getpid(), SIGTERM);
     }
 }
@@ -143,15 +143,15 @@ TimePoint CVirtualCamera::NextDue() const {
     if (acceptAfter > Clock::now()) consider(acceptAfter);
     if (stream && stream->playing) {
         consider(stream->video.nextDue());
-        if (camera.senderReportSeconds > 0) consider(stream->nextReport);
-        consider(SilenceEnds());
+        if (settings.senderReportSeconds > 0) consider(stream->nextReport);
+        consider(RtcpDeadline());
     }
     return due;
 }
 
-std::optional<TimePoint> CVirtualCamera::SilenceEnds() const {
-    if (camera.rtcpTimeoutSeconds <= 0) return std::nullopt;
-    return stream->lastHeard + Duration(camera.rtcpTimeoutSeconds);
+std::optional<TimePoint> CVirtualCamera::RtcpDeadline() const {
+    if (settings.rtcpTimeoutSeconds <= 0) return std::nullopt;
+    return stream->lastHeard + Duration(settings.rtcpTimeoutSeconds);
 }
 
 void CVirtualCamera::Wait() {
@@ -162,7 +162,8 @@ void CVirtualCamera::Wait() {
     }
     if (acceptAfter > Clock::now()) waiting[1].events = waiting[2].events = 0;
     const auto watch = [this](const CPeer& peer) {
-        const int events = (peer.closeRequested() ? 0 : POLLIN) | (peer.stuck() ? POLLOUT : 0);
+        const int events =
+            (peer.closeRequested() ? 0 : POLLIN) | (peer.blockedOnSend() ? POLLOUT : 0);
         waiting.push_back({peer.descriptor(), static_cast<short>(events), 0});
     };
     for (const SRtspPeer& peer : rtspPeers) watch(peer.link);
@@ -242,7 +243,7 @@ bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
     const auto bytes = peer.link.Receive();
     if (!bytes) return false;
     if (!bytes->empty()) peer.lastHeard = now;
-    if (bytes->empty() || camera.Has(EQuirk::Silent)) return true;
+    if (bytes->empty() || settings.Has(EQuirk::Silent)) return true;
     peer.reader.Feed(*bytes);
     SRtspRequest request;
     for (;;) {
@@ -265,8 +266,8 @@ bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
 }
 
 void CVirtualCamera::QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const {
-    const TimePoint due = camera.Has(EQuirk::LateAnswers) ? now + lateBy : now;
-    if (camera.Has(EQuirk::SplitBody)) {
+    const TimePoint due = settings.Has(EQuirk::LateAnswers) ? now + lateBy : now;
+    if (settings.Has(EQuirk::SplitBody)) {
         const std::size_t half = answer.body.size() / 2;
         peer.link.Queue(answer.head + answer.body.substr(0, half), due);
         peer.link.Queue(answer.body.substr(half), due + splitBy);
@@ -300,7 +301,7 @@ void CVirtualCamera::ServeRtcp(TimePoint now) {
         if (received < 0) return;
         if (!stream) continue;  // a late word about a stream that is over
         if (!SameAddress(from, stream->clientRtcp)) {
-            ++stream->strangers;
+            ++stream->unknownSenders;
             continue;
         }
         ReadRtcp(std::span(datagram).first(static_cast<std::size_t>(received)), now);
@@ -325,7 +326,7 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
     stream->playing = session->playing;
     if (session->playing) {
         stream->video.Play(now);
-        stream->nextReport = now + Duration(camera.senderReportSeconds);
+        stream->nextReport = now + Duration(settings.senderReportSeconds);
         stream->lastHeard = now;
     } else {
         stream->video.Pause(toOutbox);
@@ -335,8 +336,8 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
 
 void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
                                  const sockaddr_in& client) {
-    const std::uint64_t seed = SeedFor(camera) + session.serial;
-    CVideoStream video(camera, session.format, session.rate.value_or(tree.frequency()),
+    const std::uint64_t seed = SeedFor(settings) + session.serial;
+    CVideoStream video(settings, session.format, session.rate.value_or(tree.frequency()),
                        SceneFor(session.format.size), seed, now);
     const CRtcpReader rtcp(video.ssrc());
     const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
@@ -350,7 +351,8 @@ std::shared_ptr<const CScene> CVirtualCamera::SceneFor(SPictureSize size) {
     for (const auto& [known, scene] : scenes) {
         if (known == size) return scene;
     }
-    return scenes.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(camera))).second;
+    return scenes.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(settings)))
+        .second;
 }
 
 void CVirtualCamera::EndStream(double silenceSeconds) {
@@ -359,7 +361,7 @@ void CVirtualCamera::EndStream(double silenceSeconds) {
     if (stream->playing) stream->video.Pause(toOutbox);
     outbox.Flush();
     SStreamSummary summary;
-    summary.camera = camera.address + " \"" + camera.name + "\"";
+    summary.camera = settings.address + " \"" + settings.name + "\"";
     summary.number = stream->sessionSerial;
     summary.video = stream->video.tally();
     summary.skippedFrames = stream->video.skippedFrames();
@@ -369,7 +371,7 @@ void CVirtualCamera::EndStream(double silenceSeconds) {
     summary.rtcp = stream->rtcp.tally();
     summary.lostOfReported = stream->lostOfReported;
     summary.silenceSeconds = silenceSeconds;
-    summary.strangers = stream->strangers;
+    summary.unknownSenders = stream->unknownSenders;
     if (endedStreams.size() == maxSummaries) endedStreams.erase(endedStreams.begin());
     endedStreams.push_back(FormatSummary(summary));
     stream.reset();
@@ -379,22 +381,22 @@ void CVirtualCamera::AdvanceStream(TimePoint now) {
     if (!stream || !stream->playing) return;
     stream->video.Advance(now, toOutbox);
     outbox.Flush();
-    if (camera.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
-    if (const auto end = SilenceEnds(); end && now >= *end) {
+    if (settings.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
+    if (const auto end = RtcpDeadline(); end && now >= *end) {
         server->GiveUpSession();
-        EndStream(camera.rtcpTimeoutSeconds);
+        EndStream(settings.rtcpTimeoutSeconds);
     }
 }
 
 void CVirtualCamera::SendReport(TimePoint now) {
     const std::uint64_t ntp = NtpNow();
     const std::string report =
-        BuildSenderReport(stream->video.Report(now, ntp), "korusim@" + camera.address);
+        BuildSenderReport(stream->video.Report(now, ntp), "korusim@" + settings.address);
     ::sendto(rtcpSocket.get(), report.data(), report.size(), MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&stream->clientRtcp), sizeof(stream->clientRtcp));
     stream->rtcp.NoteSenderReport(ntp);
     ++stream->reportsSent;
-    stream->nextReport = std::max(stream->nextReport + Duration(camera.senderReportSeconds), now);
+    stream->nextReport = std::max(stream->nextReport + Duration(settings.senderReportSeconds), now);
 }
 
 }  // namespace korusim

@@ -44,7 +44,8 @@ class CVirtualCamera {
     }
     /// What has ended the thread before its time, in one sentence; else nothing. After `Stop` only.
     [[nodiscard]] const std::string& failure() const noexcept { return failureText; }
-    [[nodiscard]] const SCameraSettings& settings() const noexcept { return camera; }
+
+    const SCameraSettings settings;
 
    private:
     struct SRtspPeer {
@@ -71,7 +72,7 @@ class CVirtualCamera {
         // Lost by the network up to the highest sequence number of the last report.
         std::optional<std::uint64_t> lostOfReported{};
         std::uint64_t reportsSent = 0;
-        std::uint64_t strangers = 0;  // RTCP datagrams from elsewhere than the client's port
+        std::uint64_t unknownSenders = 0;  // RTCP datagrams from elsewhere than the client's port
         std::uint64_t refusedBefore = 0;
     };
 
@@ -96,14 +97,13 @@ class CVirtualCamera {
     void FollowSession(TimePoint now, const sockaddr_in& client);
     void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
     /// When a receiver that stays silent loses its stream; none when it may stay silent.
-    [[nodiscard]] std::optional<TimePoint> SilenceEnds() const;
+    [[nodiscard]] std::optional<TimePoint> RtcpDeadline() const;
     /// `silenceSeconds` isn't 0 when the receiver's silence is the reason.
     void EndStream(double silenceSeconds = 0);
     void AdvanceStream(TimePoint now);
     void SendReport(TimePoint now);
     [[nodiscard]] std::shared_ptr<const CScene> SceneFor(SPictureSize size);
 
-    SCameraSettings camera;
     CDescriptor wake;  // readable when the thread is to end
     CDescriptor rtspListener;
     CDescriptor treeListener;  // none with the tree off

@@ -67,8 +67,9 @@ std::string FormatSummary(const SStreamSummary& summary) {
     }
     if (summary.silenceSeconds > 0) text += SilenceLine(summary.silenceSeconds);
     text += FaultLines(rtcp);
-    if (summary.strangers != 0) {
-        text += "  " + Number(summary.strangers, "RTCP datagrams from elsewhere than its client\n");
+    if (summary.unknownSenders != 0) {
+        text += "  " +
+                Number(summary.unknownSenders, "RTCP datagrams from elsewhere than its client\n");
     }
     return text;
 }

@@ -22,7 +22,7 @@ struct SStreamSummary {
     SRtcpTally rtcp;
     std::optional<std::uint64_t> lostOfReported;  ///< by the network, up to the last report's end
     double silenceSeconds = 0;                    ///< of the receiver that ended it; 0: none did
-    std::uint64_t strangers = 0;
+    std::uint64_t unknownSenders = 0;
 };
 
 /// Some lines of text, each ended.
