@@ -1,7 +1,6 @@
-# Compiler settings shared by all targets, and the export rule of the plug-in.
+# Compiler options of our targets, and the export rule of the plug-in.
 
-# What only our own code is held to: warnings. Whether they are errors is the preset's choice
-# (CMAKE_COMPILE_WARNING_AS_ERROR).
+# Warnings. Whether they are errors is the preset's choice (CMAKE_COMPILE_WARNING_AS_ERROR).
 add_library(koru_warnings INTERFACE)
 if(MSVC)
   target_compile_options(koru_warnings INTERFACE /W4 /permissive- /utf-8)
@@ -11,20 +10,28 @@ else()
     -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
 endif()
 
+# Further options of our targets, which the warnings bring along.
+add_library(koru_options INTERFACE)
+target_link_libraries(koru_warnings INTERFACE koru_options)
+if(NOT MSVC)
+  # Debug information and __FILE__ name sources relative to the project, wherever it is built.
+  target_compile_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+endif()
 if(WIN32)
-  # Windows 10, the first with a DNS-SD browse of its own; and as few of the system's macros as it
-  # lets one have.
-  add_compile_definitions(_WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
+  # Windows 10 is the first version with a DNS-SD browse of its own. The other two definitions keep
+  # macros of the system's headers out.
+  target_compile_definitions(koru_options
+    INTERFACE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
 endif()
 if(KORU_SANITIZE)
-  add_compile_options(-fsanitize=${KORU_SANITIZE} -fno-omit-frame-pointer
-                      -fno-sanitize-recover=all)
-  add_link_options(-fsanitize=${KORU_SANITIZE})
-  add_compile_definitions(KORU_SANITIZED)
+  target_compile_options(koru_options INTERFACE
+    -fsanitize=${KORU_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_compile_definitions(koru_options INTERFACE KORU_SANITIZED)
+  target_link_options(koru_options INTERFACE -fsanitize=${KORU_SANITIZE})
 endif()
 if(KORU_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic) # threads count, too
-  add_link_options(--coverage)
+  target_compile_options(koru_options INTERFACE --coverage -fprofile-update=atomic) # for threads
+  target_link_options(koru_options INTERFACE --coverage)
 endif()
 
 # Lets `target` export the one function `name`: hidden visibility alone still lets the standard
@@ -34,7 +41,7 @@ function(koru_export_only target name)
     return() # a DLL exports what is declared so and nothing else
   endif()
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.version)
-  file(WRITE ${script} "{ global: ${name}; local: *; };\n")
+  file(CONFIGURE OUTPUT ${script} CONTENT "{ global: ${name}; local: *; };\n") # only if it differs
   target_link_options(${target} PRIVATE -Wl,--version-script=${script})
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
   if(NOT KORU_SANITIZE)
