@@ -298,10 +298,12 @@ TEST(Device, ACallbackMayTryToStopInVain) {
                        "127.0.0.1", rtspPort);
     struct SHost {
         TSharedPtr<IDevice> device = MakeDevice();
+        std::atomic<bool> started{false};
         std::atomic<bool> done{false};
     } host;
     const auto callback = [](void* context, const std::uint8_t*, std::uint32_t) {
         auto& self = *static_cast<SHost*>(context);
+        EXPECT_TRUE(self.started);  // what the start wrote is visible here
         const std::function<void()> calls[] = {
             [&] { self.device->StopContinuous(); }, [&] { self.device->Suspend(); },
             [&] { self.device->SetFormat(1, 1, priv::pixelTypeJpeg); },
@@ -313,6 +315,7 @@ TEST(Device, ACallbackMayTryToStopInVain) {
     ASSERT_TRUE(device.Open(Camera(), streamsOnly));
     device.SetFormat(8, 6, priv::pixelTypeJpegLs);
     ASSERT_TRUE(device.StartContinuous(callback, &host));
+    host.started = true;
     const std::string setup = peer.Requests().at(4);
     const int port = std::stoi(setup.substr(setup.find("client_port=") + 12));
     EXPECT_NE(camera.Next(), "") << "reports go to the second of its ports";

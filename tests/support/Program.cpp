@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
@@ -31,7 +32,9 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
     int fromProgram[2];
     Check(::pipe2(toProgram, O_CLOEXEC) == 0 && ::pipe2(fromProgram, O_CLOEXEC) == 0, "pipe");
     std::vector<std::string> words = nameAndArguments;
-    if (words[0].front() != '/') words[0] = KORU_BIN_DIR "/" + words[0];
+    static const bool pathSet =
+        ::setenv("PATH", (KORU_BIN_DIR ":" + std::string(::getenv("PATH"))).c_str(), 1) == 0;
+    Check(pathSet, "setenv");
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -42,7 +45,7 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
         ::dup2(toProgram[0], STDIN_FILENO);
         ::dup2(fromProgram[1], STDOUT_FILENO);
         ::dup2(errors, STDERR_FILENO);
-        ::execv(arguments[0], arguments.data());
+        ::execvp(arguments[0], arguments.data());
         ::_exit(127);
     }
     ::close(toProgram[0]);
@@ -120,8 +123,11 @@ SOutcome RunProgram(const std::vector<std::string>& nameAndArguments) {
     return outcome;
 }
 
-std::vector<std::string> InShell(const std::string& command) {
-    return {"/bin/sh", "-c", "PATH=" KORU_BIN_DIR ":$PATH; " + command};
+std::vector<std::string> InShell(const std::string& command) { return {"sh", "-c", command}; }
+
+std::string MissingTool(const std::string& command) {
+    if (RunProgram(InShell(command)).status == 0) return {};
+    return "'" + command + "' fails; scripts/setup installs what it needs";
 }
 
 CSimulator::CSimulator(std::vector<std::string> cameras)

@@ -8,8 +8,8 @@
 
 namespace test {
 
-/// Runs a program from the build's bin folder, or one named by its whole path, with pipes on its
-/// three streams. Ends it, if it still runs, with a signal that it can't refuse.
+/// Runs a program, found in the build's bin folder or else in the path, with pipes on its three
+/// streams. The destructor kills it if it still runs.
 class CProgram {
    public:
     explicit CProgram(const std::vector<std::string>& nameAndArguments);
@@ -55,8 +55,10 @@ struct SOutcome {
     std::string errors;
 };
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
-/// The words that run a command in the system's shell, with the programs of this build in its path.
+/// Returns the words that run a command in the system's shell.
 std::vector<std::string> InShell(const std::string& command);
+/// Returns why a test must be skipped whose tool does not answer to `command`; empty when it does.
+std::string MissingTool(const std::string& command);
 /// True under the sanitizers, which need two descriptors of their own, and more address space than
 /// `ulimit -v` could leave them.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
