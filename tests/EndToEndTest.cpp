@@ -23,53 +23,23 @@ using test::InShell;
 using test::RunProgram;
 using test::SOutcome;
 
-std::set<std::string> Lines(const std::string& text) {
-    std::set<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) lines.insert(line);
-    return lines;
-}
-
-const char* const probeOf = "KORURTSP::FindCaptureDevices(";
-
 TEST(EndToEnd, FindsTheCamerasThatCanStream) {
     const CSimulator cameras({"127.0.0.11,name=Roof", "127.0.0.12,name=Gäste Hof,streams=mjls+mjpg",
                               "127.0.0.13,name=Old,tree=no-switch", "127.0.0.14,tree=gcam",
                               "127.0.0.15,tree=no-rtp", "127.0.0.16,tree=switched-off",
                               "127.0.0.17,tree=off"});
-    const SOutcome list = RunProgram({"qmxhost", "list", "--json", "--verbose"});
-    EXPECT_EQ(list.status, 0);
-    EXPECT_NE(list.output.find("127.0.0.11"), std::string::npos);
-    EXPECT_NE(list.output.find("Gäste Hof"), std::string::npos);
-    EXPECT_NE(list.output.find("127.0.0.13"), std::string::npos);
-    for (const char* dropped : {"127.0.0.14", "127.0.0.15", "127.0.0.16", "127.0.0.17"}) {
-        EXPECT_EQ(list.output.find(dropped), std::string::npos) << dropped;
-    }
-    const std::set<std::string> log = Lines(list.errors);
-    EXPECT_TRUE(log.contains("KORU RTSP Plugin loaded"));
-    const auto expectLine = [&](const std::string& line) {
-        EXPECT_TRUE(log.contains(line)) << line << "\nin\n" << list.errors;
-    };
-    for (int last = 11; last <= 17; ++last) {
-        expectLine(std::string(probeOf) + "): Found device 127.0.0." + std::to_string(last) + ".");
-    }
-    const std::string probe = probeOf + std::string("127.0.0.");
-    expectLine(probe + "14): .gcam tree found, skipping.");
-    expectLine(probe + "15): .rtp tree not found, skipping.");
-    expectLine(probe + "16): rtsp streaming not enabled, skipping.");
-    expectLine(probe + "17): Failed to connect.");
-    const auto details = std::count_if(log.begin(), log.end(), [](const std::string& line) {
-        return line.find("): hwtype: ") != std::string::npos;
-    });
-    EXPECT_EQ(details, 6);  // dropped cameras tell theirs too
+    const SOutcome list = RunProgram({"qmxhost", "list", "--json"});
+    EXPECT_EQ(list.status, 0) << list.errors;
+    EXPECT_EQ(json::parse(list.output)["cameras"],
+              (json{{{"address", "127.0.0.11"}, {"name", "Roof"}},
+                    {{"address", "127.0.0.12"}, {"name", "Gäste Hof"}},
+                    {{"address", "127.0.0.13"}, {"name", "Old"}}}));
 
-    // By name: the browse runs again, without details.
+    // By name: the browse runs again.
     CShell shell;
     EXPECT_TRUE(shell.Ok("open - 3 Gäste Hof"));
     EXPECT_EQ(shell("formats")["formats"].size(), 2u);
     EXPECT_TRUE(shell("state")["connected"] == true);
-    shell.Wait();
-    EXPECT_EQ(shell.Errors().find("hwtype"), std::string::npos);
 }
 
 // More than one answer packet holds, and names as long as they may be.
@@ -98,78 +68,35 @@ TEST(EndToEnd, StreamsEveryFrameExactly) {
     const SOutcome stream =
         RunProgram({"qmxhost", "stream", "Roof", "--count", "60", "--check", "--json"});
     EXPECT_EQ(stream.status, 0) << stream.errors;
-    const std::set<std::string> lines = Lines(stream.output);
-    ASSERT_FALSE(lines.empty());
-
-    CShell shell;
-    EXPECT_TRUE(shell.Ok("open 127.0.0.11 3"));
-    EXPECT_TRUE(shell.Ok("setformat 320 240 raw"));
-    EXPECT_TRUE(shell.Ok("start"));
-    EXPECT_FALSE(shell.Ok("start"));
-    EXPECT_TRUE(shell.Ok("wait 5 20000"));
-    EXPECT_TRUE(shell.Ok("setformat 640 512 raw"));  // a restart under way
-    EXPECT_TRUE(shell.Ok("clear"));
-    EXPECT_TRUE(shell.Ok("wait 5 20000"));
-    EXPECT_EQ(shell("frames")["frames"].back()["length"], 640 * 512 * 2);
-    EXPECT_TRUE(shell.Ok("suspend"));
-    EXPECT_TRUE(shell.Ok("resume"));
-    EXPECT_TRUE(shell.Ok("clear"));
-    EXPECT_TRUE(shell.Ok("wait 5 20000"));
-    EXPECT_TRUE(shell.Ok("stop"));
-    EXPECT_EQ(shell.Wait(), 0);
+    ASSERT_EQ(json::parse(stream.output.substr(stream.output.rfind("{\"kind")))["check"]["good"],
+              60);
 }
 
-struct SQuirkCase {
-    const char* quirk;
-    bool opens;
-    bool starts;
-    bool stops;
-    const char* log;  // the one line that a failure writes
-    double seconds;   // the least that the failing step takes
-};
-
-// For each way of a camera to misbehave: what the device answers, what it logs, how long it takes.
+// What a device can do with a camera that misbehaves in each way that the simulator knows.
 TEST(EndToEnd, SurvivesOddCameras) {
-    const std::string start = "CKORURTSPDevice::StartContinuous: ";
-    const char* const noServer =
-        "CKORURTSPDevice::Open: Failed to connect to RTSP server on 127.0.0.11.";
-    const SQuirkCase cases[] = {
-        {"silent", false, false, false, noServer, 4.9},
-        {"late-answers", false, false, false, noServer, 4.9},
-        {"lower-case-headers", false, false, false, noServer, 0},
-        {"split-body", false, false, false,
-         "CKORURTSPDevice::Open: Failed to get RTSP/SDP formats.", 0},
-        {"no-server-port", true, false, false,
-         "CKORURTSPDevice::StartContinuous: RTSP session setup failed.", 0},
-        {"refuse-play", true, false, false,
-         "CKORURTSPDevice::StartContinuous: Failed to play RTSP session.", 0},
-        {"session-timeout-in-play", true, false, false,
-         "CKORURTSPDevice::StartContinuous: Failed to play RTSP session.", 0},
-        {"refuse-pause", true, true, true, "", 0},
-        {"refuse-teardown", true, true, true, "", 0},
+    const std::pair<const char*, const char*> cases[] = {
+        {"silent", "close"},
+        {"late-answers", "close"},
+        {"lower-case-headers", "close"},
+        {"split-body", "close"},
+        {"no-server-port", "open close"},
+        {"refuse-play", "open close"},
+        {"session-timeout-in-play", "open close"},
+        {"refuse-pause", "open start wait stop close"},
+        {"refuse-teardown", "open start wait stop close"},
     };
-    for (const SQuirkCase& row : cases) {
-        SCOPED_TRACE(row.quirk);
-        const CSimulator cameras({std::string("127.0.0.11,quirk=") + row.quirk});
+    for (const auto& [quirk, expected] : cases) {
+        const CSimulator camera({std::string("127.0.0.11,size=64x48,quirk=") + quirk});
         CShell shell;
-        json answer = shell("open 127.0.0.11 3");
-        EXPECT_EQ(answer["ok"] == true, row.opens);
-        if (row.opens) {
-            shell("setformat 640 512 raw");
-            answer = shell("start");
-            EXPECT_EQ(answer["ok"] == true, row.starts);
+        std::string done;
+        for (const char* const step : {"open 127.0.0.11 3", "setformat 64 48 raw", "start",
+                                       "wait 2 20000", "stop", "close"}) {
+            const std::string name = std::string(step).substr(0, std::string(step).find(' '));
+            if (name == "wait" && !done.ends_with("start")) continue;  // nothing will come
+            if (shell.Ok(step) && name != "setformat") done += (done.empty() ? "" : " ") + name;
         }
-        EXPECT_GE(answer["ms"].get<double>(), row.seconds * 1000);
-        if (row.starts) {
-            EXPECT_TRUE(shell.Ok("wait 2 20000"));
-            EXPECT_EQ(shell.Ok("stop"), row.stops);
-            EXPECT_TRUE(shell("state")["streaming"] == false);
-        }
-        EXPECT_TRUE(shell.Ok("close"));
+        EXPECT_EQ(done, expected) << quirk;
         EXPECT_EQ(shell.Wait(), 0);
-        std::set<std::string> log = Lines(shell.Errors());
-        log.erase("KORU RTSP Plugin loaded");
-        EXPECT_EQ(log, *row.log == '\0' ? std::set<std::string>{} : std::set<std::string>{row.log});
     }
 }
 

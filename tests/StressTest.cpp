@@ -37,13 +37,6 @@ struct SFrames {
     }
 };
 
-template <class Value>
-void Set(IDevice& device, const char* property, Value value) {
-    CVariant variant;
-    variant = value;
-    device.properties.set(property, variant);
-}
-
 /// One of the cameras and its host.
 struct SHost {
     const char* address;
@@ -102,8 +95,7 @@ void Drive(SHost& host, unsigned seed) {
 TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
     const CSimulator cameras({"127.0.0.11,size=64x48,size=32x48,rate=1000,sr=0.01",
                               "127.0.0.12,streams=mjls,size=64x48,size=32x48,rate=1000,sr=0.01"});
-    const std::size_t threads = ThreadCount();
-    const std::size_t descriptors = DescriptorCount();
+    const CNothingLeft guard;
     testing::internal::CaptureStderr();  // many of the calls fail, and say so
     SHost raw{"127.0.0.11", priv::pixelTypeRaw, {}};
     SHost coded{"127.0.0.12", priv::pixelTypeJpegLs, {}};
@@ -112,8 +104,6 @@ TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
     Drive(raw, seed + 1);
     other.join();
     testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
-    EXPECT_EQ(DescriptorCount(), descriptors);
     EXPECT_EQ(raw.frames.damaged, 0u);  // a coded frame has its stamp inside its coding
     // The calls met running streams: some 500 of them waited for a frame first, as the seed has it.
     EXPECT_GT(raw.frames.count, 200u) << seed;
@@ -122,8 +112,7 @@ TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
 
 TEST(Stress, ACallbackMayDestroyItsDevice) {
     const CSimulator camera({"127.0.0.11,size=64x48,rate=200"});
-    const std::size_t threads = ThreadCount();
-    const std::size_t descriptors = DescriptorCount();
+    const CNothingLeft guard;
     struct SSelfEnding {
         TSharedPtr<IDevice> device;
         std::promise<void> started;
@@ -152,8 +141,6 @@ TEST(Stress, ACallbackMayDestroyItsDevice) {
         host.started.set_value();
         ASSERT_TRUE(ended.get());
     }
-    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
-    EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
 TEST(Stress, FiftyCamerasDoNotDisturbEachOther) {

@@ -1,5 +1,5 @@
-/// The text side of the node tree protocol: request lines out, reply lines in. Pure, so that a
-/// fuzzer can feed it; line ends are the connection's business.
+/// The text of the node tree protocol: request lines out, reply lines in. The connection adds and
+/// removes the line ends.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,7 @@
 #include "Resources.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <thread>
 
@@ -12,6 +14,11 @@ bool WaitFor(const std::function<bool()>& condition) {
         std::this_thread::yield();
     }
     return true;
+}
+
+CNothingLeft::~CNothingLeft() {
+    EXPECT_TRUE(WaitFor([this] { return ThreadCount() == threads; }));
+    EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
 }  // namespace test
