@@ -36,7 +36,8 @@ void OnFrame(void* context, const std::uint8_t* frame, std::uint32_t length) {
     --recording.framesLeft;
 }
 
-/// Streams one camera; false when a step fails. The plug-in's log, on standard error, says which.
+/// Streams one camera. Returns false when a step fails; the plug-in's log, on standard error, says
+/// which one.
 bool Record(IDevice& device, const SDeviceInfo& camera, SRecording& recording) {
     if (!device.Open(camera, openNodeTreeAndStreams)) return false;
     TArray<IDevice::SFormat> formats;
@@ -57,7 +58,11 @@ bool Record(IDevice& device, const SDeviceInfo& camera, SRecording& recording) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4 || !platform::StartSockets()) return EXIT_FAILURE;
+    if (argc != 4) {
+        std::fputs("usage: minimal_host PLUGIN FILE FRAMES\n", stderr);
+        return EXIT_FAILURE;
+    }
+    if (!platform::StartSockets()) return EXIT_FAILURE;
     const platform::CSharedLibrary library(argv[1]);
     const auto init = reinterpret_cast<bool (*)()>(library.Symbol("qmxInitPlugin"));
     if (init == nullptr || !init()) return EXIT_FAILURE;

@@ -20,7 +20,7 @@
 
 namespace qmx::cam {
 
-/// Who may edit a parameter. The plug-in passes 2, whose meaning is the host's.
+/// Who may edit a parameter. The plug-in passes 2; only the host knows what it means.
 enum class EEditLevel : std::int32_t {};
 
 /// One parameter of a device description.
@@ -79,7 +79,7 @@ class QMXCAM_API CProperties {
     using Getter = delegate<bool(CString name, CVariant& value)>;
     using Setter = delegate<bool(CString name, CVariant value)>;
 
-    /// Registers a property; the two bytes are the host's.
+    /// Registers a property. Only the host knows what the two bytes mean.
     void add(const CString& name, std::uint8_t firstByte, std::uint8_t secondByte, EType type,
              Getter getter, Setter setter);
     /// Returns false when there is no such property or its getter fails.
@@ -102,22 +102,26 @@ class QMXCAM_API CProperties {
     TArray<SProperty> list;
 };
 
-/// Receives frames: the context given at the start, the frame's first byte, its length in bytes.
+// clang-format off
+/// Receives one frame: the context given at the start, the frame's first byte, its length in bytes.
 ///
-/// What the bytes are depends on the pixel type of the format that was set:
+/// The layout follows from the pixel type of the format that was set:
 ///
-/// | pixel type | frame |
-/// | raw        | 16-bit little-endian pixels, line after line, no header and no padding: the
-/// stride is |            | 2 * width bytes. The length is where the last received line ends; it is
-/// shorter than |            | 2 * width * height when the camera sent less | JPEG-LS    | 4 bytes
-/// of the camera's own, then a JPEG-LS image that begins with FF D8 FF F7 | JPEG       | a complete
-/// JPEG image with headers made by the receiver
+/// | pixel type | frame                                                                             |
+/// |------------|-----------------------------------------------------------------------------------|
+/// | raw        | 16-bit little-endian pixels, row by row from the top, without header or padding:  |
+/// |            | the stride is 2 * width bytes. The length is where the last received row ends and |
+/// |            | is smaller than 2 * width * height when the camera sent fewer rows.               |
+/// | JPEG-LS    | 4 bytes of the camera's own, then a JPEG-LS image, which begins with FF D8 FF F7. |
+/// | JPEG       | A complete JPEG image; the receiver generates its headers (RFC 2435).             |
 ///
 /// Called on a thread of the camera's receiver, one call at a time, in order of arrival, with no
-/// lock held. The frame is valid only during the call; the next one overwrites it. Nothing is
+/// lock held. The frame is valid only during the call: the next one overwrites it. Nothing is
 /// received while the call runs, so copy the frame and return. No call is made after
-/// `StopContinuous` has returned true. Do not call anything here that stops the stream: it would
-/// wait for this call and throws instead. Do not let an exception out; it is discarded.
+/// `StopContinuous` has returned true. Operations that stop the stream throw when they are called
+/// here, because they would wait for this very call. Exceptions that leave the callback are
+/// discarded.
+// clang-format on
 using FrameCallback = void (*)(void* context, const std::uint8_t* frame, std::uint32_t length);
 
 /// Node access of cameras that support it; those of this plug-in do not.
@@ -126,7 +130,8 @@ class IGenICam {
     virtual ~IGenICam() = default;
 };
 
-/// One camera, as the host uses it. The host calls it from one thread at a time.
+/// One camera, as the host uses it. The host calls it from one thread at a time, and destroys it
+/// before the interface that made it. The operations block for the network.
 class QMXCAM_API IDevice {
    public:
     /// One image format.
@@ -141,24 +146,47 @@ class QMXCAM_API IDevice {
     IDevice& operator=(const IDevice&) = delete;
 
     virtual ~IDevice();
+    /// Connects to the camera that the description names in its entries "IP" and "Name". The bits
+    /// of `flags`: 1 connects the node tree, 2 the streams. Returns true if all that was asked for
+    /// is connected; without either bit that is so at once.
     virtual bool Open(SDeviceInfo info, std::uint32_t flags) = 0;
+    /// Returns true while the streams are connected.
     virtual bool IsOpen() = 0;
+    /// Returns true while the node tree is connected.
     virtual bool IsConnected() = 0;
+    /// Stops the stream and disconnects.
     virtual void Close() = 0;
+    /// Belongs to the host; this plug-in does not override it.
     virtual int GetCommID();
+    /// Returns the handle of the node tree connection, or 0.
     virtual std::uint64_t GetConnection() = 0;
+    /// Belongs to the host; this plug-in does not override it.
     virtual TSharedPtr<IGenICam> GetGenICam(bool flag);
+    /// Replaces the contents of `formats` with the camera's formats. Returns false if it has none.
     virtual bool GetFormats(TArray<SFormat>& formats) = 0;
+    /// Chooses the format of the next start. A stream that is running restarts.
     virtual bool SetFormat(std::uint16_t width, std::uint16_t height, SGuid pixelType) = 0;
+    /// Belongs to the host; this plug-in does not override it. The size of a frame is the length
+    /// that the callback receives.
     virtual bool GetFrameSize(std::uint32_t& bytes);
+    /// Stores the chosen format, and 0 in `value`.
     virtual bool GetFormat(std::uint16_t& width, std::uint16_t& height, SGuid& pixelType,
                            std::uint32_t& value) = 0;
+    /// Stores the callback of the running or suspended stream and its context, or null.
     virtual void GetFrameCallback(FrameCallback& callback, void*& context) = 0;
+    /// Returns true from a successful start until the stop, also while the camera pauses.
     virtual bool IsStreaming() = 0;
+    /// Returns true between `Suspend` and `Resume`.
     virtual bool IsSuspended() = 0;
+    /// Starts a stream in the chosen format. The frames go to `callback` with `context`, which must
+    /// stay valid until the stop. Returns false if the camera or the system refuses; the log then
+    /// contains the reason.
     virtual bool StartContinuous(FrameCallback callback, void* context) = 0;
+    /// Stops the stream. Returns false if nothing plays.
     virtual bool StopContinuous() = 0;
+    /// Stops the stream and keeps its callback for `Resume`.
     virtual bool Suspend() = 0;
+    /// Starts a suspended stream again.
     virtual bool Resume() = 0;
 
     CString deviceName;
@@ -177,6 +205,7 @@ class QMXCAM_API IInterface {
     IInterface& operator=(const IInterface&) = delete;
 
     virtual ~IInterface();
+    /// Returns a new device that is neither open nor bound to a camera.
     virtual TSharedPtr<IDevice> CreateDevice() = 0;
     /// Calls the sink once per camera, on the calling thread, before it returns.
     virtual bool EnumerateDevices(DeviceSink sink) = 0;

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -174,6 +175,23 @@ TEST(SavedFrames, AFrameWithoutAPictureIsPassedOver) {
         EXPECT_EQ(saver.totals().undecodable + 10 * saver.totals().empty, 11u);
     }
     EXPECT_TRUE(fs::is_empty(folder.path));
+}
+
+TEST(SavedFrames, TheExampleHostWritesThem) {
+    const CSimulator camera({"127.0.0.11,size=64x48"});
+    const SFolder folder;
+    const std::string file = folder.path + "/frames";
+    const auto host = RunProgram(
+        InShell("cd $(dirname $(command -v minimal_host)) && minimal_host ./qmxcamKORURTSP.so " +
+                file + " 3"));
+    EXPECT_EQ(host.status, 0) << host.errors;
+    const Bytes frames = Read(file);
+    constexpr std::size_t size = 64 * 48 * 2;
+    ASSERT_EQ(frames.size(), 3 * size);
+    for (std::size_t at = 0; at < frames.size(); at += size) {
+        const auto stamp = framestamp::ReadStamp(std::span(frames).subspan(at, size));
+        EXPECT_EQ(stamp.state, framestamp::EStamp::Good);
+    }
 }
 
 // A camera whose server, coder and payloader are others' work: what we know of JPEG over RTP is not

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
 #include "Socket.h"
 #include "support/Program.h"
