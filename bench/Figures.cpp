@@ -26,7 +26,7 @@ void to_json(Json& json, const SSpread& spread) {
 void Save(const Json& document, const std::string& file) {
     std::ofstream out(file);
     out << document.dump(1) << '\n';
-    if (!out.flush()) throw std::runtime_error("can't write " + file);
+    if (!out.flush()) throw std::runtime_error("cannot write " + file);
 }
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-/// Figures of several repetitions, as a table for a person and as JSON for everything else.
+/// Figures of several repetitions, as a table and as JSON.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -14,14 +14,14 @@ struct SSpread {
     double most = 0;
 };
 
-/// Of at least one value.
+/// Returns the spread of at least one value.
 [[nodiscard]] SSpread SpreadOf(std::vector<double> values);
-/// Value by value.
+/// Divides value by value.
 [[nodiscard]] std::vector<double> Ratios(const std::vector<double>& values,
                                          const std::vector<double>& to);
 void to_json(Json& json, const SSpread& spread);
 
-/// Writes a document to a file, or throws.
+/// Writes a document to a file. Throws if that fails.
 void Save(const Json& document, const std::string& file);
 
 }  // namespace bench

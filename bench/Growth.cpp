@@ -1,4 +1,5 @@
-// How CPU time and memory grow with the cameras in one process, and with the size of a frame.
+// Measures how CPU time and memory grow with the number of cameras in one process, and with the
+// size of a frame.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <deque>
@@ -20,7 +21,7 @@ using namespace bench;
 constexpr std::size_t camerasMost = 32;
 constexpr double mebi = 1024.0 * 1024.0;
 
-/// What a process with several receivers tells.
+/// The figures of a process with several receivers.
 struct SCameraBoard {
     std::array<SBoard, camerasMost> cameras;
     std::atomic<bool> ready{false};
@@ -30,20 +31,20 @@ void CountFrame(void* context, const std::uint8_t*, std::uint32_t) {
     ++static_cast<SBoard*>(context)->frames;
 }
 
-/// A process with so many receivers, and a camera for each.
+/// A process with several receivers, and a camera for each of them.
 class CCameras {
    public:
     CCameras(std::size_t count, const SStreamPlan& plan)
         : board(Share<SCameraBoard>()), process(EPlace::Behind, [&] { Receive(count, plan); }) {
         using namespace std::chrono_literals;
         for (int i = 0; !board->ready; ++i) {
-            if (i > 5000) throw std::runtime_error("the receivers don't start");
+            if (i > 5000) throw std::runtime_error("the receivers do not start");
             std::this_thread::sleep_for(2ms);
         }
         for (std::size_t i = 0; i < count; ++i) senders.emplace_back(board->cameras[i].port);
     }
 
-    /// A frame for each camera, one camera after the other.
+    /// Sends a frame from each camera, one camera after the other.
     void SendRound(CPacketStream& stream) {
         for (CSender& sender : senders) {
             sender.SendDrained(stream.NextFrame());
@@ -51,7 +52,7 @@ class CCameras {
         }
         ++rounds;
     }
-    /// Microseconds of CPU time a frame.
+    /// Returns the CPU time per frame in microseconds.
     double Measure(CPacketStream& stream, unsigned frames) {
         const auto before = process.cpuTime();
         for (unsigned i = 0; i < frames; ++i) SendRound(stream);
@@ -62,7 +63,7 @@ class CCameras {
     [[nodiscard]] double residentMebibytes() const {
         return static_cast<double>(process.residentBytes()) / mebi;
     }
-    /// Whether each camera's frames have all arrived.
+    /// Returns whether all frames of each camera have arrived.
     [[nodiscard]] bool whole() const noexcept {
         for (std::size_t i = 0; i < count(); ++i) {
             if (board->cameras[i].frames != rounds) return false;
@@ -129,9 +130,9 @@ Json GrowWithCameras(unsigned repetitions) {
 }
 
 Json GrowWithFrames(unsigned repetitions) {
-    constexpr std::uint16_t width = 4096;  // 8 KiB a line, a line a datagram
+    constexpr std::uint16_t width = 4096;  // 8 KiB per row, one row per datagram
     constexpr std::size_t linesPerMebibyte = 128;
-    std::printf("Frames of %u pixels a line\n  %7s %14s %16s %14s\n", unsigned{width}, "MiB",
+    std::printf("Frames of %u pixels a row\n  %7s %14s %16s %14s\n", unsigned{width}, "MiB",
                 "us/MiB", "min..max", "to plain loop");
     Json rows = Json::array();
     for (const std::size_t size : {2U, 4U, 8U, 16U, 32U}) {
@@ -152,7 +153,7 @@ Json GrowWithFrames(unsigned repetitions) {
                 receiver.process().cpuTime() - before;
             return spent.count() / mebibytes;
         };
-        (void)measure(plain, toPlain);  // the first frame makes the buffer
+        (void)measure(plain, toPlain);  // the first frame allocates the buffer
         (void)measure(plugin, toPlugin);
         std::vector<double> plainCosts;
         std::vector<double> pluginCosts;
@@ -179,8 +180,9 @@ int main(int argc, char** argv) {
     unsigned repetitions = 15;
     std::string file;
     CLI::App app("CPU time and memory by the number of cameras and by the size of a frame");
-    app.add_option("--rounds", repetitions, "Repetitions of each")->check(CLI::PositiveNumber);
-    app.add_option("--json", file, "Write the figures to this file too");
+    app.add_option("--rounds", repetitions, "repetitions of each measurement")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--json", file, "also write the figures to this file");
     CLI11_PARSE(app, argc, argv);
     try {
         Json figures = {{"cameras", GrowWithCameras(repetitions)}};

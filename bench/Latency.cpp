@@ -1,5 +1,5 @@
-// How long a frame takes behind its last datagram, and a stream behind its start, beyond what the
-// camera and the system take.
+// Measures the time from the last datagram of a frame to its delivery, and from the start of a
+// stream to its first frame, without the time that the camera and the system need.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -32,19 +32,20 @@ void PrintSpread(const char* what, const SSpread& spread) {
 
 // --- From the last datagram to the callback ---------------------------------------------------
 
-/// Sends a frame at 1 Gbit/s and gives the microseconds from before the call that sends its last
-/// datagram until the receiver has the frame.
+/// Sends a frame at 1 Gbit/s. Returns the microseconds from the call that sends its last datagram
+/// until the receiver has the frame.
 double TimeFrame(CPacketStream& stream, CSender& sender, const CReceiver& receiver) {
     constexpr auto interval = 11us;
     const auto packets = stream.NextFrame();
     const std::uint64_t before = receiver.board().frames;
     sender.SendPaced(packets.first(packets.size() - 1), interval);
-    std::this_thread::sleep_for(1ms);  // it has gone to sleep, as between a camera's datagrams
+    std::this_thread::sleep_for(
+        1ms);  // lets the receiver fall asleep, as between the datagrams of a camera
     const std::int64_t sent = Now();
     sender.SendBurst(packets.last(1));
     const std::int64_t limit = sent + std::chrono::nanoseconds(2s).count();
     while (receiver.board().frames == before) {
-        if (Now() > limit) throw std::runtime_error("a frame doesn't arrive");
+        if (Now() > limit) throw std::runtime_error("a frame does not arrive");
     }
     return static_cast<double>(receiver.board().frameAt - sent) / nanosecondsPerMicrosecond;
 }
@@ -72,7 +73,7 @@ Json TimeFrames(unsigned frames) {
 
 // --- From StartContinuous to the first frame --------------------------------------------------
 
-/// An RTSP camera of one raw format that takes its time for each answer, and says when it did what.
+/// An RTSP camera of one raw format that records the time that it takes itself.
 class CSlowCamera {
    public:
     explicit CSlowCamera(const char* address);
@@ -80,8 +81,8 @@ class CSlowCamera {
     CSlowCamera& operator=(const CSlowCamera&) = delete;
     ~CSlowCamera();
 
-    /// Time that passed at the camera since the last call, in nanoseconds: from a request to its
-    /// answer, and from the answer to PLAY to the first frame's last datagram.
+    /// Returns the time spent in the camera since the last call, in nanoseconds: from each request
+    /// to its response, and from the response to PLAY to the last datagram of the first frame.
     [[nodiscard]] std::int64_t TakeOwnTime() noexcept { return ownTime.exchange(0); }
 
    private:
@@ -105,7 +106,7 @@ CSlowCamera::CSlowCamera(const char* address)
     local.sin_addr.s_addr = ::inet_addr(address);
     if (::bind(listener, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0 ||
         ::listen(listener, 1) != 0) {
-        throw std::runtime_error("port 554 can't be had; run in scripts/private-network");
+        throw std::runtime_error("cannot listen on port 554; run in scripts/private-network");
     }
     thread = std::thread([this] { Serve(); });
 }
@@ -168,7 +169,7 @@ Json TimeStarts(unsigned starts) {
     const auto device = interface.CreateDevice();
     qmx::cam::SDeviceInfo info = interface.defaultDevice;
     info.parameters["IP"].setValue(address);
-    if (!device->Open(info, streamsOnly)) throw std::runtime_error("the device doesn't open");
+    if (!device->Open(info, streamsOnly)) throw std::runtime_error("the device does not open");
     device->SetFormat(640, 512, qmx::cam::priv::pixelTypeRaw);
     std::vector<double> all;
     std::vector<double> beyond;
@@ -182,7 +183,7 @@ Json TimeStarts(unsigned starts) {
         if (!device->StartContinuous(note, &board)) throw std::runtime_error("no start");
         while (board.frameAt == 0) std::this_thread::sleep_for(1ms);
         const double took = static_cast<double>(board.frameAt - begun);
-        std::this_thread::sleep_for(2ms);  // the camera has noted its time
+        std::this_thread::sleep_for(2ms);  // lets the camera record its time
         all.push_back(took / nanosecondsPerMicrosecond);
         beyond.push_back((took - static_cast<double>(camera.TakeOwnTime())) /
                          nanosecondsPerMicrosecond);
@@ -191,7 +192,7 @@ Json TimeStarts(unsigned starts) {
     device->Close();
     std::printf("From StartContinuous to the first frame, in microseconds: median, min..max\n");
     PrintSpread("in all", SpreadOf(all));
-    PrintSpread("beyond what the camera takes", SpreadOf(beyond));
+    PrintSpread("without the time of the camera", SpreadOf(beyond));
     return {{"allMicroseconds", SpreadOf(all)}, {"beyondCameraMicroseconds", SpreadOf(beyond)}};
 }
 
@@ -202,9 +203,9 @@ int main(int argc, char** argv) {
     unsigned starts = 30;
     std::string file;
     CLI::App app("Time from the last datagram to the frame, and from the start to the first frame");
-    app.add_option("--frames", frames, "Frames to time")->check(CLI::PositiveNumber);
-    app.add_option("--starts", starts, "Starts to time")->check(CLI::PositiveNumber);
-    app.add_option("--json", file, "Write the figures to this file too");
+    app.add_option("--frames", frames, "number of frames")->check(CLI::PositiveNumber);
+    app.add_option("--starts", starts, "number of starts")->check(CLI::PositiveNumber);
+    app.add_option("--json", file, "also write the figures to this file");
     CLI11_PARSE(app, argc, argv);
     try {
         Json figures = {{"frame", TimeFrames(frames)}};

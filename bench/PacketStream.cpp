@@ -4,10 +4,10 @@
 #include <memory>
 #include <numeric>
 
+#include "BigEndian.h"
 #include "FramePipeline.h"
 #include "RtpHeader.h"
 #include "Scene.h"
-#include "BigEndian.h"
 
 namespace bench {
 namespace {

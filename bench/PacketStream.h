@@ -1,4 +1,4 @@
-/// The streams that the benchmarks send: a virtual camera's pictures as datagrams, ready to go.
+/// The streams that the benchmarks send: a virtual camera's pictures as finished datagrams.
 #pragma once
 
 #include <sys/uio.h>
@@ -13,40 +13,40 @@
 
 namespace bench {
 
-/// What is sent.
+/// The parameters of a stream.
 struct SStreamPlan {
-    std::string name;  ///< for a person
+    std::string name;  ///< shown in the tables
     korusim::EEncoding encoding = korusim::EEncoding::Raw;
     korusim::SPictureSize size;
     std::uint32_t mtu = 1472;  ///< largest datagram, in bytes
-    std::size_t pictures = 4;  ///< so many different ones, over and over
+    std::size_t pictures = 4;  ///< number of different pictures, which are repeated
 
     [[nodiscard]] std::uint8_t payloadType() const noexcept;
-    /// Bytes in front of what belongs into the frame, in most datagrams.
+    /// Returns the number of bytes before the frame data in most datagrams.
     [[nodiscard]] std::size_t headerBytes() const noexcept;
-    /// The name that `CRtpReceiver::Start` knows the payload kind by.
+    /// Returns the name of the payload kind for `CRtpReceiver::Start`.
     [[nodiscard]] const char* streamName() const noexcept;
 };
 
-/// The streams that all comparisons use.
+/// Returns the streams that all comparisons use.
 [[nodiscard]] std::vector<SStreamPlan> ComparedStreams();
 
-/// The word "length" of a line header: these cameras count pixels, RFC 4175 counts bytes. Nothing
-/// else differs between the two, so that with `Bytes` other receivers take the same datagrams.
+/// The unit of the length field in a line header: these cameras count pixels, RFC 4175 counts
+/// bytes. Nothing else differs, so that with `Bytes` other receivers accept the same datagrams.
 enum class ELineLength { Pixels, Bytes };
 
 class CPacketStream {
    public:
     explicit CPacketStream(const SStreamPlan& plan, ELineLength unit = ELineLength::Pixels);
 
-    /// Datagrams of the next frame in order, with sequence numbers and a timestamp that go on from
-    /// the frame before. Good until the next call.
+    /// Returns the datagrams of the next frame in order, with sequence numbers and a timestamp that
+    /// continue those of the previous frame. Valid until the next call.
     [[nodiscard]] std::span<iovec> NextFrame();
-    /// Size in bytes of the largest datagram.
+    /// Returns the size of the largest datagram in bytes.
     [[nodiscard]] std::size_t maxPacketBytes() const noexcept { return largest; }
-    /// Size in bytes of the largest frame, with its headers.
+    /// Returns the size of the largest frame in bytes, including its headers.
     [[nodiscard]] std::size_t maxFrameBytes() const noexcept { return largestFrame; }
-    /// Datagrams of a frame, as a mean.
+    /// Returns the mean number of datagrams per frame.
     [[nodiscard]] double packetsPerFrame() const noexcept;
 
    private:

@@ -1,4 +1,4 @@
-// What a packet, a frame, a description and a report cost where no socket is involved.
+// Measures the cost of a packet, a frame, a description and a report without sockets.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -20,7 +20,7 @@ std::span<const std::uint8_t> Bytes(const iovec& packet) {
     return {static_cast<const std::uint8_t*>(packet.iov_base), packet.iov_len};
 }
 
-// What the receive thread does with each datagram before its payload is looked at.
+// The work of the receive thread on each datagram, before its payload.
 void ParseAndCount(benchmark::State& state) {
     bench::CPacketStream stream(bench::ComparedStreams().front());
     const auto frame = stream.NextFrame();
@@ -47,7 +47,7 @@ void UncontendedLock(benchmark::State& state) {
 }
 BENCHMARK(UncontendedLock);
 
-// One packet, parsed beforehand, as a mean over whole frames; its copy included.
+// One parsed packet, including its copy, averaged over whole frames.
 void Assemble(benchmark::State& state, const bench::SStreamPlan& plan, std::uint32_t type) {
     bench::CPacketStream stream(plan);
     CFrameAssembler assembler(type);

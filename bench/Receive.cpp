@@ -1,5 +1,6 @@
-// CPU time per packet and highest rate without loss of the plug-in's receiver, beside the plainest
-// loop that could do its work and beside GStreamer and FFmpeg, on the same datagrams over loopback.
+// Compares the CPU time per packet and the highest rate without loss of the plug-in's receiver with
+// the plainest loop that could do its work, and with GStreamer and FFmpeg, on the same datagrams
+// over loopback.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -18,12 +19,12 @@ namespace {
 using namespace bench;
 using namespace std::chrono_literals;
 
-/// So many datagrams a measurement: some milliseconds of work. Short, since a shared processor's
-/// speed drifts, and what is compared must have met the same speed.
+/// Datagrams of a measurement: some milliseconds of work. It is short because the speed of a shared
+/// processor drifts, and the compared receivers must run at the same speed.
 constexpr double packetsPerRound = 5000;
-/// FFmpeg takes its time to find out what it is given.
+/// FFmpeg needs some time to recognise its input.
 constexpr std::uint64_t warmUpFrames = 60;
-/// What precedes and follows a datagram on Ethernet, with IP and UDP headers.
+/// Bytes around a datagram on Ethernet, including the IP and UDP headers.
 constexpr std::size_t wireOverhead = 66;
 
 std::chrono::nanoseconds WireTime(std::size_t bytes) {
@@ -32,7 +33,7 @@ std::chrono::nanoseconds WireTime(std::size_t bytes) {
                                     static_cast<std::int64_t>(bytes + wireOverhead));
 }
 
-/// One receiver and the camera that sends to it.
+/// A receiver and the camera that sends to it.
 struct SPair {
     SPair(EReceiver kind, EPlace where, const SStreamPlan& plan, std::uint64_t frames)
         : place(where),
@@ -50,10 +51,11 @@ struct SPair {
             }
         }
         sender.WaitUntilDrained();
-        std::this_thread::sleep_for(5ms);  // the last datagram is out of the queue, not yet done
+        std::this_thread::sleep_for(
+            5ms);  // the last datagram has left the queue, but may not be processed yet
     }
 
-    /// Microseconds a packet that arrived.
+    /// Returns the CPU time per arrived packet in microseconds.
     double Measure(std::uint64_t frames) {
         const auto before = receiver.process().cpuTime();
         const std::uint64_t droppedBefore = QueueOf(receiver.port()).dropped;
@@ -65,7 +67,7 @@ struct SPair {
                                 static_cast<double>(dropped));
     }
 
-    /// `Measure` for the record; a receiver that has ended is left out from then on.
+    /// Records a measurement. A receiver that has ended is left out from then on.
     void MeasureOnce(std::uint64_t frames) {
         if (ended) return;
         try {
@@ -79,14 +81,14 @@ struct SPair {
     CPacketStream stream;
     CReceiver receiver;
     CSender sender;
-    std::vector<double> microseconds;  // a packet, by round
+    std::vector<double> microseconds;  // per packet, by round
     bool ended = false;
 };
 
 Json Compare(const SStreamPlan& plan, EPlace place, unsigned rounds) {
     const double packets = CPacketStream(plan).packetsPerFrame();
     const auto frames = static_cast<std::uint64_t>(packetsPerRound / packets) + 1;
-    // One more than is measured: a peer ends with the last one.
+    // One more than is measured, because a peer ends with the last one.
     const std::uint64_t all = warmUpFrames + rounds * frames + 1;
     std::vector<std::unique_ptr<SPair>> pairs;
     for (const EReceiver kind : allReceivers) {
@@ -96,7 +98,7 @@ Json Compare(const SStreamPlan& plan, EPlace place, unsigned rounds) {
         pairs.back()->Send(warmUpFrames);
     }
     for (unsigned round = 0; round < rounds; ++round) {
-        for (std::size_t i = 0; i < pairs.size(); ++i) {  // each round begins with another one
+        for (std::size_t i = 0; i < pairs.size(); ++i) {  // each round begins with a different one
             pairs[(round + i) % pairs.size()]->MeasureOnce(frames);
         }
     }
@@ -129,8 +131,8 @@ Json CompareAll(const std::vector<SStreamPlan>& plans, unsigned rounds) {
     Json all = Json::array();
     for (const EPlace place : {EPlace::Behind, EPlace::Beside}) {
         std::printf("\nCPU time, %s\n  %-14s %8s %16s %10s %8s %14s %8s\n",
-                    place == EPlace::Behind ? "datagrams waiting when the receiver looks"
-                                            : "datagrams coming in at 1 Gbit/s",
+                    place == EPlace::Behind ? "datagrams waiting when the receiver reads"
+                                            : "datagrams arriving at 1 Gbit/s",
                     "", "us/packet", "min..max", "us/frame", "to plain", "min..max", "dropped");
         for (const SStreamPlan& plan : plans) {
             std::printf("%s\n", plan.name.c_str());
@@ -142,9 +144,10 @@ Json CompareAll(const std::vector<SStreamPlan>& plans, unsigned rounds) {
     return all;
 }
 
-/// Whether a receiver takes everything at a rate, in packets a second, for so long.
+/// Sends at a rate, in packets per second, for a time, and returns whether the receiver receives
+/// everything.
 struct STrial {
-    double sent = 0;  ///< packets a second that the sender reached
+    double sent = 0;  ///< packets per second that the sender reached
     bool whole = false;
 };
 
@@ -167,22 +170,22 @@ STrial TryRate(EReceiver kind, const SStreamPlan& plan, double packetsPerSecond)
     return {static_cast<double>(frames) * perFrame / took, pair.receiver.HasDeliveredAll()};
 }
 
-/// The rate that was reached when everything arrived, else 0. There are three chances: on a machine
-/// with other work a receiver may not get its processor for longer than its buffer bridges.
+/// Returns the rate that was reached if everything arrived, otherwise 0. There are three attempts:
+/// on a busy machine a receiver may wait for its processor for longer than its buffer lasts.
 double TakenWhole(EReceiver kind, const SStreamPlan& plan, double rate) {
     for (int chance = 0; chance < 3; ++chance) {
         try {
             const STrial trial = TryRate(kind, plan, rate);
             if (trial.whole) return trial.sent;
         } catch (const std::runtime_error&) {
-            continue;  // the receiver has ended or stalls
+            continue;  // the receiver has ended or does not receive
         }
     }
     return 0;
 }
 
-/// The highest rate that is taken whole: by steps up to one that isn't, or that no sender reaches,
-/// and by halves between the last two.
+/// Returns the highest rate without loss. It is searched in steps up to a rate that loses packets,
+/// or that the sender does not reach, and then by bisection.
 double FindRate(EReceiver kind, const SStreamPlan& plan) {
     constexpr double firstRate = 50000;
     constexpr double lastRate = 2e6;
@@ -213,7 +216,8 @@ Json FindRates(const std::vector<SStreamPlan>& plans) {
         std::map<EReceiver, std::vector<double>> rates;
         for (unsigned round = 0; round < rateRounds; ++round) {
             for (const EReceiver kind : allReceivers) {
-                // Each search takes seconds: the peers, far away, are searched once.
+                // Each search takes seconds. The peers differ so much that one search is enough for
+                // them.
                 if (!CanTake(kind, plan) || (IsPeer(kind) && round != 0)) continue;
                 rates[kind].push_back(FindRate(kind, plan));
             }
@@ -242,10 +246,10 @@ int main(int argc, char** argv) {
     std::string only;
     std::string file;
     CLI::App app("CPU time per packet, and the highest rate without loss, of receivers");
-    app.add_option("--rounds", rounds, "Repetitions of each measurement")
+    app.add_option("--rounds", rounds, "repetitions of each measurement")
         ->check(CLI::PositiveNumber);
-    app.add_option("--stream", only, "Only streams with this text in their names");
-    app.add_option("--json", file, "Write the figures to this file too");
+    app.add_option("--stream", only, "only streams with this text in their names");
+    app.add_option("--json", file, "also write the figures to this file");
     CLI11_PARSE(app, argc, argv);
     try {
         std::vector<SStreamPlan> plans = ComparedStreams();

@@ -27,7 +27,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-/// As many as the plug-in asks for: eight times the system's default.
+/// The same size as the plug-in requests: eight times the system's default.
 int RaisedReceiveBuffer(int descriptor) {
     int bytes = 0;
     socklen_t size = sizeof(bytes);
@@ -42,8 +42,8 @@ int DefaultReceiveBufferTimes8() {
     return bytes;
 }
 
-/// The least that a program can do to have frames in memory. It knows beforehand where the payload
-/// begins, and looks at the marker alone.
+/// The least that a program can do to get frames into memory. It knows where the payload begins,
+/// and examines only the marker.
 void ReceivePlainly(SBoard& board, std::size_t headerBytes, std::size_t frameMost) {
     constexpr std::size_t datagramMost = 16384;
     const int descriptor = ::socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
@@ -159,7 +159,7 @@ bool IsInstalled(const char* program) {
     return std::system((std::string("command -v ") + program + " >/dev/null").c_str()) == 0;
 }
 
-/// The processor where receivers run; a sender beside them has another.
+/// The processor of the receivers. A sender at another place uses the other one.
 int ReceiverProcessor() { return static_cast<int>(std::thread::hardware_concurrency()) - 1; }
 
 void RunOn(int processor) {
@@ -171,12 +171,13 @@ void RunOn(int processor) {
 
 void PlaceReceiver(EPlace place) {
     RunOn(ReceiverProcessor());
-    // A thread of this class doesn't interrupt others when a datagram wakes it.
+    // A thread of this scheduling class does not interrupt others when a datagram wakes it.
     const sched_param none{};
     if (place == EPlace::Behind) (void)::sched_setscheduler(0, SCHED_BATCH, &none);
 }
 
-/// A port for a peer, and the next one for its RTCP. Each run has all ports of its network.
+/// Returns a port for a peer; the next one is for its RTCP. The network namespace leaves all ports
+/// free.
 std::uint16_t NextPort() {
     static std::uint16_t port = 20000;
     return port = static_cast<std::uint16_t>(port + 10);
@@ -204,7 +205,7 @@ std::int64_t Now() noexcept {
 }
 
 CChild::CChild(EPlace place, const std::function<void()>& body) : process(::fork()) {
-    if (process < 0) throw std::runtime_error("no process for a receiver");
+    if (process < 0) throw std::runtime_error("cannot create a process for a receiver");
     if (process == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         PlaceReceiver(place);
@@ -282,7 +283,7 @@ CReceiver::CReceiver(EReceiver receiver, EPlace place, const SStreamPlan& plan,
             if (receiver == EReceiver::PlainAmongThreads) idle = std::thread(PauseForEver);
             ReceivePlainly(*shared, plan.headerBytes(), stream.maxFrameBytes());
         });
-        WaitFor([&] { return shared->port != 0; }, "a receiver doesn't open its socket");
+        WaitFor([&] { return shared->port != 0; }, "a receiver does not open its socket");
         udpPort = shared->port;
         return;
     }
@@ -292,7 +293,7 @@ CReceiver::CReceiver(EReceiver receiver, EPlace place, const SStreamPlan& plan,
             ? GStreamerCommand(plan, udpPort, stream.maxPacketBytes(), expected)
             : FfmpegCommand(plan, udpPort, expected);
     child = std::make_unique<CChild>(place, [&] { Execute(command); });
-    WaitFor([&] { return QueueOf(udpPort).found; }, "a peer doesn't open its socket");
+    WaitFor([&] { return QueueOf(udpPort).found; }, "a peer does not open its socket");
     if (receiver == EReceiver::Ffmpeg) std::filesystem::remove(SdpFile(udpPort));
 }
 

@@ -1,4 +1,4 @@
-/// The receivers that are compared, each in a process of its own so that its CPU time is its own.
+/// The compared receivers. Each runs in a separate process, so that its CPU time can be measured.
 #pragma once
 
 #include <sys/types.h>
@@ -17,9 +17,9 @@
 namespace bench {
 
 enum class EReceiver {
-    Plain,  ///< recvfrom and one memcpy, over and over, on the process's one thread
-    /// The same in a process with a second, idle thread, as each host has: the system then counts
-    /// who uses a socket, at each call.
+    Plain,  ///< recvfrom and one memcpy in a loop, on the only thread of the process
+    /// The same in a process with a second, idle thread, as in every host: the system then counts
+    /// the users of a socket at each call.
     PlainAmongThreads,
     Plugin,     ///< the plug-in's receiver with a callback that only counts
     GStreamer,  ///< udpsrc ! rtpvrawdepay or rtpjpegdepay ! fakesink
@@ -30,46 +30,47 @@ inline constexpr EReceiver allReceivers[] = {EReceiver::Plain, EReceiver::PlainA
                                              EReceiver::Ffmpeg};
 
 [[nodiscard]] const char* NameOf(EReceiver kind) noexcept;
-/// Whether it is another program, which takes its raw streams by RFC 4175 and not as these cameras
-/// send them.
+/// Returns whether it is another program, which expects raw streams in the form of RFC 4175 and not
+/// in that of these cameras.
 [[nodiscard]] constexpr bool IsPeer(EReceiver kind) noexcept {
     return kind == EReceiver::GStreamer || kind == EReceiver::Ffmpeg;
 }
-/// Whether a receiver is installed and knows the stream.
+/// Returns whether a receiver is installed and supports the stream.
 [[nodiscard]] bool CanTake(EReceiver kind, const SStreamPlan& plan);
 
-/// Where a receiver and its sender run.
+/// The processors of a receiver and its sender.
 enum class EPlace {
-    /// On one processor, where the receiver runs only while the sender sleeps: it always finds the
-    /// next datagram waiting, and its time is that of the work alone.
+    /// On the same processor: the receiver runs only while the sender sleeps. The next datagram is
+    /// always waiting, so that only the work itself is measured.
     Behind,
-    /// On the other processor, as behind a network: it sleeps and wakes as the datagrams come.
+    /// On the other processor, as with a real network: the receiver sleeps until a datagram
+    /// arrives.
     Beside,
 };
 
-/// Puts the calling thread, a sender's, where a place wants it.
+/// Moves the calling thread, that of a sender, to the processor of a place.
 void PlaceSender(EPlace place);
 
-/// Nanoseconds of the steady clock, the same in all processes.
+/// Returns the steady clock in nanoseconds; it is the same in all processes.
 [[nodiscard]] std::int64_t Now() noexcept;
 
-/// For a thread or a process that others end.
+/// Sleeps until another process ends this one.
 [[noreturn]] void PauseForEver();
 
-/// A child process, which its destructor ends.
+/// A child process. The destructor ends it.
 class CChild {
    public:
-    /// Runs `body` in a new process, on the processor that the place says. The calling process has
-    /// one thread only. The process ends when `body` returns.
+    /// Runs `body` in a new process on the processor of the place. The calling process must have
+    /// only one thread. The new process ends when `body` returns.
     CChild(EPlace place, const std::function<void()>& body);
     CChild(const CChild&) = delete;
     CChild& operator=(const CChild&) = delete;
     ~CChild();
 
     [[nodiscard]] std::chrono::nanoseconds cpuTime() const;
-    /// Resident memory in bytes.
+    /// Returns the resident memory in bytes.
     [[nodiscard]] std::uint64_t residentBytes() const;
-    /// True when the process ends by itself within 10 s.
+    /// Returns true if the process ends by itself within 10 s.
     [[nodiscard]] bool WaitForEnd();
 
    private:
@@ -77,28 +78,28 @@ class CChild {
     clockid_t clock{};
 };
 
-/// Memory, all zero, that child processes share with this one.
+/// Zeroed memory that child processes share with this one.
 [[nodiscard]] void* ShareBytes(std::size_t bytes);
 void UnshareBytes(void* memory, std::size_t bytes) noexcept;
-/// A record in such memory; it is never destroyed.
+/// A record in such memory. It is never destroyed.
 template <class Record>
 [[nodiscard]] std::shared_ptr<Record> Share() {
     return {new (ShareBytes(sizeof(Record))) Record,
             [](Record* record) { UnshareBytes(record, sizeof(Record)); }};
 }
 
-/// What the receivers of our own tell.
+/// The figures of the receivers that run in this program.
 struct SBoard {
     std::atomic<std::uint16_t> port{0};
     std::atomic<std::uint64_t> frames{0};
     std::atomic<std::uint64_t> bytes{0};   ///< of all frames
-    std::atomic<std::int64_t> frameAt{0};  ///< when the latest frame was whole
+    std::atomic<std::int64_t> frameAt{0};  ///< when the latest frame was complete
 };
 
-/// A receiver of a stream, ready to be sent to.
+/// A receiver of a stream. The sender may begin when it is constructed.
 class CReceiver {
    public:
-    /// `framesExpected` is how many frames it will get in all: a peer ends behind the last.
+    /// `framesExpected` is the total number of frames; a peer ends after the last one.
     CReceiver(EReceiver receiver, EPlace place, const SStreamPlan& plan,
               const CPacketStream& stream, std::uint64_t framesExpected);
 
@@ -106,7 +107,7 @@ class CReceiver {
     [[nodiscard]] std::uint16_t port() const noexcept { return udpPort; }
     [[nodiscard]] const CChild& process() const noexcept { return *child; }
     [[nodiscard]] const SBoard& board() const noexcept { return *shared; }
-    /// Whether all frames that were expected have come out at its other end.
+    /// Returns whether all expected frames have been delivered.
     [[nodiscard]] bool HasDeliveredAll();
 
    private:

@@ -45,7 +45,7 @@ CSender::CSender(std::uint16_t port)
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        throw std::runtime_error("the sender can't connect its socket");
+        throw std::runtime_error("the sender cannot connect its socket");
     }
 }
 
@@ -60,13 +60,13 @@ void CSender::SendBurst(std::span<iovec> packets) {
             batch[i].msg_hdr.msg_iovlen = 1;
         }
         const int sent = ::sendmmsg(descriptor, batch.data(), static_cast<unsigned>(count), 0);
-        if (sent <= 0) throw std::runtime_error("the sender can't send");
+        if (sent <= 0) throw std::runtime_error("the sender cannot send");
         packets = packets.subspan(static_cast<std::size_t>(sent));
     }
 }
 
 void CSender::SendDrained(std::span<iovec> packets) {
-    // A datagram takes up to twice its size of the receive buffer, which has more than 3 MB.
+    // A datagram occupies up to twice its size in the receive buffer, which has more than 3 MB.
     constexpr std::size_t bytesMost = 500'000;
     while (!packets.empty()) {
         const std::size_t bytesEach = packets.front().iov_len;
@@ -84,7 +84,7 @@ void CSender::WaitUntilDrained() {
     const auto end = Clock::now() + 10s;
     do {
         std::this_thread::sleep_for(1ms);
-        if (Clock::now() > end) throw std::runtime_error("the receiver doesn't receive");
+        if (Clock::now() > end) throw std::runtime_error("the receiver does not receive");
     } while (QueueOf(to).bytes != 0);
     waiting = 0;
 }
@@ -95,7 +95,7 @@ void CSender::SendPaced(std::span<iovec> packets, std::chrono::nanoseconds inter
         while (Clock::now() < due) {
         }
         if (::send(descriptor, packet.iov_base, packet.iov_len, 0) < 0) {
-            throw std::runtime_error("the sender can't send");
+            throw std::runtime_error("the sender cannot send");
         }
         due += interval;
     }

@@ -1,5 +1,5 @@
-/// The camera's end of a benchmark: sends datagrams over loopback, and looks at the queue of the
-/// socket that they go to.
+/// The sender of a benchmark: sends datagrams over loopback and monitors the queue of the receiving
+/// socket.
 #pragma once
 
 #include <sys/uio.h>
@@ -10,11 +10,11 @@
 
 namespace bench {
 
-/// What the system says of a UDP socket.
+/// The system's figures on a UDP socket.
 struct SSocketQueue {
     bool found = false;
-    std::uint64_t bytes = 0;    ///< waiting to be received, with the system's own bookkeeping
-    std::uint64_t dropped = 0;  ///< datagrams that found no room
+    std::uint64_t bytes = 0;    ///< waiting to be received, including the system's bookkeeping
+    std::uint64_t dropped = 0;  ///< datagrams for which there was no room
 };
 
 [[nodiscard]] SSocketQueue QueueOf(std::uint16_t port);
@@ -27,21 +27,21 @@ class CSender {
     CSender& operator=(const CSender&) = delete;
     ~CSender();
 
-    /// All of them as fast as the system takes them.
+    /// Sends all datagrams as fast as the system accepts them.
     void SendBurst(std::span<iovec> packets);
-    /// In bursts as large as surely fits into the receive buffer, waiting between two of them,
-    /// which may be calls apart, until the receiver has emptied it.
+    /// Sends in bursts that certainly fit into the receive buffer. Between two bursts, also of
+    /// different calls, it waits until the receiver has emptied the buffer.
     void SendDrained(std::span<iovec> packets);
-    /// Waits until nothing waits at the port; throws when that takes longer than 10 s.
+    /// Waits until no datagram is left at the port. Throws if that takes longer than 10 s.
     void WaitUntilDrained();
-    /// One packet each `interval`, going on from the packet before.
+    /// Sends one packet each `interval`, also across calls.
     void SendPaced(std::span<iovec> packets, std::chrono::nanoseconds interval);
 
    private:
     using Clock = std::chrono::steady_clock;
     int descriptor;
     std::uint16_t to;
-    std::size_t waiting = 0;  // bytes sent since the buffer was seen empty
+    std::size_t waiting = 0;  // bytes sent since the buffer was empty
     Clock::time_point due = Clock::now();
 };
 

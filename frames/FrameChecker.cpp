@@ -41,7 +41,7 @@ void CFrameChecker::Check(std::span<const std::uint8_t> frame, std::uint64_t arr
     }
     ++sums.good;
     if (last) {
-        // Modulo 2^32: the numbers wrap on a long run.
+        // Modulo 2^32, because the numbers wrap in a long run.
         const auto step = static_cast<std::int32_t>(stamp.number - last->number);
         const std::uint64_t delivered = arrival - last->arrival;
         if (step < 0) {

@@ -1,5 +1,5 @@
-/// Proves that delivered frames are the sent ones, from the stamp that the simulator puts into each
-/// picture.
+/// Proves by the stamp that the simulator puts into each picture that the delivered frames are the
+/// ones that were sent.
 #pragma once
 
 #include <cstdint>
@@ -12,21 +12,21 @@ namespace frames {
 
 struct SCheckTotals {
     std::uint64_t good = 0;
-    std::uint64_t damaged = 0;    ///< checksum or coding wrong, or no stamp at all
-    std::uint64_t missing = 0;    ///< sent, by the numbers, and never delivered
-    std::uint64_t repeated = 0;   ///< the number of the good frame before it
-    std::uint64_t backwards = 0;  ///< a lower number than the good frame before it
+    std::uint64_t damaged = 0;    ///< wrong checksum, undecodable, or without a stamp
+    std::uint64_t missing = 0;    ///< sent, by their numbers, but not delivered
+    std::uint64_t repeated = 0;   ///< with the number of the previous good frame
+    std::uint64_t backwards = 0;  ///< with a lower number than the previous good frame
 };
 
-/// Sees the frames in the order of their arrival, though not necessarily all of them.
+/// Checks frames in the order of their arrival, but not necessarily all of them.
 class CFrameChecker {
    public:
-    /// Checks frames of a type that `CanCheck`.
+    /// Checks frames of a type for which `CanCheck` returns true.
     explicit CFrameChecker(const qmx::SGuid& pixelType) : type(pixelType) {}
     [[nodiscard]] static bool CanCheck(const qmx::SGuid& pixelType);
 
-    /// Decodes coded frames, which takes some milliseconds. `arrival` counts delivered frames, so
-    /// that one which was delivered but not shown to the checker, or was damaged, doesn't pass for
+    /// Checks a frame. Decoding a coded frame takes some milliseconds. `arrival` counts delivered
+    /// frames, so that a frame that was damaged, or delivered but not checked, does not count as
     /// missing.
     void Check(std::span<const std::uint8_t> frame, std::uint64_t arrival);
     [[nodiscard]] const SCheckTotals& totals() const noexcept { return sums; }

@@ -6,23 +6,23 @@
 #include <cstdio>
 #include <exception>
 
-// After <cstdio>, which it needs and doesn't include.
+// After <cstdio>, which it needs but does not include.
 #include <jpeglib.h>
 
 namespace frames {
 namespace {
 
-/// Bytes of the camera in front of a JPEG-LS image.
+/// Bytes of the camera before a JPEG-LS image.
 constexpr std::size_t jpegLsHead = 4;
 constexpr std::int32_t mostBits = 16;
-/// A damaged frame may claim any size; no camera has as many pixels.
+/// Most pixels of a picture. A damaged frame may claim any size.
 constexpr std::uint64_t mostPixels = std::uint64_t{1} << 26;
 
 bool IsPictureSize(std::uint64_t width, std::uint64_t height) {
     return width != 0 && height != 0 && width * height <= mostPixels;
 }
 
-/// Raises what CharLS raises.
+/// Throws the exceptions of CharLS.
 std::optional<SDecodedRaw> DecodeJpegLsImage(std::span<const std::uint8_t> image) {
     charls::jpegls_decoder decoder;
     decoder.source(image.data(), image.size());
@@ -34,25 +34,25 @@ std::optional<SDecodedRaw> DecodeJpegLsImage(std::span<const std::uint8_t> image
     decoder.decode(samples);
     const std::size_t pixels = std::size_t{info.width} * info.height;
     if (samples.size() == 2 * pixels) return SDecodedRaw{info.width, std::move(samples)};
-    // Up to 8 bits a sample has one byte.
+    // A sample of up to 8 bits has one byte.
     std::vector<std::uint8_t> wide(2 * pixels);
     for (std::size_t i = 0; i < pixels; ++i) wide[2 * i] = samples[i];
     return SDecodedRaw{info.width, std::move(wide)};
 }
 
 struct SJpegErrors {
-    jpeg_error_mgr manager;  // first: libjpeg knows only this
+    jpeg_error_mgr manager;  // the first member, because libjpeg knows only this one
     std::jmp_buf jump;
 };
 
 void JumpBack(j_common_ptr jpeg) {
     std::longjmp(reinterpret_cast<SJpegErrors*>(jpeg->err)->jump, 1);
 }
-/// The caller tells of a damaged frame; libjpeg would write to standard error.
+/// The caller reports damaged frames; libjpeg would write to standard error.
 void Ignore(j_common_ptr) {}
 
-/// Owns libjpeg's side of one decode, out of the reach of its jumps. Each step is false when
-/// libjpeg gave up; nothing within a step may have a destructor.
+/// Owns the state of libjpeg for one picture and contains its jumps. Each step returns false if
+/// libjpeg reported an error. No object within a step may have a destructor.
 class CJpegDecoder {
    public:
     CJpegDecoder() {

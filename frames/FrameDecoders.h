@@ -1,5 +1,5 @@
-/// Decodes the coded kinds of frames. A frame comes off the network: whatever is in it, the answer
-/// is a picture or none.
+/// Decodes coded frames. A frame comes from the network: whatever it contains, the result is a
+/// picture or nothing.
 #pragma once
 
 #include <cstdint>
@@ -9,31 +9,31 @@
 
 namespace frames {
 
-/// The raw frame that a JPEG-LS one codes: 16-bit little-endian pixels, line after line.
+/// The decoded picture of a JPEG-LS frame: 16-bit little-endian pixels, row by row.
 struct SDecodedRaw {
     std::uint32_t width = 0;
     std::vector<std::uint8_t> bytes;
 };
 
-/// Decodes a JPEG-LS frame with its 4 bytes of head. None unless all of it is in order and it has
-/// one component.
+/// Decodes a JPEG-LS frame with its head of 4 bytes. Returns nothing if any of it is invalid or it
+/// has more than one component.
 [[nodiscard]] std::optional<SDecodedRaw> DecodeJpegLs(std::span<const std::uint8_t> frame);
 
 enum class EJpegForm {
-    Luminance,  ///< one sample for each pixel
-    Colour,     ///< red, green, blue
+    Luminance,  ///< one sample per pixel
+    Colour,     ///< three samples per pixel: red, green, blue
 };
 
 struct SDecodedJpeg {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     std::vector<std::uint8_t> samples;
-    /// The decoder had nothing to complain of, and nothing follows the picture. JPEG decoders go on
-    /// somehow where data is missing or wrong.
+    /// True if the decoder found no error and nothing follows the picture. JPEG decoders continue
+    /// where data is missing or wrong.
     bool intact = false;
 };
 
-/// Decodes a JPEG frame; none when there is no picture at all.
+/// Decodes a JPEG frame. Returns nothing if it contains no picture.
 [[nodiscard]] std::optional<SDecodedJpeg> DecodeJpeg(std::span<const std::uint8_t> frame,
                                                      EJpegForm form);
 

@@ -9,7 +9,7 @@ void CFrameQueue::Reserve(std::size_t frameLength) {
     try {
         for (SFrame& slot : ring) slot.bytes.reserve(std::min(frameLength, longestFrame));
     } catch (const std::bad_alloc&) {
-        for (SFrame& slot : ring) slot = SFrame();  // the others need memory too
+        for (SFrame& slot : ring) slot = SFrame();  // leave the memory to others
     }
 }
 
@@ -18,7 +18,7 @@ bool CFrameQueue::Push(std::span<const std::uint8_t> frame, std::uint64_t arriva
         const std::lock_guard guard(lock);
         if (used == slots) return false;
     }
-    // Copied without the lock: the consumer doesn't look at a slot before it counts as used.
+    // Copied without the lock: the consumer does not use a slot before it counts as used.
     SFrame& slot = ring[writeAt];
     slot.bytes.assign(frame.begin(), frame.end());
     slot.arrival = arrival;
@@ -39,7 +39,7 @@ const SFrame* CFrameQueue::Front(std::chrono::milliseconds limit) {
 
 void CFrameQueue::Pop() {
     readAt = (readAt + 1) % slots;
-    // Only now may the producer write to the slot again.
+    // From here on the producer may write to the slot again.
     const std::lock_guard guard(lock);
     --used;
 }

@@ -1,4 +1,4 @@
-/// What a stream amounts to so far.
+/// Counts and rates of a stream.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@ struct SFrameTotals {
     std::uint64_t skipped = 0;
     std::uint64_t notKept = 0;  ///< counted, but the queue was full
     Clock::time_point first{};
-    Clock::time_point last{};  ///< of any frame, also a skipped one
+    Clock::time_point last{};  ///< of any frame, including skipped ones
     Clock::duration longestGap{};
 };
 
@@ -24,7 +24,7 @@ struct SFrameRates {
     double megabitsPerSecond = 0;
 };
 
-/// The plug-in's thread adds, any thread looks.
+/// The plug-in's thread adds frames; any thread may read.
 class CFrameStatistics {
    public:
     void Add(std::uint32_t length, Clock::time_point when);
@@ -37,10 +37,10 @@ class CFrameStatistics {
     SFrameTotals totals;
 };
 
-/// Rates of what came between two looks.
+/// Returns the rates between two snapshots.
 [[nodiscard]] SFrameRates RatesBetween(const SFrameTotals& earlier, const SFrameTotals& later,
                                        Clock::duration between);
-/// Rates from the first frame to the last; n frames make n - 1 intervals.
+/// Returns the rates from the first frame to the last; n frames have n - 1 intervals.
 [[nodiscard]] SFrameRates RatesOverall(const SFrameTotals& totals);
 
 [[nodiscard]] double Seconds(Clock::duration duration);

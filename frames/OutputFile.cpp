@@ -7,7 +7,7 @@
 namespace frames {
 namespace {
 
-/// A name may also stand for a device such as /dev/full, which must stay.
+/// Removes a regular file. The name may also be that of a device such as /dev/full.
 void RemoveRegular(const std::string& name) {
     std::error_code error;
     if (std::filesystem::is_regular_file(std::filesystem::symlink_status(name, error))) {

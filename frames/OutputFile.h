@@ -1,4 +1,4 @@
-/// Files that are written as a whole or not left behind.
+/// Files that are either written completely or removed.
 #pragma once
 
 #include <cstdint>
@@ -18,10 +18,10 @@ class COutputFile {
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
 
-    /// Null when the file cannot be opened.
+    /// Returns the stream, or null if the file cannot be opened.
     [[nodiscard]] std::FILE* stream() const noexcept { return file; }
-    /// Closes the file. Returns false when not all of it could be written, which on a full disk may
-    /// show only here.
+    /// Closes the file. Returns false if not all of it could be written, which on a full disk may
+    /// become apparent only here.
     [[nodiscard]] bool Keep();
 
    private:
@@ -29,7 +29,7 @@ class COutputFile {
     std::FILE* file;
 };
 
-/// Writes a file; false when it cannot be written, and then no part of it is left behind.
+/// Writes a file. Returns false if it cannot be written; no part of it then remains.
 [[nodiscard]] bool WriteFile(const std::string& name, std::span<const std::uint8_t> bytes);
 
 }  // namespace frames

@@ -5,7 +5,7 @@
 namespace frames {
 namespace {
 
-/// Colours at equal distances along a palette; between them it runs straight.
+/// Colours at equal distances along a palette, interpolated linearly.
 constexpr SColour iron[] = {{0, 0, 10},     {45, 0, 125},   {135, 10, 155}, {205, 45, 95},
                             {240, 110, 15}, {255, 190, 35}, {255, 255, 245}};
 constexpr SColour rainbow[] = {{0, 0, 90},     {0, 60, 240},   {0, 200, 230}, {40, 210, 60},
@@ -24,8 +24,7 @@ std::uint8_t Between(std::uint8_t from, std::uint8_t to, std::size_t part, std::
     return static_cast<std::uint8_t>((from * (whole - part) + to * part + whole / 2) / whole);
 }
 
-/// In whole numbers, with the rounding of a half upwards, so that the colours are the same on every
-/// machine.
+/// Uses integers and rounds halves upwards, so that the colours are the same on every machine.
 Palette Interpolate(std::span<const SColour> stops) {
     Palette palette;
     constexpr std::size_t whole = std::tuple_size_v<Palette> - 1;

@@ -16,7 +16,7 @@ struct SColour {
     std::uint8_t blue;
 };
 
-/// One colour for each of 256 steps from cold to hot.
+/// 256 colours from cold to hot.
 using Palette = std::array<SColour, 256>;
 
 [[nodiscard]] std::vector<std::string> PaletteNames();

@@ -14,12 +14,13 @@ namespace frames {
 namespace {
 
 constexpr std::uint32_t fullScale = 0xFFFF;
-/// Share of the pixels at either end that `StretchContrast` ignores, as one in so many.
+/// One in this many pixels is ignored by `StretchContrast` at either end.
 constexpr std::size_t ignoredShare = 1000;
-/// Higher levels make little of sensor noise and take too long for a live stream.
+/// Compression level. Higher ones barely compress sensor noise better and are too slow for a live
+/// stream.
 constexpr int compressionLevel = 1;
 
-/// The stamp would shine as odd dots in the corner; the pixel beside it takes its place.
+/// The stamp would show as odd dots in the corner; the pixel next to it replaces it.
 void HideStamp(SGreyPicture& picture) {
     if (picture.pixels.size() <= framestamp::stampPixels) return;
     const std::uint16_t neighbour = picture.pixels[framestamp::stampPixels];
@@ -31,7 +32,7 @@ struct SRange {
     std::uint32_t high = 0;
 };
 
-/// The darkest and the brightest value that more than the ignored share of the pixels reach.
+/// Returns the darkest and the brightest value beyond the ignored share of the pixels.
 SRange UsedRange(const std::vector<std::uint16_t>& pixels) {
     std::vector<std::size_t> histogram(fullScale + 1);
     for (const std::uint16_t pixel : pixels) ++histogram[pixel];
@@ -44,7 +45,7 @@ SRange UsedRange(const std::vector<std::uint16_t>& pixels) {
     return range;
 }
 
-/// The bytes of a PNG's lines, one line after the other.
+/// Returns the bytes of a PNG's rows, one after the other.
 struct SPngImage {
     std::uint32_t width;
     std::uint32_t height;
@@ -73,7 +74,7 @@ SPngImage ColourImage(const SGreyPicture& picture, const Palette& palette) {
     return image;
 }
 
-/// libpng reports errors by a jump to here: nothing in this function may have a destructor.
+/// libpng reports errors by a jump to here: no object in this function may have a destructor.
 bool Encode(std::FILE* file, png_structp png, png_infop info, const SPngImage& image,
             png_bytepp rows) {
     if (setjmp(png_jmpbuf(png)) != 0) return false;
@@ -87,11 +88,11 @@ bool Encode(std::FILE* file, png_structp png, png_infop info, const SPngImage& i
     return true;
 }
 
-/// libpng would write its own lines to standard error; the caller tells the failure.
+/// The caller reports the failure; libpng would write to standard error.
 void JumpBack(png_structp png, png_const_charp) { png_longjmp(png, 1); }
 void Ignore(png_structp, png_const_charp) {}
 
-/// Holds everything with a destructor, out of the reach of libpng's jump.
+/// Owns all objects with destructors, outside the reach of libpng's jump.
 bool EncodeTo(std::FILE* file, SPngImage& image) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, JumpBack, Ignore);
     if (png == nullptr) return false;
@@ -121,7 +122,7 @@ SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width
     for (std::size_t i = 0; i < pixels; ++i) {
         picture.pixels[i] = static_cast<std::uint16_t>(frame[2 * i] | frame[2 * i + 1] << 8);
     }
-    // Zeros would be darker than anything else and spoil the contrast of all the rest.
+    // Zeros would be darker than any pixel and spoil the contrast.
     std::fill(picture.pixels.begin() + static_cast<std::ptrdiff_t>(pixels), picture.pixels.end(),
               picture.pixels[pixels - 1]);
     if (framestamp::ReadStamp(frame).state != framestamp::EStamp::Absent) HideStamp(picture);
@@ -136,7 +137,7 @@ void StretchContrast(SGreyPicture& picture) {
     }
     for (std::uint16_t& pixel : picture.pixels) {
         const std::uint32_t inside = std::clamp<std::uint32_t>(pixel, range.low, range.high);
-        // At most 0xFFFF times 0xFFFF: stays within 32 bits.
+        // At most 0xFFFF times 0xFFFF, which fits in 32 bits.
         const std::uint32_t stretched = (inside - range.low) * fullScale / (range.high - range.low);
         pixel = static_cast<std::uint16_t>(stretched);
     }

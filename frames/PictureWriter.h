@@ -1,4 +1,4 @@
-/// Makes files that a person can look at of pictures.
+/// Converts frames to pictures and writes them as PNG files.
 #pragma once
 
 #include <cstdint>
@@ -13,29 +13,29 @@ namespace frames {
 struct SGreyPicture {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::vector<std::uint16_t> pixels;  ///< line after line
+    std::vector<std::uint16_t> pixels;  ///< row by row
 };
 
-/// The picture of a raw frame: 16-bit pixels, little-endian, in lines of `width`. A frame has as
-/// many lines as it has bytes for, the last one filled up with the last pixel; one without a whole
+/// Converts a raw frame: 16-bit little-endian pixels in rows of `width`. The number of rows follows
+/// from the length; a partial last row is filled with its last pixel. A frame without a complete
 /// pixel gives an empty picture. The simulator's stamp is painted over.
 [[nodiscard]] SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width);
 
-/// Spreads the values that the picture uses over the full range, so that it isn't all but black;
-/// single hot and dead pixels don't count.
+/// Stretches the values of the picture to the full range, because it would otherwise be almost
+/// black. Single hot and dead pixels do not count.
 void StretchContrast(SGreyPicture& picture);
 
 struct SColourPicture {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::vector<std::uint8_t> samples;  ///< red, green, blue of each pixel, line after line
+    std::vector<std::uint8_t> samples;  ///< red, green, blue of each pixel, row by row
 };
 
-/// Writes a 16-bit grey PNG, or an 8-bit colour one with a palette; false when the file can't be
-/// written.
+/// Writes a 16-bit grey PNG or, with a palette, an 8-bit colour PNG. Returns false if the file
+/// cannot be written.
 [[nodiscard]] bool WritePng(const std::string& file, const SGreyPicture& picture,
                             const Palette* palette);
-/// Writes an 8-bit colour PNG; false when the file can't be written.
+/// Writes an 8-bit colour PNG. Returns false if the file cannot be written.
 [[nodiscard]] bool WritePng(const std::string& file, SColourPicture picture);
 
 }  // namespace frames

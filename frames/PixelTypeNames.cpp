@@ -16,7 +16,7 @@ constexpr SNamedType namedTypes[] = {{"raw", rawType}, {"jls", jlsType}, {"jpeg"
 constexpr std::size_t guidLength = 36;  // without the braces
 constexpr std::size_t guidBytes = 16;
 
-/// The two hexadecimal digits at the start of a text.
+/// Parses the two hexadecimal digits at the start of a text.
 std::optional<std::uint8_t> ParseByte(std::string_view text) {
     std::uint8_t value = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + 2, value, 16);
@@ -50,7 +50,7 @@ std::optional<qmx::SGuid> ParseGuid(std::string_view text) {
         if (!byte) return std::nullopt;
         bytes[i] = *byte;
     }
-    // The text has its first three fields most significant digit first.
+    // The text shows the first three fields with the most significant digit first.
     qmx::SGuid guid{};
     for (std::size_t i = 0; i < 4; ++i) guid.data1 = guid.data1 << 8 | bytes[i];
     guid.data2 = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);

@@ -1,4 +1,4 @@
-/// The pixel types that a camera's catalogue can hold, under the names that people type.
+/// The pixel types of a camera's formats, and the names that people type for them.
 #pragma once
 
 #include <optional>
@@ -16,14 +16,14 @@ inline constexpr qmx::SGuid jlsType{
 inline constexpr qmx::SGuid jpegType{
     0xBD7EEE6E, 0x81B9, 0x4D4D, {0xA7, 0x95, 0xD4, 0x0C, 0x99, 0xD6, 0xD9, 0x1B}};
 
-/// {8-4-4-4-12}, upper case.
+/// Returns the text {8-4-4-4-12} of a GUID, in upper case.
 [[nodiscard]] std::string GuidText(const qmx::SGuid& guid);
-/// Reads such a text, in either case, with or without the braces.
+/// Parses such a text, in either case, with or without the braces.
 [[nodiscard]] std::optional<qmx::SGuid> ParseGuid(std::string_view text);
 
-/// "raw", "jls" or "jpeg"; the GUID's text for a type without a name.
+/// Returns "raw", "jls" or "jpeg", or the text of the GUID for any other type.
 [[nodiscard]] std::string TypeName(const qmx::SGuid& type);
-/// The type of a name or of a GUID's text.
+/// Returns the type of a name or of the text of a GUID.
 [[nodiscard]] std::optional<qmx::SGuid> ParseType(std::string_view text);
 
 }  // namespace frames

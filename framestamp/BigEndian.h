@@ -1,4 +1,4 @@
-/// Big-endian fields of network headers. The caller has checked that the bytes are there.
+/// Big-endian fields of network headers. The caller must have checked that the bytes exist.
 #pragma once
 
 #include <cstdint>

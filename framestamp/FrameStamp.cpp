@@ -54,10 +54,10 @@ SStamp ReadStamp(std::span<const std::uint8_t> picture) {
 namespace {
 
 constexpr std::size_t blockSide = 8;
-constexpr std::uint32_t blockMagic = 0x4B53;  // not all of one colour, nor alternating
+constexpr std::uint32_t blockMagic = 0x4B53;  // neither of one colour nor alternating
 constexpr std::uint8_t white = 255;
 
-/// What the blocks say, first bit first: magic number, frame number, checksum.
+/// Returns the bits of the blocks, first bit first: magic number, frame number, checksum.
 using BlockBits = std::array<std::uint8_t, 10>;
 constexpr std::size_t numberByte = 2;
 constexpr std::size_t checksumByte = 6;
@@ -73,11 +73,11 @@ BlockBits BitsFor(std::uint32_t number) {
     return bits;
 }
 
-/// Places in units of blocks.
+/// Positions in units of blocks.
 struct SBlockGrid {
     std::size_t columns;
     std::size_t rows;
-    std::size_t edgeRows;  ///< that the bits need; 0 when there is no room
+    std::size_t edgeRows;  ///< number that the bits need; 0 if there is no room
 };
 
 template <class Sample>
@@ -90,7 +90,7 @@ SBlockGrid GridOf(const SSamplePlane<Sample>& picture) {
     return grid;
 }
 
-/// Calls for each block that holds a bit, with column, row and the bit's index.
+/// Calls a function for each block that contains a bit, with column, row and the index of the bit.
 template <class Visitor>
 void ForEachBlock(const SBlockGrid& grid, Visitor visit) {
     for (std::size_t row = 0; row < grid.rows; ++row) {
@@ -112,7 +112,7 @@ bool BitAt(const BlockBits& bits, std::size_t index) {
     return (bits[index / 8] >> (7 - index % 8) & 1) != 0;
 }
 
-/// The bit of a block, from its inner pixels; none from a grey that is neither black nor white.
+/// Returns the bit of a block by its inner pixels; nothing if they are neither black nor white.
 std::optional<bool> ReadBlock(const SSamplePlane<const std::uint8_t>& picture, std::size_t column,
                               std::size_t row) {
     constexpr std::size_t margin = 2;
@@ -154,7 +154,7 @@ SStamp ReadBlockStamp(SSamplePlane<const std::uint8_t> luminance) {
         if (bit.value_or(false)) upper[i / 8] |= static_cast<std::uint8_t>(0x80U >> i % 8);
     }
     if (bigendian::Get16(upper.data()) != blockMagic) return {};
-    // Whatever number the upper edge tells, all blocks must be those of that number.
+    // All blocks must agree with the number in the upper edge.
     const std::uint32_t number = bigendian::Get32(&upper[numberByte]);
     const BlockBits bits = BitsFor(number);
     bool good = true;

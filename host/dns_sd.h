@@ -20,8 +20,8 @@ extern "C" {
 /// the call, and the context of the browse.
 typedef void (*DnsSdCallback)(uint32_t address, const char* name, void* context);
 
-/// Browses for a service type such as "_http._tcp.local". Doesn't return before the browse has
-/// ended, and no callback runs after it has returned. The plug-in ignores the result.
+/// Browses for a service type such as "_http._tcp.local". It returns when the browse has ended; no
+/// callback runs afterwards. The plug-in ignores the result.
 DNS_SD_API int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* context,
                           int32_t browseArgument);
 

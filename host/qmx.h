@@ -206,7 +206,7 @@ class TArray {
     std::size_t used = 0;
 };
 
-/// How a delegate's object is copied and released.
+/// Copies and releases the object of a delegate.
 struct SDelegateManager {
     void* (*copy)(void* object);    ///< returns the object of a copied delegate
     void (*release)(void* object);  ///< releases one delegate's share of the object

@@ -1,4 +1,4 @@
-// The camera simulator: virtual cameras from the command line, until a signal ends it.
+// The camera simulator: runs the virtual cameras of its command line until a signal ends it.
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -24,20 +24,20 @@ using korusim::SCameraSettings;
 
 enum EExit { Good = 0, Failed = 1, WrongUsage = 2 };
 
-/// Descriptors of a camera: a wake-up, two listeners, and the sockets for RTP and RTCP.
+/// Descriptors of one camera: a wake-up, two listeners, and the sockets for RTP and RTCP.
 constexpr std::size_t cameraDescriptors = 5;
 /// Descriptors of the announcement: a pipe, a multicast socket, one for changes of interfaces, and
-/// one for a moment while a camera's interface is looked for.
+/// one that is open briefly while the interface of a camera is looked up.
 constexpr std::size_t announcerDescriptors = 5;
-/// The least that a client takes: a control connection and one to the node tree.
+/// The least that one client needs: a control connection and one to the node tree.
 constexpr std::size_t clientDescriptors = 2;
 
-int Complain(EExit status, const std::string& text) {
+int PrintError(EExit status, const std::string& text) {
     std::fprintf(stderr, "korusim: %s\n", text.c_str());
     return status;
 }
 
-/// The usual limit would end at 200 cameras.
+/// The usual limit suffices for only 200 cameras.
 void RaiseDescriptorLimit() {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -45,17 +45,18 @@ void RaiseDescriptorLimit() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// Writes a text to standard output; false when not all of it is taken.
+/// Writes a text to standard output. Returns false if not all of it could be written.
 bool Print(const std::string& text) {
     return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
 }
 
-int ComplainOfOutput() {
-    return Complain(Failed, std::string("can't write to standard output: ") + std::strerror(errno));
+int PrintOutputError() {
+    return PrintError(Failed,
+                      std::string("cannot write to standard output: ") + std::strerror(errno));
 }
 
-/// From now on, in every thread: the signals wait until `sigwait` takes them. A hang-up that was
-/// ignored at the start (nohup) stays ignored.
+/// Blocks the signals in this thread and all later ones, so that only `sigwait` receives them. A
+/// hang-up that was ignored at the start (nohup) stays ignored.
 sigset_t HoldStopSignals() {
     sigset_t signals;
     ::sigemptyset(&signals);
@@ -68,7 +69,7 @@ sigset_t HoldStopSignals() {
     return signals;
 }
 
-/// Reads the camera arguments; gives what is wrong with them, or nothing.
+/// Parses the camera arguments. Returns what is wrong with them, or an empty text.
 std::string ParseCameras(const std::vector<std::string>& arguments,
                          std::list<CVirtualCamera>& cameras) {
     std::set<std::string> addresses;
@@ -83,10 +84,10 @@ std::string ParseCameras(const std::vector<std::string>& arguments,
     return {};
 }
 
-/// Opens, starts and announces the cameras; returns what went wrong, or nothing.
+/// Opens, starts and announces the cameras. Returns what went wrong, or an empty text.
 std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer& announcer) {
-    // Before the first socket: Avahi ends the process when it lacks a descriptor, and a camera that
-    // can't take a connection isn't ready.
+    // Checked before the first socket: Avahi aborts the process when it lacks a descriptor, and a
+    // camera that cannot accept a connection is not ready.
     const std::string obstacle = platform::MulticastDnsObstacle(
         cameras.size() * cameraDescriptors + announcerDescriptors + clientDescriptors);
     if (!obstacle.empty()) return obstacle;
@@ -108,8 +109,8 @@ int RunCameras(std::list<CVirtualCamera>& cameras) {
     const sigset_t signals = HoldStopSignals();
     korusim::CAnnouncer announcer;
     const std::string error = StartCameras(cameras, announcer);
-    if (!error.empty()) return Complain(Failed, error);
-    if (!Print("ready\n")) return ComplainOfOutput();
+    if (!error.empty()) return PrintError(Failed, error);
+    if (!Print("ready\n")) return PrintOutputError();
 
     int taken = 0;
     ::sigwait(&signals, &taken);
@@ -117,7 +118,7 @@ int RunCameras(std::list<CVirtualCamera>& cameras) {
     for (CVirtualCamera& camera : cameras) {
         camera.Stop();
         for (const std::string& summary : camera.summaries()) std::fputs(summary.c_str(), stderr);
-        if (!camera.failure().empty()) status = EExit(Complain(Failed, camera.failure()));
+        if (!camera.failure().empty()) status = EExit(PrintError(Failed, camera.failure()));
     }
     return status;
 }
@@ -132,13 +133,13 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        return Print(app.help()) ? Good : ComplainOfOutput();
+        return Print(app.help()) ? Good : PrintOutputError();
     } catch (const CLI::ParseError& error) {
-        return Complain(WrongUsage, std::string(error.what()) + " (--help lists the settings)");
+        return PrintError(WrongUsage, std::string(error.what()) + " (--help lists the settings)");
     }
     std::list<CVirtualCamera> cameras;
     const std::string wrong = ParseCameras(arguments, cameras);
-    if (!wrong.empty()) return Complain(WrongUsage, wrong + " (--help lists the settings)");
+    if (!wrong.empty()) return PrintError(WrongUsage, wrong + " (--help lists the settings)");
     return RunCameras(cameras);
 }
 
@@ -149,6 +150,6 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const std::exception& failure) {
-        return Complain(Failed, std::string("can't go on: ") + failure.what());
+        return PrintError(Failed, std::string("cannot continue: ") + failure.what());
     }
 }

@@ -27,7 +27,7 @@ CSocket Owned(int descriptor) {
     return CSocket(descriptor < 0 ? invalidSocket : static_cast<SocketHandle>(descriptor));
 }
 
-/// True for the socket of a connection to `to` that neither side has closed.
+/// Returns true for the socket of an open connection to `to`.
 bool IsOpenConnection(int descriptor, const sockaddr_in& to) {
     sockaddr_in peer{};
     socklen_t size = sizeof(peer);
@@ -87,7 +87,7 @@ std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port
 }
 
 std::optional<std::uint64_t> DroppedDatagrams() {
-    // A line of names and a line of numbers, in an order that differs between kernels.
+    // A line of names and a line of numbers. Their order differs between kernels.
     constexpr std::string_view wanted = "RcvbufErrors";
     std::ifstream table("/proc/net/snmp");
     std::string line;
@@ -108,7 +108,7 @@ std::optional<std::uint64_t> DroppedDatagrams() {
 
 std::string ReceiveBufferAdvice() {
     return "raise net.core.rmem_max (sysctl), or run with CAP_NET_ADMIN, which lets the plug-in "
-           "go beyond it";
+           "exceed it";
 }
 
 }  // namespace platform

@@ -1,5 +1,5 @@
 #include <winsock2.h>
-// After <winsock2.h>, which it would otherwise replace by the older one.
+// After <winsock2.h>, because it would otherwise include the older <winsock.h>.
 #include <iphlpapi.h>
 #include <windows.h>
 #include <ws2tcpip.h>
@@ -18,14 +18,14 @@ bool StartSockets() noexcept {
     return ::WSAStartup(MAKEWORD(2, 2), &about) == 0;  // until the process ends
 }
 
-// The limits of this system are those of memory, and its own service does the browsing.
+// On this system only memory limits handles, and a system service does the browsing.
 std::string DescriptorObstacle(std::size_t) { return {}; }
 std::string MulticastDnsObstacle(std::size_t) { return {}; }
 
 std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port) {
     in_addr to{};
     if (::inet_pton(AF_INET, address.c_str(), &to) != 1) return std::nullopt;
-    // The table may grow between the question for its size and the question for its contents.
+    // The table may grow between the call for its size and the call for its contents.
     std::vector<std::max_align_t> table;
     DWORD bytes = 0;
     DWORD answer = ERROR_INSUFFICIENT_BUFFER;
@@ -39,7 +39,7 @@ std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port
     const auto& rows = *reinterpret_cast<const MIB_TCPTABLE_OWNER_PID*>(table.data());
     const std::span all(rows.table, rows.dwNumEntries);
     return std::ranges::any_of(all, [&](const MIB_TCPROW_OWNER_PID& row) {
-        // Wine has 0 for every owner.
+        // Wine reports the owner 0 for all of them.
         const bool ours = row.dwOwningPid == ::GetCurrentProcessId() || row.dwOwningPid == 0;
         return ours && row.dwState == MIB_TCP_STATE_ESTAB && row.dwRemoteAddr == to.s_addr &&
                row.dwRemotePort == ::htons(port);
@@ -47,11 +47,13 @@ std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port
 }
 
 std::optional<std::uint64_t> DroppedDatagrams() {
-    return std::nullopt;  // counted, but with datagrams that were dropped for other reasons
+    return std::nullopt;  // the system counts them together with datagrams that were dropped for
+                          // other reasons
 }
 
 std::string ReceiveBufferAdvice() {
-    return "Windows sets no bound to such a buffer but memory; close what keeps the machine busy";
+    return "Windows limits such a buffer only by memory; close the programs that keep the machine "
+           "busy";
 }
 
 }  // namespace platform

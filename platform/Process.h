@@ -5,23 +5,23 @@
 
 namespace platform {
 
-/// Returns the folder of the running program, or an empty text when the system does not know it.
+/// Returns the folder of the running program, or an empty text if the system does not know it.
 [[nodiscard]] std::string ProgramFolder();
-/// True when standard error goes to a terminal.
+/// Returns true if standard error is a terminal.
 [[nodiscard]] bool ErrorIsTerminal() noexcept;
-/// Prepares descriptors 0 to 2; call it before anything is opened. A closed one is opened on the
+/// Prepares descriptors 0 to 2. Call it before anything is opened. A closed one is opened on the
 /// null device, because the next file or socket would otherwise take its number and receive what is
 /// written to the standard stream. Input then ends at once, writing to standard output fails, and
 /// standard error is discarded. A write to a pipe without a reader, or beyond the longest file that
 /// the process may write, fails instead of ending the process. Returns false when the null device
 /// cannot be opened.
 [[nodiscard]] bool PrepareStandardStreams() noexcept;
-/// From now on standard output takes bytes unchanged.
+/// Makes standard output write bytes unchanged.
 void PrepareByteOutput() noexcept;
 
-/// From now on an interrupt, a termination signal and the closing of the terminal only set the flag
-/// that `StopRequested` returns; a second signal of the same kind ends the process at once. A
-/// hang-up that was ignored when the process started (nohup) stays ignored.
+/// Makes an interrupt, a termination signal and the closing of the terminal only set the flag that
+/// `StopRequested` returns. A second signal of the same kind ends the process at once. A hang-up
+/// that was ignored when the process started (nohup) stays ignored.
 void WatchStopSignals();
 [[nodiscard]] bool StopRequested() noexcept;
 

@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-/// Atomic, since the system hands a signal to any thread.
+/// Atomic, because the system delivers a signal to any thread.
 std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 

@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-/// Atomic, since the system makes a thread to tell the news.
+/// Atomic, because the system calls the handler on a new thread.
 std::atomic<bool> stopRequested{false};
 
 BOOL WINAPI OnConsoleEvent(DWORD event) {
@@ -29,7 +29,7 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
 }  // namespace
 
 std::string ProgramFolder() {
-    wchar_t path[32768];  // the longest there is
+    wchar_t path[32768];  // the longest path of the system
     const DWORD length = ::GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
     if (length == 0 || length >= std::size(path)) return {};
     return std::filesystem::path(path, path + length).parent_path().string();

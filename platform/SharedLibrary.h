@@ -9,12 +9,12 @@ namespace platform {
 /// its classes may outlive this one.
 class CSharedLibrary {
    public:
-    /// Loads a file; on failure `valid` is false and `error` says why.
+    /// Loads a file. On failure `valid` returns false and `error` the reason.
     explicit CSharedLibrary(const std::string& file);
 
     [[nodiscard]] bool valid() const noexcept { return library != nullptr; }
     [[nodiscard]] const std::string& error() const noexcept { return errorText; }
-    /// An exported function; null when there is none of that name.
+    /// Returns an exported function, or null if there is none of that name.
     [[nodiscard]] void* Symbol(const char* name) const noexcept;
 
    private:
@@ -22,7 +22,7 @@ class CSharedLibrary {
     std::string errorText;
 };
 
-/// File name of a loadable plug-in on this system, such as "x.so" for "x".
+/// Returns the file name of a plug-in on this system, such as "x.so" for "x".
 [[nodiscard]] std::string PluginFileName(const std::string& name);
 
 }  // namespace platform

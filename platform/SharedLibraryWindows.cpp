@@ -7,8 +7,8 @@
 
 namespace platform {
 
-// The plug-in's own folder is searched too: the host's libraries may stand beside it. That takes a
-// whole path.
+// Also searches the folder of the plug-in, because the host's libraries may be there. That requires
+// an absolute path.
 CSharedLibrary::CSharedLibrary(const std::string& file)
     : library(
           ::LoadLibraryExW(std::filesystem::absolute(file).c_str(), nullptr,

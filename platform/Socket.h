@@ -16,7 +16,7 @@ using SocketHandle = std::uintptr_t;
 /// The handle that is not a socket: all bits set.
 inline constexpr SocketHandle invalidSocket = ~SocketHandle{0};
 
-/// An IPv4 socket address, with port and address in network byte order. All zero means none.
+/// An IPv4 socket address, with port and address in network byte order. All zero means no address.
 struct SSocketAddress {
     std::uint16_t family = 0;
     std::uint16_t port = 0;
@@ -84,7 +84,7 @@ bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept;
 /// stays open; close it when no thread uses it any more.
 void CancelReceives(SocketHandle handle) noexcept;
 
-/// The owner of a socket handle.
+/// Owns a socket handle.
 class CSocket {
    public:
     CSocket() noexcept = default;

@@ -165,11 +165,11 @@ bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept {
     return SetOption(handle, SO_RCVBUF, &bytes, sizeof(bytes));
 }
 
-// Closing the handle would do, and at once: but a thread that has read the field and not yet begun
-// its receive would then receive on whatever got the same number next, and the system gives a
-// number back soon. A shutdown doesn't reach a receive on an unconnected socket here. So the handle
-// stays open until the thread is gone: first no later receive can block any more, then the one that
-// may be blocked already is cancelled. In this order no receive slips between the two.
+// Closing the handle would end the receive at once. But a thread that has read the field and not
+// yet begun its receive would then receive on whatever got the same number next, and the system
+// soon reuses numbers. A shutdown does not end a receive on an unconnected socket here. Therefore
+// the handle stays open until the thread has ended: first, later receives are made unable to block;
+// then the one that may be blocked already is cancelled. In this order none can be missed.
 void CancelReceives(SocketHandle handle) noexcept {
     SetBlocking(handle, false);
     ::CancelIoEx(reinterpret_cast<HANDLE>(handle), nullptr);

@@ -22,7 +22,7 @@ std::optional<std::uint64_t> ParseWhole(std::string_view text, std::uint64_t mos
 std::optional<double> ParseReal(std::string_view text) {
     double value = 0;
     const char* const end = text.data() + text.size();
-    // Unlike strtod this doesn't take the decimal comma of the user's locale, nor leading blanks.
+    // Unlike strtod this accepts neither the decimal comma of the user's locale nor leading blanks.
     const auto [stop, error] = std::from_chars(text.data(), end, value);
     if (error != std::errc() || stop != end || !std::isfinite(value)) return std::nullopt;
     return value;

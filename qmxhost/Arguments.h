@@ -1,5 +1,5 @@
-/// Reads the small words of a command line or a shell command. All of a text must fit, or the
-/// answer is none.
+/// Parses the words of a command line or a shell command. A text that does not match completely
+/// gives no value.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +13,15 @@ struct SSize {
     std::uint16_t height = 0;
 };
 
-/// A whole number up to `most`, decimal or with "0x" in hexadecimal.
+/// Parses a whole number up to `most`: decimal, or hexadecimal after "0x".
 [[nodiscard]] std::optional<std::uint64_t> ParseWhole(std::string_view text, std::uint64_t most);
-/// A finite number.
+/// Parses a finite number.
 [[nodiscard]] std::optional<double> ParseReal(std::string_view text);
 [[nodiscard]] std::optional<bool> ParseBool(std::string_view text);
-/// "640x512".
+/// Parses a size such as "640x512".
 [[nodiscard]] std::optional<SSize> ParseSize(std::string_view text);
-/// True for four dotted numbers. Anything else is taken for a camera's name, also the short forms
-/// such as "127.1" that some systems read as an address.
+/// Returns true for four dotted numbers. Anything else is the name of a camera, including short
+/// forms such as "127.1" that some systems accept as an address.
 [[nodiscard]] bool IsAddress(std::string_view text);
 
 }  // namespace qmxhost

@@ -1,5 +1,4 @@
-/// The commands that answer and end. Each opens what it needs and raises a `CFailure` when it
-/// can't do its work. Ones that look at a camera: see `SCameraChoice`.
+/// The commands that print a result and end. Each throws a `CFailure` if it fails.
 #pragma once
 
 #include <string>
@@ -10,24 +9,24 @@
 
 namespace qmxhost {
 
-/// Which camera a command is for, and how it is opened.
+/// The camera of a command, and how to open it.
 struct SCameraChoice {
     std::string nameOrAddress;
-    bool noTree = false;  ///< leave the node tree alone: then a raw camera has no frame rate
+    bool noTree = false;  ///< do not connect the node tree; a raw camera then has no frame rate
 };
 
 [[nodiscard]] std::uint32_t OpenFlags(const SCameraChoice& choice) noexcept;
 
-/// Cameras on the network. With `follow` goes on looking until a stop signal, and tells only what
-/// is new and what is gone.
+/// Shows the cameras on the network. With `follow` it searches until a stop signal and shows only
+/// new cameras and those that have gone.
 [[nodiscard]] EExit RunList(CPluginHost& host, bool follow, bool json);
 
 [[nodiscard]] EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json);
 
-/// Shows the named properties, or all when none is named.
+/// Shows the named properties, or all if none is named.
 [[nodiscard]] EExit RunGet(CPluginHost& host, const SCameraChoice& choice,
                            const std::vector<std::string>& names, bool json);
-/// Sets properties given as NAME=VALUE, in their order, and shows what they read as afterwards.
+/// Sets properties given as NAME=VALUE, in this order, then reads and shows them.
 [[nodiscard]] EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
                            const std::vector<std::string>& assignments, bool json);
 

@@ -1,4 +1,4 @@
-/// Chooses one of a camera's formats as a person asked for it.
+/// Chooses one of a camera's formats by the options of the command line.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,15 @@
 
 namespace qmxhost {
 
-/// What a person asked for. With nothing set, the first format of the catalogue is chosen.
+/// The requested format. With nothing set, it is the first one of the catalogue.
 struct SFormatChoice {
     std::optional<std::uint64_t> index;  ///< in the catalogue; size and type are then ignored
     std::optional<SSize> size;
     std::string type;  ///< "raw", "jls" or "jpeg"; empty for any
 };
 
-/// Returns the first format that fits exactly. The plug-in itself would take the nearest size
-/// without a word, so a choice that nothing fits is a `CFailure` that names the camera.
+/// Returns the first format that matches exactly. Throws a `CFailure` that names the camera if
+/// there is none, because the plug-in itself would silently use the nearest size.
 [[nodiscard]] qmx::cam::IDevice::SFormat ChooseFormat(
     const std::vector<qmx::cam::IDevice::SFormat>& formats, const SFormatChoice& choice,
     const std::string& camera);

@@ -11,7 +11,7 @@ std::uint32_t OpenFlags(const SCameraChoice& choice) noexcept {
 
 EExit RunFormats(CPluginHost& host, const SCameraChoice& choice, bool json) {
     COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
-    // Made for both outputs, so that they can't tell different things.
+    // Used for both outputs, so that they agree.
     Json list = Json::array();
     for (const auto& format : camera.Formats()) {
         list.push_back({{"index", list.size()},

@@ -14,7 +14,7 @@ namespace qmxhost {
 class CFrameIntake {
    public:
     /// Skips the first `toSkip` frames and counts at most `toCount` after them (0: no limit).
-    /// Counted frames are copied into the queue when `toQueue` is true.
+    /// Counted frames are copied into the queue if `toQueue` is true.
     CFrameIntake(std::uint64_t toSkip, std::uint64_t toCount, bool toQueue)
         : skip(toSkip), count(toCount), keep(toQueue) {}
 

@@ -19,7 +19,7 @@ std::string ExtensionOf(const qmx::SGuid& type) {
     return type == frames::jpegType ? ".jpg" : ".raw";
 }
 
-/// Flushes each frame, so that a reader at the other end of a pipe sees it live.
+/// Flushes each frame, so that a program that reads the pipe gets it at once.
 bool WriteToOutput(const std::vector<std::uint8_t>& bytes) {
     return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
            std::fflush(stdout) == 0;
@@ -38,7 +38,7 @@ CFrameSaver::CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::S
     std::error_code error;
     std::filesystem::create_directories(target, error);
     if (error) {
-        throw CFailure(EExit::Failed, "can't make folder " + target + ": " + error.message());
+        throw CFailure(EExit::Failed, "cannot create folder " + target + ": " + error.message());
     }
 }
 
@@ -70,10 +70,10 @@ void CFrameSaver::Count(const frames::SFrame& frame, bool written) {
     const bool toOutput = target == standardOutput;
     throw CFailure(
         EExit::Failed,
-        "can't write frame " + std::to_string(frame.arrival) + " to " +
+        "cannot write frame " + std::to_string(frame.arrival) + " to " +
             (toOutput ? "standard output; is the program that reads it gone, or the disk full?"
                       : FileName(frame.arrival) +
-                            "; is the folder there, with space and the right to write?"));
+                            "; does the folder exist, with free space and write permission?"));
 }
 
 std::string CFrameSaver::FileName(std::uint64_t number) const {
@@ -88,7 +88,7 @@ std::optional<CFrameSaver::Picture> CFrameSaver::Decode(const frames::SFrame& fr
         if (!picture) return std::nullopt;
         return frames::SColourPicture{picture->width, picture->height, std::move(picture->samples)};
     }
-    // The width is the one asked for: a raw frame says nothing of its own size.
+    // The requested width: a raw frame does not contain its own size.
     frames::SDecodedRaw raw{width, {}};
     if (type == frames::jlsType) {
         auto decoded = frames::DecodeJpegLs(frame.bytes);

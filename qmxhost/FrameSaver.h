@@ -1,4 +1,4 @@
-/// Writes the frames of a stream where the user wants them.
+/// Saves the frames of a stream.
 #pragma once
 
 #include <cstdint>
@@ -15,24 +15,24 @@ namespace qmxhost {
 
 struct SSaveOptions {
     std::string target;   ///< a folder, or "-" for standard output
-    bool asPng = false;   ///< else the bytes as they came
-    std::string palette;  ///< for PNG; empty for grey
+    bool asPng = false;   ///< otherwise the bytes as received
+    std::string palette;  ///< for PNG; empty means grey
 };
 
-/// What became of the frames that were to be saved.
+/// What happened to the frames that were to be saved.
 struct SSaveTotals {
     std::uint64_t saved = 0;
-    std::uint64_t undecodable = 0;  ///< no picture could be made of them
-    std::uint64_t empty = 0;        ///< no bytes to make a picture of
+    std::uint64_t undecodable = 0;  ///< could not be decoded
+    std::uint64_t empty = 0;        ///< had no bytes
 };
 
 class CFrameSaver {
    public:
-    /// Makes the folder.
+    /// Creates the folder.
     CFrameSaver(const SSaveOptions& options, const qmx::cam::IDevice::SFormat& format);
 
-    /// Saves a frame. Passes over one that has no picture, since the next one may be good; throws a
-    /// `CFailure` when it can't be written, since the next one can't either.
+    /// Saves a frame. Skips one that contains no picture, because the next one may. Throws a
+    /// `CFailure` if it cannot be written, because the next one could not be either.
     void Save(const frames::SFrame& frame);
     [[nodiscard]] const SSaveTotals& totals() const noexcept { return sums; }
 

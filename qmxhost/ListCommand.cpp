@@ -12,10 +12,11 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// A search ends sooner where no network is up; `--follow` doesn't start one more often than this.
+/// Least time between two searches of `--follow`. Without a network a search ends at once.
 constexpr auto followPeriod = 2s;
 constexpr auto stopPoll = 50ms;
-/// One lost multicast answer must not show a camera as gone.
+/// Searches in a row that miss a camera before it counts as gone. A single multicast response may
+/// be lost.
 constexpr int roundsUntilGone = 2;
 
 constexpr const char* noCameraFound =
@@ -70,12 +71,12 @@ void TellChange(const SCamera& camera, const char* change, bool json) {
     PrintJson(event);
 }
 
-/// What `--follow` remembers from round to round.
+/// What `--follow` remembers between two searches.
 class CKnownCameras {
    public:
     explicit CKnownCameras(bool jsonOutput) : json(jsonOutput) {}
 
-    /// Takes the outcome of one search and tells what it changed.
+    /// Records the result of a search and prints what has changed.
     void Update(const std::vector<SCamera>& seen) {
         for (auto& [camera, missed] : roundsMissed) ++missed;
         for (const SCamera& camera : seen) {

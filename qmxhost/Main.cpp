@@ -54,7 +54,7 @@ a compressed one, ends with this command's connection: 'qmxhost stream --rate'
 sets a rate and streams with it.
 )";
 
-/// Everything that the command line can say, and the command that it chose.
+/// The options of all commands, and the chosen command.
 struct SCommandLine {
     std::string plugin;
     bool verbose = false;
@@ -67,16 +67,18 @@ struct SCommandLine {
     std::function<EExit(CPluginHost&)> run;
 };
 
-// Each of these adds one command, its options, and what runs it once the whole line has been read.
+// Each of these functions adds one command, its options, and the function that runs it after the
+// whole line has been parsed.
 
 void AddCamera(CLI::App& command, SCameraChoice& choice) {
     command.add_option("CAMERA", choice.nameOrAddress, "address or name")->required();
-    command.add_flag("--no-tree", choice.noTree, "don't connect to the camera's node tree");
+    command.add_flag("--no-tree", choice.noTree, "do not connect to the camera's node tree");
 }
 
 void AddList(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand("list", "Show the cameras on the network");
-    command.add_flag("--follow", line.follow, "keep looking, and show what comes and goes");
+    command.add_flag("--follow", line.follow,
+                     "keep searching, and show cameras that appear and disappear");
     command.callback([&line] {
         line.run = [&line](CPluginHost& host) { return RunList(host, line.follow, line.json); };
     });
@@ -93,7 +95,7 @@ void AddFormats(CLI::App& app, SCommandLine& line) {
 void AddGet(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand("get", "Show properties of a camera");
     AddCamera(command, line.camera);
-    command.add_option("NAME", line.words, "such as FrameRate; all without a name");
+    command.add_option("NAME", line.words, "such as FrameRate; without a name, all properties");
     command.callback([&line] {
         line.run = [&line](CPluginHost& host) {
             return RunGet(host, line.camera, line.words, line.json);
@@ -113,13 +115,13 @@ void AddSet(CLI::App& app, SCommandLine& line) {
     });
 }
 
-/// CLI11 itself would take "-1" for a very large number.
+/// CLI11 itself would accept "-1" as a very large number.
 std::string CheckWhole(const std::string& text) {
     const auto value = ParseWhole(text, std::numeric_limits<std::int64_t>::max());
     return value ? std::string() : "'" + text + "' is not a whole number";
 }
 
-/// A finite number above 0; CLI11's own ranges let "nan" through.
+/// Accepts a finite number above 0; CLI11's own ranges accept "nan".
 std::string CheckPositive(const std::string& text) {
     const auto value = ParseReal(text);
     return value && *value > 0 ? std::string() : "'" + text + "' is not a number above 0";
@@ -141,14 +143,14 @@ void AddFormatOptions(CLI::App& command, SCommandLine& line) {
 }
 
 void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
-    command.add_option("--count", stream.count, "stop after so many frames")
+    command.add_option("--count", stream.count, "stop after N frames")
         ->check(CheckWhole, "", "N")
         ->check(CheckPositive);
-    command.add_option("--duration", stream.duration, "stop after so many seconds")
+    command.add_option("--duration", stream.duration, "stop after S seconds")
         ->check(CheckPositive, "", "S");
-    command.add_option("--skip", stream.skip, "pass over so many frames first")
+    command.add_option("--skip", stream.skip, "skip the first N frames")
         ->check(CheckWhole, "", "N");
-    command.add_option("--rate", stream.rate, "frames per second to ask the camera for")
+    command.add_option("--rate", stream.rate, "frames per second to request from the camera")
         ->check(CheckPositive, "", "FPS");
 }
 
@@ -159,7 +161,7 @@ void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
         command
             .add_option_function<std::string>(
                 "--as", [&stream](const std::string& text) { stream.save.asPng = text == "png"; },
-                "native (as they came) or png")
+                "native (unchanged) or png")
             ->needs(save)
             ->check(CLI::IsMember({"native", "png"}));
     command.add_option("--palette", stream.save.palette, "false colours for png")
@@ -168,15 +170,15 @@ void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
     command.add_flag("--check", stream.check, "verify korusim's checksum in each picture");
 }
 
-/// What no single option can refuse.
+/// Checks the options against each other.
 void RefuseContradictions(const SCommandLine& line) {
     const SSaveOptions& save = line.stream.save;
     const bool toOutput = save.target == standardOutput;
     if (toOutput && line.json) {
-        throw CLI::ValidationError("--save", "- and --json both want standard output");
+        throw CLI::ValidationError("--save", "- and --json would both write to standard output");
     }
     if (toOutput && save.asPng) {
-        throw CLI::ValidationError("--save", "- writes native frames only; give a folder for png");
+        throw CLI::ValidationError("--save", "- writes native frames only; name a folder for png");
     }
     if (!save.palette.empty() && !save.asPng) {
         throw CLI::ValidationError("--palette", "colours pictures: add --as png");
@@ -185,13 +187,13 @@ void RefuseContradictions(const SCommandLine& line) {
 
 void AddStream(CLI::App& app, SCommandLine& line) {
     CLI::App& command =
-        *app.add_subcommand("stream", "Stream, and count, check or save what comes");
+        *app.add_subcommand("stream", "Stream frames, and count, check or save them");
     AddCamera(command, line.camera);
     AddFormatOptions(command, line);
     AddLimitOptions(command, line.stream);
     AddSaveOptions(command, line.stream);
     command.footer(streamHelp);
-    // Needs the global options, which may stand behind the command: so not before all is read.
+    // Needs the global options, which may follow the command, and so runs after all are parsed.
     command.final_callback([&line] {
         RefuseContradictions(line);
         line.stream.camera = line.camera;
@@ -203,13 +205,13 @@ void AddStream(CLI::App& app, SCommandLine& line) {
 
 void AddShell(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand(
-        "shell", "Obey commands from standard input, answer each by a line of JSON");
-    command.footer("Commands, one a line; # starts a comment:\n" + ShellHelp());
+        "shell", "Read commands from standard input; print one line of JSON for each");
+    command.footer("Commands, one per line; # begins a comment:\n" + ShellHelp());
     command.callback(
         [&line] { line.run = [](CPluginHost& host) { return RunShell(host, std::cin); }; });
 }
 
-/// What CLI11 says of a mistake, in the manner of all other failures.
+/// Returns the error message of CLI11 in the form of all other messages.
 std::string Mistake(const CLI::App* app, const CLI::Error& error) {
     const std::vector<std::string> unknown = app->remaining();
     const bool noCommand = app->get_subcommands().empty();
@@ -220,7 +222,7 @@ std::string Mistake(const CLI::App* app, const CLI::Error& error) {
 }
 
 void SetUp(CLI::App& app, SCommandLine& line) {
-    app.fallthrough();  // the options for all commands may stand behind the command too
+    app.fallthrough();  // the options of all commands may follow the command
     app.require_subcommand(1);
     app.footer(generalHelp);
     app.failure_message(Mistake);
@@ -236,7 +238,7 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     AddShell(app, line);
 }
 
-/// Fills `line`, or answers for the help or a mistake with the status to end with.
+/// Fills `line`. For the help and for a mistake it prints the text and returns the exit status.
 std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
     CLI::App app(description, "qmxhost");
     SetUp(app, line);
@@ -244,7 +246,7 @@ std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         std::ostringstream help;
-        // CLI11 has a status of its own for each kind of mistake; 0 is for the help.
+        // CLI11 has a separate status for each kind of mistake; 0 means the help.
         const bool asked = app.exit(error, help, std::cerr) == 0;
         Print(help.str());
         return asked ? EExit::Done : EExit::Usage;
@@ -252,13 +254,14 @@ std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
     return std::nullopt;
 }
 
-/// The one place where failures become a line on standard error and an exit status.
+/// The only place that turns failures into a line on standard error and an exit status.
 EExit Run(int argc, char** argv) {
     try {
         SCommandLine line;
         if (const auto status = Parse(line, argc, argv)) return *status;
         qmx::logger().SetVerbose(line.verbose);
-        if (!platform::StartSockets()) throw CFailure(EExit::Failed, "the system has no sockets");
+        if (!platform::StartSockets())
+            throw CFailure(EExit::Failed, "the system's socket library does not start");
         CPluginHost host(line.plugin);
         return line.run(host);
     } catch (const CFailure& failure) {

@@ -11,7 +11,7 @@ void Print(const std::string& text) {
     const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (taken && std::fflush(stdout) == 0) return;
     throw CFailure(EExit::Failed,
-                   "can't write to standard output: " + std::generic_category().message(errno) +
+                   "cannot write to standard output: " + std::generic_category().message(errno) +
                        "; is the program that reads it gone, or the disk full?");
 }
 

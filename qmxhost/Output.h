@@ -1,5 +1,5 @@
-/// How the small host speaks: exit statuses, failures that end a command, JSON on standard output
-/// and everything else on standard error.
+/// The output of the small host: exit statuses, failures that end a command, results on standard
+/// output and everything else on standard error.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -10,7 +10,7 @@
 
 namespace qmxhost {
 
-/// What the process answers to whoever started it.
+/// The exit status of the process.
 enum class EExit : int {
     Done = 0,
     Failed = 1,
@@ -20,7 +20,7 @@ enum class EExit : int {
     Damage = 5,
 };
 
-/// Ends a command. The text says in one line what failed, on which camera, and what to look at
+/// Thrown to end a command. The text says in one line what failed, on which camera, and what to do
 /// next; `main` prints it.
 class CFailure : public std::runtime_error {
    public:
@@ -30,14 +30,14 @@ class CFailure : public std::runtime_error {
     const EExit status;
 };
 
-/// Keeps the keys in the order in which they were set: a person reads these lines too.
+/// Keeps the keys in the order in which they were set, because people read these lines too.
 using Json = nlohmann::ordered_json;
 
-/// Writes a text to standard output and flushes it. Throws a `CFailure` when not all of it can be
-/// written: a result that reaches nobody is not a success.
+/// Writes a text to standard output and flushes it. Throws a `CFailure` if not all of it can be
+/// written: a result that nobody receives is not a success.
 void Print(const std::string& text);
-/// Writes one value as one line, as `Print` does. Camera names come off the network: bytes that
-/// aren't UTF-8 are replaced instead of failing the whole answer.
+/// Prints a value as one line. Camera names come from the network: bytes that are not UTF-8 are
+/// replaced, so that they do not make the whole line fail.
 void PrintJson(const Json& value);
 /// Writes "qmxhost: text" to standard error.
 void PrintError(const std::string& text);
@@ -45,7 +45,7 @@ void PrintError(const std::string& text);
 void PrintHint(const std::string& text);
 
 [[nodiscard]] inline std::string Text(const qmx::CString& text) { return text.c_str(); }
-/// A text off the network without control characters, which could steer a person's terminal.
+/// Returns a text from the network without control characters, which could control a terminal.
 [[nodiscard]] std::string Printable(std::string text);
 
 }  // namespace qmxhost

@@ -14,28 +14,28 @@ namespace {
 using qmx::cam::IDevice;
 using qmx::cam::SDeviceInfo;
 
-/// All that is known of the plug-in: its file, its one function, and the id that it registers.
+/// The plug-in's file name, its exported function, and the id that it registers.
 constexpr const char* pluginName = "qmxcamKORURTSP";
 constexpr const char* initFunction = "qmxInitPlugin";
 constexpr const char* registeredId = "KORURTSP";
 
-/// The file to load: the wanted one, or the plug-in beside the program.
+/// Returns the file to load: the named one, or the plug-in beside the program.
 std::string PluginFile(const std::string& wanted) {
     namespace fs = std::filesystem;
     if (wanted.empty()) {
         return (fs::path(platform::ProgramFolder()) / platform::PluginFileName(pluginName))
             .string();
     }
-    // A bare file name would be looked for among the system's libraries.
+    // The system would search its library folders for a bare file name.
     return fs::absolute(wanted).string();
 }
 
 [[noreturn]] void FailToLoad(const std::string& file, const std::string& why) {
-    throw CFailure(EExit::Failed,
-                   "can't load plug-in " + file + ": " + why + "; --plugin FILE names another");
+    throw CFailure(EExit::Failed, "cannot load plug-in " + file + ": " + why +
+                                      "; use --plugin FILE to name another file");
 }
 
-/// "Roof (10.0.0.5), Gate (10.0.0.6)".
+/// Returns a list such as "Roof (10.0.0.5), Gate (10.0.0.6)".
 std::string NamesOf(const std::vector<SDeviceInfo>& cameras) {
     std::string names;
     for (const SDeviceInfo& info : cameras) {
@@ -65,7 +65,7 @@ CPluginHost::CPluginHost(const std::string& wanted) {
     if (!library.valid()) FailToLoad(file, library.error());
     const auto init = reinterpret_cast<bool (*)()>(library.Symbol(initFunction));
     if (init == nullptr) FailToLoad(file, std::string("it exports no ") + initFunction);
-    if (!init()) FailToLoad(file, std::string(initFunction) + " answered false");
+    if (!init()) FailToLoad(file, std::string(initFunction) + " returned false");
     object = qmx::cam::interfaceFactory().CreateInterface(registeredId);
     if (object == nullptr) {
         FailToLoad(file, std::string("it registers no interface ") + registeredId);
@@ -75,10 +75,10 @@ CPluginHost::CPluginHost(const std::string& wanted) {
 CPluginHost::~CPluginHost() { qmx::cam::interfaceFactory().DestroyInterface(registeredId, object); }
 
 std::vector<SDeviceInfo> CPluginHost::Enumerate() {
-    // The plug-in answers as for an empty network when the search cannot run.
+    // If the search cannot run, the plug-in returns the same as for an empty network.
     const std::string obstacle = platform::MulticastDnsObstacle(platform::searchDescriptors);
     if (!obstacle.empty()) {
-        throw CFailure(EExit::Failed, "can't search for cameras: " + obstacle);
+        throw CFailure(EExit::Failed, "cannot search for cameras: " + obstacle);
     }
     std::vector<SDeviceInfo> cameras;
     if (!object->EnumerateDevices(qmx::cam::IInterface::DeviceSink(Collect, &cameras))) {
@@ -100,13 +100,13 @@ SDeviceInfo CPluginHost::Find(const std::string& camera) {
         if (ParameterText(info, "Name") != camera) continue;
         if (match != nullptr) {
             throw CFailure(EExit::NoCamera, "several cameras are named '" + camera + "': " +
-                                                NamesOf(cameras) + "; give the address instead");
+                                                NamesOf(cameras) + "; use the address instead");
         }
         match = &info;
     }
     if (match != nullptr) return *match;
     throw CFailure(EExit::NoCamera, "no camera named '" + camera + "'; found: " + NamesOf(cameras) +
-                                        "; a camera can be given by its address too");
+                                        "; a camera can also be named by its address");
 }
 
 qmx::TSharedPtr<IDevice> CPluginHost::NewDevice() { return object->CreateDevice(); }
@@ -115,15 +115,15 @@ COpenCamera::COpenCamera(CPluginHost& host, const std::string& camera, std::uint
     const SDeviceInfo info = host.Find(camera);
     addressText = ParameterText(info, "IP");
     device = host.NewDevice();
-    if (!device) throw CFailure(EExit::Failed, "the plug-in made no device for camera " + camera);
+    if (!device)
+        throw CFailure(EExit::Failed, "the plug-in returned no device for camera " + camera);
     if (device->Open(info, flags)) return;
-    // The plug-in tells the failed step in the log only.
+    // The plug-in reports the failed step only in the log.
     const bool withTree = (flags & openTree) != 0;
     throw CFailure(
         EExit::Failed,
-        "can't open camera " + camera + ": the lines above say at which step; 'qmxhost list' " +
-            "shows what answers" +
-            (withTree ? ", --no-tree does without the camera's node tree (port 4554)" : ""));
+        "cannot open camera " + camera + ": the lines above name the step; try 'qmxhost list'" +
+            (withTree ? ", or --no-tree to connect without the node tree (port 4554)" : ""));
 }
 
 COpenCamera::~COpenCamera() { device->Close(); }

@@ -1,7 +1,7 @@
-/// The host's side of the plug-in: loads it, makes its interface object, finds and opens cameras.
+/// Loads the plug-in, creates its interface object, finds and opens cameras.
 ///
-/// Knows the plug-in by its one exported function and the registered interface alone, as the real
-/// host does; nothing here may include a header of the plug-in's own.
+/// Like the real host, it uses only the plug-in's exported function and the registered interface.
+/// Nothing here may include a header of the plug-in.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace qmxhost {
 inline constexpr std::uint32_t openTree = 1;
 inline constexpr std::uint32_t openStream = 2;
 
-/// Owns the interface object of the loaded plug-in. Failures are `CFailure`s.
+/// Owns the interface object of the loaded plug-in. Throws a `CFailure` on failure.
 class CPluginHost {
    public:
     /// Loads `file`; an empty name means the plug-in beside the program.
@@ -26,10 +26,9 @@ class CPluginHost {
     CPluginHost& operator=(const CPluginHost&) = delete;
 
     [[nodiscard]] qmx::cam::IInterface& interfaceObject() const noexcept { return *object; }
-    /// Returns all cameras on the network; blocks for the search. A search that cannot run is a
-    /// failure.
+    /// Returns all cameras on the network. Blocks for the search; fails if it cannot run.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
-    /// The description of a camera given by address, without a look at the network, or by name.
+    /// Returns the description of a camera. An address needs no search, a name does.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);
     [[nodiscard]] qmx::TSharedPtr<qmx::cam::IDevice> NewDevice();
 
@@ -37,7 +36,7 @@ class CPluginHost {
     qmx::cam::IInterface* object = nullptr;
 };
 
-/// A camera that is open as long as this object lives.
+/// A camera that stays open during the lifetime of this object.
 class COpenCamera {
    public:
     COpenCamera(CPluginHost& host, const std::string& camera, std::uint32_t flags);
@@ -46,7 +45,7 @@ class COpenCamera {
     COpenCamera& operator=(const COpenCamera&) = delete;
 
     [[nodiscard]] const std::string& address() const noexcept { return addressText; }
-    /// The formats to choose from; a camera without any is a failure.
+    /// Returns the formats of the camera. Fails if it has none.
     [[nodiscard]] std::vector<qmx::cam::IDevice::SFormat> Formats();
     qmx::cam::IDevice* operator->() const noexcept { return device.get(); }
     qmx::cam::IDevice& operator*() const noexcept { return *device; }
@@ -56,7 +55,7 @@ class COpenCamera {
     std::string addressText;
 };
 
-/// Text of a parameter's value; empty when there is no such parameter.
+/// Returns the value of a parameter as text; empty if there is no such parameter.
 [[nodiscard]] std::string ParameterText(const qmx::cam::SDeviceInfo& info, const char* key);
 
 }  // namespace qmxhost

@@ -1,4 +1,4 @@
-/// A device's named values between the texts that people type, the host's variants and JSON.
+/// Converts the values of properties between typed text, the host's variants and JSON.
 #pragma once
 
 #include <optional>
@@ -15,15 +15,15 @@ struct SProperty {
     qmx::EType type;
 };
 
-/// The property of a name, typed with or without its leading slash.
+/// Returns the property of a name, which may lack its leading slash.
 [[nodiscard]] std::optional<SProperty> FindProperty(const qmx::cam::CProperties& properties,
                                                     std::string_view name);
-/// "/FrameRate, /Paused".
+/// Returns a list such as "/FrameRate, /Paused".
 [[nodiscard]] std::string PropertyNames(const qmx::cam::CProperties& properties);
-/// Reads a text as a value of a type; none when it isn't one. The variant's own conversion would
-/// quietly make 0 of a typing error.
+/// Parses a text as a value of a type. The conversion of the variant itself would silently turn a
+/// typing error into 0.
 [[nodiscard]] std::optional<qmx::CVariant> ParseValue(std::string_view text, qmx::EType type);
-/// Null for an empty variant.
+/// Returns a variant as JSON, which is null for an empty one.
 [[nodiscard]] Json ValueAsJson(const qmx::CVariant& value);
 
 }  // namespace qmxhost

@@ -12,7 +12,7 @@ SProperty Wanted(const COpenCamera& camera, const std::string& name) {
                                      "'; it has " + PropertyNames(camera->properties));
 }
 
-/// A wrong name fails here, before anything is shown.
+/// Fails for a wrong name, before anything is shown.
 std::vector<SProperty> WantedOrAll(const COpenCamera& camera,
                                    const std::vector<std::string>& names) {
     std::vector<SProperty> wanted;
@@ -24,7 +24,8 @@ std::vector<SProperty> WantedOrAll(const COpenCamera& camera,
     return wanted;
 }
 
-/// Shows the values; one that can't be read is null and fails the command once all are shown.
+/// Shows the values. One that cannot be read is null and makes the command fail after all have been
+/// shown.
 EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool json) {
     Json values = Json::object();
     EExit result = EExit::Done;
@@ -36,7 +37,7 @@ EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool
         if (!read) {
             result = EExit::Failed;
             PrintError(
-                "can't read " + Text(property.name) + " of camera " + camera.address() +
+                "cannot read " + Text(property.name) + " of camera " + camera.address() +
                 "; a raw camera's frame rate is read from its node tree: does TCP port 4554 " +
                 "answer?");
         } else if (!json) {
@@ -53,7 +54,7 @@ struct SAssignment {
     std::string value;
 };
 
-/// Splits before the camera is opened, so that a typing error costs no visit to the camera.
+/// Done before the camera is opened, so that a typing error does not disturb it.
 std::vector<SAssignment> Split(const std::vector<std::string>& texts) {
     std::vector<SAssignment> assignments;
     for (const std::string& text : texts) {
@@ -66,7 +67,7 @@ std::vector<SAssignment> Split(const std::vector<std::string>& texts) {
     return assignments;
 }
 
-/// What a property takes, for a person who gave it something else.
+/// Returns the values that a property accepts, for an error message.
 const char* TypeText(qmx::EType type) {
     if (type == qmx::EType::Bool) return "true or false";
     return type == qmx::EType::Float64 ? "a number" : "a text";
@@ -86,7 +87,7 @@ EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
     const COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
     std::vector<SProperty> properties;
     std::vector<qmx::CVariant> values;
-    // All are looked at before the first is set: a mistake in the last leaves the camera as it was.
+    // All are checked before the first is set, so that a mistake in the last one changes nothing.
     for (const auto& [name, text] : wanted) {
         properties.push_back(Wanted(camera, name));
         auto value = ParseValue(text, properties.back().type);
@@ -98,7 +99,7 @@ EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
     }
     for (std::size_t i = 0; i < properties.size(); ++i) {
         if (camera->properties.set(properties[i].name, values[i])) continue;
-        throw CFailure(EExit::Failed, "can't set " + Text(properties[i].name) + " of camera " +
+        throw CFailure(EExit::Failed, "cannot set " + Text(properties[i].name) + " of camera " +
                                           camera.address() + " to " + wanted[i].value +
                                           "; the camera's node tree (TCP port 4554) refuses it");
     }

@@ -27,8 +27,9 @@ std::string_view Trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
 }
 
-/// The line without its comment. A comment needs a blank or the line's end behind its # unless it
-/// is the whole line: "Roof #2" is how a second camera of one name is announced.
+/// Returns the line without its comment. Unless the comment is the whole line, a blank or the end
+/// of the line must follow its #, because "Roof #2" is how the second camera of a name is
+/// announced.
 std::string_view WithoutComment(std::string_view line) {
     line = Trimmed(line);
     if (line.starts_with('#')) return {};
@@ -42,7 +43,7 @@ std::string_view WithoutComment(std::string_view line) {
     return line;
 }
 
-/// Takes the first word off a line that has no blanks at its ends.
+/// Removes and returns the first word of a line that has no blanks at its ends.
 std::string_view TakeWord(std::string_view& line) {
     const std::string_view word = line.substr(0, line.find_first_of(blanks));
     line = Trimmed(line.substr(word.size()));
@@ -56,12 +57,12 @@ SArguments SplitArguments(const SShellCommand& command, std::string_view line) {
         arguments.emplace_back(rest ? std::exchange(line, {}) : TakeWord(line));
     }
     if (arguments.size() < command.least || arguments.size() > command.most) {
-        throw CWrongCommand("wrong number of arguments; it is: " + Usage(command));
+        throw CWrongCommand("wrong number of arguments; usage: " + Usage(command));
     }
     return arguments;
 }
 
-/// To the microsecond; more decimals would only make the lines longer.
+/// Rounded to microseconds, to keep the lines short.
 double MillisecondsSince(Clock::time_point begun) {
     const std::chrono::duration<double, std::micro> passed = Clock::now() - begun;
     return std::round(passed.count()) / 1000;
@@ -75,7 +76,7 @@ Json RunCommand(SShellSession& session, const SShellCommand& command, std::strin
         if (command.device && !session.device) throw CWrongCommand("no device");
         answer = command.run(session, arguments);
     } catch (const std::exception& failure) {
-        // Also what an operation let out: a thread that can't be made, memory that isn't there.
+        // Also exceptions of an operation: a thread that cannot be created, or no memory.
         answer = {{"ok", false}, {"error", failure.what()}};
     }
     if (command.timed) answer["ms"] = MillisecondsSince(begun);

@@ -1,4 +1,4 @@
-/// `qmxhost shell`: drives one device by commands, one a line, for tests and for curious people.
+/// `qmxhost shell`: drives a device by commands, one per line, for tests and for trying things out.
 #pragma once
 
 #include <istream>
@@ -9,12 +9,11 @@
 
 namespace qmxhost {
 
-/// Answers each command of `input` by one line of JSON on standard output, until its end.
-/// Operations are called exactly as they are asked for, in any order and state: refusing is the
-/// device's part.
+/// Prints one line of JSON for each command of `input`, until its end. It calls the operations
+/// exactly as requested, in any order and state; it is the device that refuses them.
 [[nodiscard]] EExit RunShell(CPluginHost& host, std::istream& input);
 
-/// One line per command, for the help text.
+/// Returns one line per command, for the help text.
 [[nodiscard]] std::string ShellHelp();
 
 }  // namespace qmxhost

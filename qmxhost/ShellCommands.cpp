@@ -82,7 +82,7 @@ Json Interface(SShellSession& session, const SArguments&) {
             {"parameters", ParametersAsJson(device)}};
 }
 
-/// The old device goes first: two at once would fight over the camera.
+/// The old device is destroyed first: a camera serves only one at a time.
 Json New(SShellSession& session, const SArguments&) {
     session.device.Reset();
     session.device = session.host.NewDevice();
@@ -157,7 +157,7 @@ Json SetFormat(SShellSession& session, const SArguments& arguments) {
     return Ok(session.device->SetFormat(width, height, *type));
 }
 
-/// A device without a chosen format answers its own placeholder, shown as it is.
+/// The initial format of a device is shown unchanged.
 Json GetFormat(SShellSession& session, const SArguments&) {
     std::uint16_t width = 0;
     std::uint16_t height = 0;
@@ -178,7 +178,7 @@ Json Callback(SShellSession& session, const SArguments&) {
     return {{"ok", true}, {"callback", callback != nullptr}, {"context", context != nullptr}};
 }
 
-/// Cleared before the start, since frames come before it returns.
+/// Cleared before the start, because frames arrive before it returns.
 Json Start(SShellSession& session, const SArguments&) {
     session.frames.Clear();
     return Ok(session.device->StartContinuous(CShellFrames::OnFrame, &session.frames));
@@ -190,7 +190,7 @@ Json Stop(SShellSession& session, const SArguments&) {
 Json Suspend(SShellSession& session, const SArguments&) { return Ok(session.device->Suspend()); }
 Json Resume(SShellSession& session, const SArguments&) { return Ok(session.device->Resume()); }
 
-/// A name that the device doesn't know is the typist's mistake, not a failed operation.
+/// An unknown name is a mistake in the command, not a failed operation.
 SProperty Property(const SShellSession& session, const std::string& name) {
     const auto& properties = session.device->properties;
     if (auto property = FindProperty(properties, name)) return *std::move(property);
@@ -204,11 +204,11 @@ Json Get(SShellSession& session, const SArguments& arguments) {
     return {{"ok", done}, {"value", ValueAsJson(value)}};
 }
 
-/// Answers the value as it was understood; reading it back would be another operation.
+/// Shows the value as it was parsed; reading it back would be another operation.
 Json Set(SShellSession& session, const SArguments& arguments) {
     const SProperty property = Property(session, arguments[0]);
     const auto value = ParseValue(arguments[1], property.type);
-    if (!value) throw CWrongCommand("'" + arguments[1] + "' is no value of " + arguments[0]);
+    if (!value) throw CWrongCommand("'" + arguments[1] + "' is not a value of " + arguments[0]);
     const bool done = session.device->properties.set(property.name, *value);
     return {{"ok", done}, {"value", ValueAsJson(*value)}};
 }
@@ -245,7 +245,8 @@ Json Block(SShellSession& session, const SArguments& arguments) {
 Json Save(SShellSession& session, const SArguments& arguments) {
     const std::vector<std::uint8_t> frame = session.frames.LastFrame();
     if (frame.empty()) throw CWrongCommand("no frame to save");
-    if (!frames::WriteFile(arguments[0], frame)) throw CWrongCommand("can't write " + arguments[0]);
+    if (!frames::WriteFile(arguments[0], frame))
+        throw CWrongCommand("cannot write " + arguments[0]);
     return {{"ok", true}, {"length", frame.size()}};
 }
 

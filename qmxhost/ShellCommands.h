@@ -13,12 +13,12 @@
 
 namespace qmxhost {
 
-/// Raised by a command that cannot be carried out as it was typed; the text becomes its answer.
+/// Thrown by a command that is wrong. The text becomes its result.
 class CWrongCommand : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// What the commands work on. The frames outlive the device, whose thread calls into them.
+/// The objects that the commands use. The frames outlive the device, whose thread uses them.
 struct SShellSession {
     CPluginHost& host;
     CShellFrames frames;
@@ -30,12 +30,12 @@ using SArguments = std::vector<std::string>;
 
 struct SShellCommand {
     std::string_view name;
-    std::string_view arguments;  ///< for the help and the error
+    std::string_view arguments;  ///< for the help and the error message
     std::size_t least;           ///< number of arguments
     std::size_t most;
-    bool device;  ///< needs one
-    bool timed;   ///< its answer contains how long it took
-    bool rest;    ///< the last of `most` arguments is the rest of the line, blanks included
+    bool device;  ///< needs a device
+    bool timed;   ///< the result contains the time that it took
+    bool rest;    ///< the last of `most` arguments is the rest of the line, including blanks
     Json (*run)(SShellSession& session, const SArguments& arguments);
 };
 

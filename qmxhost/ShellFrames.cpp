@@ -15,7 +15,7 @@ void CShellFrames::OnFrame(void* context, const std::uint8_t* frame,
     try {
         self.Take({frame, length});
     } catch (const std::bad_alloc&) {
-        // The frame goes unseen; nothing may get out into the plug-in's thread.
+        // The frame is not counted; no exception may reach the plug-in's thread.
     }
 }
 

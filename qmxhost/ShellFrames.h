@@ -1,4 +1,4 @@
-/// What the shell remembers of the frames that its callback got.
+/// The frames that the shell's callback has received.
 #pragma once
 
 #include <atomic>
@@ -14,7 +14,7 @@ namespace qmxhost {
 
 struct SFrameRecord {
     std::uint32_t length = 0;
-    std::uint32_t checksum = 0;  ///< zlib's CRC-32 of all bytes
+    std::uint32_t checksum = 0;  ///< CRC-32 of all bytes, as zlib computes it
 };
 
 struct SFrameList {
@@ -22,32 +22,33 @@ struct SFrameList {
     std::vector<SFrameRecord> last;
 };
 
-/// The context of the shell's frame callback; must outlive the device. Any thread may call it.
+/// The context of the shell's frame callback. Must outlive the device. Thread-safe.
 class CShellFrames {
    public:
-    /// So many frames are remembered one by one.
+    /// Number of latest frames that are remembered.
     static constexpr std::size_t remembered = 100;
 
     /// The frame callback.
     static void OnFrame(void* context, const std::uint8_t* frame, std::uint32_t length) noexcept;
 
     void Clear();
-    /// From now on the callback sleeps at each frame; 0 for no more.
+    /// Makes the callback sleep at each frame; 0 ends that.
     void Block(std::chrono::milliseconds time) noexcept { block = time.count(); }
-    /// Waits until so many frames came since the last `Clear`; false when the limit passed first.
+    /// Waits for a number of frames since the last `Clear`. Returns false if the time limit passes
+    /// first.
     [[nodiscard]] bool WaitFor(std::uint64_t number, std::chrono::milliseconds limit);
 
     [[nodiscard]] std::uint64_t count() const;
-    /// The count and the last frames of one moment.
+    /// Returns the count and the last frames, which belong together.
     [[nodiscard]] SFrameList Frames() const;
-    /// The bytes of the last frame; empty when none came since the last `Clear`.
+    /// Returns the bytes of the last frame; empty if none has arrived since the last `Clear`.
     [[nodiscard]] std::vector<std::uint8_t> LastFrame() const;
 
    private:
     void Take(std::span<const std::uint8_t> frame);
 
     std::atomic<std::int64_t> block{0};  // milliseconds
-    mutable std::mutex lock;             // guards what follows
+    mutable std::mutex lock;             // guards the members below
     std::condition_variable arrived;
     std::uint64_t number = 0;
     std::deque<SFrameRecord> records;

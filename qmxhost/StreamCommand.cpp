@@ -16,14 +16,14 @@ namespace {
 using namespace std::chrono_literals;
 using SFormat = qmx::cam::IDevice::SFormat;
 
-/// The plug-in gives no sign of a stream's end: frames simply stop.
+/// Silence that ends the command: the plug-in does not report the end of a stream.
 constexpr std::chrono::seconds longestSilence = 10s;
-/// A camera whose control connection is gone has probably ended the stream as well.
+/// The same after the control connection has closed, because the stream has then probably ended.
 constexpr std::chrono::seconds longestSilenceWithoutControl = 1s;
 constexpr std::uint16_t rtspPort = 554;
-/// A slow camera is silent for longer; this many of its frame times are waited for.
+/// A slow camera is silent for longer: this many of its frame times are allowed.
 constexpr double silentFrameTimes = 3;
-/// A frame rate below this one is taken for it when the silence is reckoned.
+/// Lowest frame rate that the calculation of the silence uses.
 constexpr double slowestRate = 0.001;
 constexpr auto statusPeriod = 1s;
 constexpr auto stopPoll = 50ms;
@@ -32,16 +32,16 @@ constexpr auto stopPoll = 50ms;
 /// camera.
 void RefuseUnsuitable(const SStreamOptions& options, const SFormat& format) {
     const std::string name = frames::TypeName(format.pixelType);
-    // A type that can't be checked is one that nobody here can decode.
+    // A type that cannot be checked is one that cannot be decoded here.
     if ((options.save.asPng || options.check) &&
         !frames::CFrameChecker::CanCheck(format.pixelType)) {
         throw CFailure(EExit::Usage, "frames of type " + name +
-                                         " can't be decoded, as --as png and --check would need; "
-                                         "--as native saves them as they come");
+                                         " cannot be decoded, which --as png and --check need; "
+                                         "use --as native to save them unchanged");
     }
     if (!options.save.palette.empty() && format.pixelType == frames::jpegType) {
-        throw CFailure(EExit::Usage, "--palette colours raw and jls frames; " + name +
-                                         " frames have colours of their own");
+        throw CFailure(EExit::Usage, "--palette applies to raw and jls frames; " + name +
+                                         " frames are already coloured");
     }
 }
 
@@ -49,7 +49,7 @@ std::string Frames(std::uint64_t number) {
     return std::to_string(number) + (number == 1 ? " frame" : " frames");
 }
 
-/// One run of the command, from the open camera to the summary.
+/// One run of the command, from opening the camera to the summary.
 class CStream {
    public:
     CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
@@ -68,7 +68,7 @@ class CStream {
     void Stop();
     [[nodiscard]] EExit Conclude(EEnd end);
     void ReportLosses(const SStreamSummary& summary) const;
-    /// Runs a step of which a failure must not keep the stream from its orderly end.
+    /// Runs a step whose failure must not prevent the stream from ending in order.
     template <class Step>
     void Attempt(Step step);
     [[nodiscard]] std::string Reason(EEnd end, std::uint64_t frames) const;
@@ -82,8 +82,8 @@ class CStream {
     std::optional<CFrameSaver> saver;
     frames::CFrameChecker checker;
     CStreamReport report;
-    std::optional<std::uint64_t> droppedBefore;  // datagrams, by the whole system
-    bool controlWatched = false;                 // the control connection was seen, and is there
+    std::optional<std::uint64_t> droppedBefore;  // datagrams that the system had dropped
+    bool controlWatched = false;                 // the control connection has been seen
     bool controlLost = false;
     std::optional<CFailure> failure;  // the first one since the start
 };
@@ -107,22 +107,23 @@ std::string CStream::FormatText() const {
 
 void CStream::Start() {
     droppedBefore = platform::DroppedDatagrams();
-    // Coded frames are shorter than raw ones of their size.
+    // Coded frames are shorter than raw frames of the same size.
     intake.Reserve(std::size_t{format.width} * format.height * 2);
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
     if (options.rate) {
         qmx::CVariant rate;
         rate = *options.rate;
         if (!camera->properties.set("/FrameRate", rate)) {
-            throw CFailure(EExit::Failed, "can't set the frame rate of camera " + camera.address() +
+            throw CFailure(EExit::Failed, "cannot set the frame rate of camera " +
+                                              camera.address() +
                                               "; a raw camera takes it through its node tree (TCP "
                                               "port 4554), which must be open and allow it");
         }
     }
     if (!camera->StartContinuous(CFrameIntake::OnFrame, &intake)) {
-        throw CFailure(EExit::Failed, "can't start " + FormatText() + " on camera " +
+        throw CFailure(EExit::Failed, "cannot start " + FormatText() + " on camera " +
                                           camera.address() +
-                                          ": the line above says at which step; a camera serves "
+                                          ": the line above names the step; a camera serves "
                                           "one stream at a time: is another program using it?");
     }
 }
@@ -149,8 +150,8 @@ void CStream::Attempt(Step step) {
     }
 }
 
-/// Reports once that the camera has closed the control connection. The plug-in does not read that
-/// connection while it streams, and frames may still come.
+/// Reports once that the camera has closed the control connection. The plug-in does not read it
+/// while it streams, and frames may still arrive.
 void CStream::LookAtControl() {
     if (!controlWatched || platform::IsConnectedTo(camera.address(), rtspPort) != false) return;
     controlWatched = false;
@@ -172,7 +173,7 @@ frames::Clock::duration CStream::LongestSilence(const frames::SFrameTotals& tota
         longestSilence, std::chrono::duration_cast<frames::Clock::duration>(frameTimes));
 }
 
-/// Runs on the main thread until something ends the stream, at most one poll late.
+/// Runs on the main thread until the stream ends.
 CStream::EEnd CStream::Watch() {
     const frames::Clock::time_point started = frames::Clock::now();
     report.Begin(started);
@@ -202,7 +203,7 @@ void CStream::Stop() {
         PrintError("camera " + camera.address() +
                    " was no longer streaming at the stop; the connection is closed");
     }
-    // Nothing is added any more; what the queue still holds belongs to the result.
+    // No frames are added any more; those in the queue belong to the result.
     Attempt([this] {
         for (std::size_t i = 0; i < frames::CFrameQueue::slots && !failure; ++i)
             HandleOneFrame(0ms);
@@ -215,8 +216,8 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
     return *dropped - *droppedBefore;
 }
 
-/// Reports how it went. A failure counts more than damage, and damage more than a number of frames
-/// that wasn't reached.
+/// Prints the result and returns the exit status. A failure takes precedence over damaged frames,
+/// and those over a number of frames that was not reached.
 EExit CStream::Conclude(EEnd end) {
     const frames::SFrameTotals totals = intake.Totals();
     SStreamSummary summary{camera.address(),    FormatText(),      totals, {}, {},
@@ -239,52 +240,53 @@ EExit CStream::Conclude(EEnd end) {
                    " frames: " + Reason(end, totals.frames + totals.skipped));
         return EExit::TooFewFrames;
     }
-    // Somebody who wanted pictures has none.
+    // The user asked for pictures and has none.
     const bool noPicture = summary.saved && totals.frames != 0 && summary.saved->saved == 0 &&
                            summary.saved->undecodable + summary.saved->empty != 0;
     return noPicture ? EExit::Failed : EExit::Done;
 }
 
-/// Names the frames that are missing from the result, and what to do about it.
+/// Reports the frames that are missing from the result, and what to do about them.
 void CStream::ReportLosses(const SStreamSummary& summary) const {
     const std::string from = " of camera " + camera.address() + " ";
     if (summary.droppedDatagrams.value_or(0) != 0) {
-        PrintError("this system dropped datagrams while camera " + camera.address() +
-                   " streamed, of any program's, because the receiver's buffer was full: " +
-                   platform::ReceiveBufferAdvice());
+        PrintError(
+            "this system dropped UDP datagrams, of any program, while camera " + camera.address() +
+            " streamed, because a receive buffer was full: " + platform::ReceiveBufferAdvice());
     }
     if (const std::uint64_t notKept = summary.totals.notKept; notKept != 0) {
         PrintError(Frames(notKept) + from +
-                   "came faster than they could be checked or saved; --rate asks for fewer");
+                   "came faster than they could be checked or saved; request fewer with --rate");
     }
     if (summary.saved && summary.saved->undecodable != 0) {
         PrintError(
             Frames(summary.saved->undecodable) + from +
-            "could not be decoded and saved as a picture; --as native saves frames as they came");
+            "could not be decoded and saved as a picture; use --as native to save them unchanged");
     }
     if (summary.saved && summary.saved->empty != 0) {
         PrintError(Frames(summary.saved->empty) + from +
-                   "came without a single byte, so that there was no picture to save; another size "
-                   "may do better: 'qmxhost formats " +
+                   "were empty, so that there was no picture to save; try another size, listed by "
+                   "'qmxhost formats " +
                    camera.address() + "'");
     }
     if (summary.check && summary.check->damaged != 0) {
         PrintError(
             "--check found " + std::to_string(summary.check->damaged) +
             " damaged frames from camera " + camera.address() +
-            "; does it come from korusim? Other cameras put no checksum into their pictures, nor "
-            "does korusim into JPEG pictures too small for it (160x64 has room)");
+            "; is it a korusim camera? Other cameras put no checksum into their pictures, and "
+            "korusim puts none into JPEG pictures smaller than about 160x64");
     }
 }
 
-/// Returns why a stream ended early. Frames that never came at all point elsewhere than lost ones.
+/// Returns why a stream ended early. No frames at all have other causes than lost frames.
 std::string CStream::Reason(EEnd end, std::uint64_t frames) const {
     if (end == EEnd::Stopped) return "it was interrupted";
     if (controlLost) return "the camera closed its control connection; start the stream again";
-    if (end == EEnd::TimeUp && frames != 0) return "the time was up; --rate asks for more a second";
-    return std::string(frames == 0 ? "no frame came" : "no frame came any more") +
-           "; does a firewall stop UDP from the camera, is packet loss high? Incomplete frames are "
-           "not delivered";
+    if (end == EEnd::TimeUp && frames != 0)
+        return "the time was up; request more frames per second with --rate";
+    return std::string(frames == 0 ? "no frame came" : "no more frames came") +
+           "; does a firewall block UDP from the camera, or are many packets lost? Incomplete "
+           "frames are not delivered";
 }
 
 EExit CStream::Run() {

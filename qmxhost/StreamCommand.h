@@ -1,4 +1,4 @@
-/// `qmxhost stream`: streams, and counts, checks and saves what comes.
+/// `qmxhost stream`: streams frames, and counts, checks and saves them.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ struct SStreamOptions {
     SCameraChoice camera;
     SFormatChoice format;
     std::uint64_t count = 0;  ///< 0: no limit
-    std::uint64_t skip = 0;   ///< frames at the start that count for nothing
+    std::uint64_t skip = 0;   ///< frames at the start that do not count
     double duration = 0;      ///< seconds; 0: no limit
     std::optional<double> rate;
     SSaveOptions save;  ///< an empty target saves nothing
@@ -22,7 +22,7 @@ struct SStreamOptions {
     bool json = false;
 };
 
-/// Runs until the count, the time or a stop signal ends it, or no frame comes any more.
+/// Runs until the count, the time or a stop signal ends it, or no more frames arrive.
 [[nodiscard]] EExit RunStream(CPluginHost& host, const SStreamOptions& options);
 
 }  // namespace qmxhost

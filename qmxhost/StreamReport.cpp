@@ -15,7 +15,7 @@ std::string Fixed(double value, int decimals) {
     return text;
 }
 
-/// Three decimals are as much as these measurements hold.
+/// These measurements justify at most three decimals.
 double Rounded(double value) { return std::round(value * 1000) / 1000; }
 
 std::string RatesText(const frames::SFrameRates& rates, frames::Clock::duration longestGap) {
@@ -23,7 +23,7 @@ std::string RatesText(const frames::SFrameRates& rates, frames::Clock::duration 
            " Mbit/s, longest gap " + Fixed(frames::Milliseconds(longestGap), 0) + " ms";
 }
 
-/// The part that status and summary have in common, so that a script reads both alike.
+/// The fields that status and summary have in common.
 Json RatesJson(const char* kind, double seconds, const frames::SFrameTotals& totals,
                const frames::SFrameRates& rates) {
     return {{"kind", kind},
@@ -37,7 +37,7 @@ Json RatesJson(const char* kind, double seconds, const frames::SFrameTotals& tot
             {"notKept", totals.notKept}};
 }
 
-/// What the queue had no room for was not checked.
+/// Frames for which the queue had no room were not checked.
 Json CheckJson(const frames::SCheckTotals& check, std::uint64_t unchecked) {
     return {{"good", check.good},           {"damaged", check.damaged},
             {"missing", check.missing},     {"repeated", check.repeated},
@@ -58,7 +58,7 @@ std::string SummaryText(const SStreamSummary& summary, double seconds) {
     std::string text = "camera " + summary.camera + ", " + summary.format + "\n" +
                        std::to_string(totals.frames) + (totals.frames == 1 ? " frame" : " frames") +
                        " in " + Fixed(seconds, 1) + " s";
-    // It takes two frames to have a rate and a gap.
+    // A rate and a gap need two frames.
     if (totals.frames > 1)
         text += ": " + RatesText(frames::RatesOverall(totals), totals.longestGap);
     if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
@@ -95,7 +95,7 @@ void CStreamReport::Status(frames::SFrameTotals totals, frames::Clock::time_poin
     const double seconds = frames::Seconds(now - started);
     previous = totals;
     previousLook = now;
-    // A gap shows while it lasts, not only once a frame has ended it.
+    // A gap is shown while it lasts, not only when a frame has ended it.
     if (totals.frames != 0) totals.longestGap = std::max(totals.longestGap, now - totals.last);
     if (json) {
         PrintJson(RatesJson("status", seconds, totals, rates));
@@ -110,7 +110,7 @@ void CStreamReport::PrintStatus(const std::string& line) {
         std::fprintf(stderr, "%s\n", line.c_str());
         return;
     }
-    // A shorter line must not leave the end of a longer one standing.
+    // Overwrites the end of a longer line.
     const std::size_t longer = std::max(line.size(), lineLength);
     const std::string padding(longer - line.size(), ' ');
     std::fprintf(stderr, "\r%s%s", line.c_str(), padding.c_str());

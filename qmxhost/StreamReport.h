@@ -1,4 +1,4 @@
-/// What `qmxhost stream` tells while it runs and at its end.
+/// What `qmxhost stream` prints while it runs and at its end.
 #pragma once
 
 #include <cstdint>
@@ -19,23 +19,23 @@ struct SStreamSummary {
     std::optional<frames::SCheckTotals> check;
     std::optional<SSaveTotals> saved;
     std::string savedTo;
-    std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, where it counts them
+    std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, if it counts them
 };
 
 class CStreamReport {
    public:
-    /// `resultsToError` keeps standard output free for the frames themselves.
+    /// With `resultsToError`, standard output is left to the frames.
     CStreamReport(bool json, bool resultsToError);
     ~CStreamReport() { EndStatusLine(); }
     CStreamReport(const CStreamReport&) = delete;
     CStreamReport& operator=(const CStreamReport&) = delete;
 
-    /// The time of all lines counts from here.
+    /// Sets the start of the times in all lines.
     void Begin(frames::Clock::time_point now);
-    /// Rates are those since the status before.
+    /// Prints the rates since the previous status.
     void Status(frames::SFrameTotals totals, frames::Clock::time_point now);
     void Summary(const SStreamSummary& summary);
-    /// Ends a line that is being rewritten, so that other lines start at the left.
+    /// Ends a line that is being rewritten, so that the next line begins at the left.
     void EndStatusLine();
 
    private:
@@ -47,7 +47,7 @@ class CStreamReport {
     frames::Clock::time_point started;
     frames::Clock::time_point previousLook;
     frames::SFrameTotals previous;
-    std::size_t lineLength = 0;  ///< of the status line that stands on the terminal
+    std::size_t lineLength = 0;  ///< of the status line on the terminal
 };
 
 }  // namespace qmxhost

@@ -143,7 +143,7 @@ TEST(EndToEnd, EveryEndOfAStreamIsInOrder) {
             RunProgram(InShell("{ " + command + "; echo status $? >&2; } " + output));
         SCOPED_TRACE(command + output + ": " + outcome.errors);
         EXPECT_TRUE(Contains(outcome.errors, "status 1"));
-        EXPECT_TRUE(Contains(outcome.errors, "can't write"));
+        EXPECT_TRUE(Contains(outcome.errors, "cannot write"));
     };
     expectFailure("qmxhost stream 127.0.0.11 --json", "| head -1");
     for (const char* const output : {">/dev/full", ">&-"}) {
@@ -187,7 +187,7 @@ TEST(EndToEnd, NamesTheResourceThatIsShort) {
     }
     std::string fifty = "korusim";
     for (int i = 1; i <= 50; ++i) fifty += " 127.0.1." + std::to_string(i);
-    if (!test::sanitized) expectLine("-v 300000", fifty, "can't start its thread");
+    if (!test::sanitized) expectLine("-v 300000", fifty, "cannot start its thread");
 }
 
 TEST(EndToEnd, ReportsACameraThatGoesAway) {

@@ -11,19 +11,19 @@ namespace korusim {
 namespace {
 
 constexpr SPictureSize defaultSize{640, 512};
-/// Narrower pictures can't hold the frame stamp, larger ones no camera has.
+/// Narrower pictures cannot hold the frame stamp; no camera has larger ones.
 constexpr std::uint32_t minSide = 8;
 constexpr std::uint32_t maxSide = 4096;
-/// JPEG over RTP tells sizes by a byte each, in units of 8 pixels.
+/// JPEG over RTP encodes width and height in one byte each, in units of 8 pixels.
 constexpr std::uint32_t jpegSideUnit = 8;
 constexpr std::uint32_t maxJpegSide = 2040;
 /// Dynamic RTP payload types, one per size: 96 to 127.
 constexpr std::size_t maxSizes = 32;
-/// Below, not even the headers fit; above, UDP over IPv4 ends.
+/// The lower limit leaves room for the headers; the upper one is that of UDP over IPv4.
 constexpr std::uint32_t minDatagram = 64;
 constexpr std::uint32_t maxDatagram = 65507;
 constexpr std::size_t maxNameBytes = 63;   // a DNS label
-constexpr double maxReportSeconds = 3600;  // and longest silence
+constexpr double maxReportSeconds = 3600;  // also the longest silence
 
 template <class T>
 std::optional<T> ParseNumber(std::string_view text) {
@@ -34,7 +34,7 @@ std::optional<T> ParseNumber(std::string_view text) {
     return value;
 }
 
-/// A number within limits; written so that "nan" is refused too.
+/// Parses a number within limits. The comparison is written so that it rejects "nan" too.
 template <class T>
 bool ParseWithin(std::string_view text, T least, T most, T& value) {
     const auto number = ParseNumber<T>(text);
@@ -115,7 +115,7 @@ bool ParseRate(std::string_view text, SCameraSettings& settings) {
     return ParseWithin(text, 0.0, maxFrameRate, settings.rate) && settings.rate > 0;
 }
 
-/// From 100 to 127 RFC 2435 leaves the meaning to nobody.
+/// RFC 2435 does not define Q from 100 to 127.
 bool ParseQuality(std::string_view text, SCameraSettings& settings) {
     std::uint8_t& quality = settings.jpeg.quality;
     return ParseWithin<std::uint8_t>(text, 1, 99, quality) ||
@@ -130,7 +130,7 @@ bool ParseQuirk(std::string_view text, SCameraSettings& settings) {
 
 struct SSetting {
     std::string_view key;
-    std::string_view allowed;  ///< for the help page, and for who gives something else
+    std::string_view allowed;  ///< for the help page and the error message
     std::string_view meaning;
     bool repeatable;
     bool (*parse)(std::string_view text, SCameraSettings& settings);
@@ -138,42 +138,42 @@ struct SSetting {
 
 constexpr std::array<SSetting, 16> settingTable{{
     {"name", "1 to 63 bytes of UTF-8 without a comma",
-     "name it is announced with (default: \"korusim ADDRESS\")", false, ParseName},
+     "name under which it is announced (default: \"korusim ADDRESS\")", false, ParseName},
     {"streams", "raw, mjls, mjls+mjpg or mjpg",
-     "streams that it offers (default: raw); mjls is JPEG-LS without loss, mjpg is JPEG", false,
+     "the streams that it offers (default: raw); mjls is lossless JPEG-LS, mjpg is JPEG", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWord(streamWords, text, to.streams);
      }},
     {"size", "WxH, each 8 to 4096, at most 32 sizes",
-     "picture size, repeatable: one format each (default: 640x512); a compressed stream is sent "
-     "in its first size, and mjpg needs multiples of 8, at most 2040",
+     "picture size, repeatable, one format each (default: 640x512); a compressed stream uses only "
+     "the first size; mjpg needs multiples of 8, at most 2040",
      true, ParseSize},
     {"rate", "above 0, at most 1000", "frames per second, fractions allowed (default: 30)", false,
      ParseRate},
     {"mtu", "64 to 65507",
-     "bytes of the largest datagram; it may be larger to hold a raw picture's line, which never "
-     "breaks, or the headers of JPEG; it holds 5 lines at most (default: 1472)",
+     "bytes of the largest datagram (default: 1472); a datagram holds at most 5 rows of a raw "
+     "picture and exceeds this limit if one row or the JPEG headers need more",
      false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, minDatagram, maxDatagram, to.mtu);
      }},
-    {"sr", "0 to 3600", "seconds between sender reports, 0: none (default: 5)", false,
+    {"sr", "0 to 3600", "seconds between sender reports; 0 means none (default: 5)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, maxReportSeconds, to.senderReportSeconds);
      }},
     {"rtcp-timeout", "0 to 3600",
-     "seconds without a valid RTCP packet of its receiver that end a playing stream and its "
-     "session, 0: none do (default: 0); receivers that report at each fourth sender report, as "
-     "some do, need more than four times sr",
+     "seconds without a valid RTCP packet from the receiver after which a playing stream and its "
+     "session end; 0 means no limit (default: 0); receivers that report only after every fourth "
+     "sender report need more than four times sr",
      false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, maxReportSeconds, to.rtcpTimeoutSeconds);
      }},
     {"q", "1 to 99, or 128 to 255",
-     "quality of mjpg; from 128 on each frame brings its quantisation tables along (default: 80)",
+     "quality of mjpg; from 128 on each frame contains its quantisation tables (default: 80)",
      false, ParseQuality},
     {"restart", "0 to 65535",
-     "restart markers of mjpg, each so many minimum coded units, 0: none (default: 0)", false,
+     "minimum coded units between restart markers of mjpg; 0 means no markers (default: 0)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin<std::uint16_t>(text, 0, 65535, to.jpeg.restartInterval);
      }},
@@ -185,17 +185,17 @@ constexpr std::array<SSetting, 16> settingTable{{
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, 1.0, to.loss);
      }},
-    {"duplicate", "0 to 1", "probability that an RTP packet comes twice (default: 0)", false,
+    {"duplicate", "0 to 1", "probability that an RTP packet is sent twice (default: 0)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, 1.0, to.duplicate);
      }},
-    {"reorder", "0 to 1", "probability that an RTP packet comes behind the next one (default: 0)",
+    {"reorder", "0 to 1", "probability that an RTP packet comes after the next one (default: 0)",
      false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, 1.0, to.reorder);
      }},
     {"seed", "0 to 18446744073709551615",
-     "start of everything random: the same seed repeats a run (default: 1)", false,
+     "seed of all random numbers: the same seed repeats a run (default: 1)", false,
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, std::uint64_t{0}, ~std::uint64_t{0}, to.seed);
      }},
@@ -207,7 +207,7 @@ constexpr std::array<SSetting, 16> settingTable{{
     {"quirk",
      "silent, session-timeout-in-play, no-server-port, split-body, lower-case-headers, "
      "late-answers, refuse-play, refuse-pause or refuse-teardown",
-     "bad habit of its RTSP server, repeatable (default: none)", true, ParseQuirk},
+     "faulty behaviour of the RTSP server, repeatable (default: none)", true, ParseQuirk},
 }};
 
 bool IsDottedAddress(std::string_view text) {
@@ -221,11 +221,11 @@ bool IsDottedAddress(std::string_view text) {
     return true;
 }
 
-/// Takes over one "key=value"; gives what is wrong with it, or nothing.
+/// Applies one "key=value". Returns what is wrong with it, or an empty text.
 std::string ApplySetting(std::string_view text, std::set<std::string_view>& given,
                          SCameraSettings& settings) {
     const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) return "a setting is written key=value";
+    if (equals == std::string_view::npos) return "a setting has the form key=value";
     const std::string_view key = text.substr(0, equals);
     const auto setting = std::ranges::find(settingTable, key, &SSetting::key);
     if (setting == settingTable.end()) return "there is no such setting";
@@ -241,7 +241,7 @@ bool IsJpegSize(SPictureSize size) {
     return good(size.width) && good(size.height);
 }
 
-/// What no single setting can refuse; nothing when they fit together.
+/// Checks the settings against each other. Returns what is wrong, or an empty text.
 std::string FindContradiction(const SCameraSettings& settings) {
     const bool jpeg =
         settings.streams == EStreams::Mjpg || settings.streams == EStreams::MjlsAndMjpg;
@@ -285,8 +285,8 @@ std::string SettingsHelp() {
         "CAMERA is an IPv4 address followed by comma-separated settings, such as\n"
         "  127.0.0.11,name=Roof,size=640x512,rate=30\n\nSettings:\n";
     for (const SSetting& setting : settingTable) {
-        help += "  " + std::string(setting.key) + "=\n      " + std::string(setting.meaning) +
-                "\n      " + std::string(setting.allowed) + "\n";
+        help += "  " + std::string(setting.key) + "=    " + std::string(setting.allowed) +
+                "\n      " + std::string(setting.meaning) + "\n";
     }
     return help;
 }

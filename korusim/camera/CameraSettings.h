@@ -1,4 +1,4 @@
-/// What one virtual camera is like, and its text form on the command line.
+/// The settings of one virtual camera, and their text form on the command line.
 #pragma once
 
 #include <cstdint>
@@ -8,29 +8,29 @@
 
 namespace korusim {
 
-/// Frame rates beyond this, in frames per second, are typing errors, on the command line as in the
-/// node tree.
+/// The highest frame rate, in frames per second, that the command line and the node tree accept. A
+/// higher one is a typing error.
 inline constexpr double maxFrameRate = 1000;
 inline constexpr double defaultFrameRate = 30;
 
 enum class EStreams { Raw, Mjls, MjlsAndMjpg, Mjpg };
 
-/// States of the node tree that a client's probe has to tell apart.
+/// States of the node tree that a client's probe has to distinguish.
 enum class ETree {
     On,
     Off,          ///< nothing listens
-    Gcam,         ///< another kind of camera: a ".gcam" node beside everything else
+    Gcam,         ///< another kind of camera: a ".gcam" node in addition to the others
     NoRtp,        ///< no ".rtp" node
-    NoSwitch,     ///< no node that says whether RTSP streaming is enabled
-    SwitchedOff,  ///< that node is there and false
+    NoSwitch,     ///< no node for whether RTSP streaming is enabled
+    SwitchedOff,  ///< that node exists and is false
 };
 
-/// Departures from good behaviour that a client has to live with. Values are bits.
+/// Faulty behaviour that a client has to cope with. The values are bits.
 enum class EQuirk : std::uint32_t {
-    Silent = 1U << 0,                ///< RTSP requests are read and never answered
-    SessionTimeoutInPlay = 1U << 1,  ///< the PLAY answer has a parameter behind the session id
-    NoServerPort = 1U << 2,          ///< the SETUP answer doesn't tell the camera's ports
-    SplitBody = 1U << 3,             ///< an answer's body travels in two pieces
+    Silent = 1U << 0,                ///< RTSP requests are read but get no response
+    SessionTimeoutInPlay = 1U << 1,  ///< the PLAY response has a parameter after the session id
+    NoServerPort = 1U << 2,          ///< the SETUP response does not contain the camera's ports
+    SplitBody = 1U << 3,             ///< the body of a response is sent in two pieces
     LowerCaseHeaders = 1U << 4,
     LateAnswers = 1U << 5,
     RefusePlay = 1U << 6,
@@ -49,13 +49,13 @@ enum class ESubsampling {
     Chroma420,  ///< and at half the vertical one
 };
 
-/// How a camera codes its JPEG stream (RFC 2435).
+/// How a camera encodes its JPEG stream (RFC 2435).
 struct SJpegSettings {
     std::uint8_t quality = 80;          ///< the Q of the RTP header
-    std::uint16_t restartInterval = 0;  ///< in minimum coded units, 0: no restart markers
+    std::uint16_t restartInterval = 0;  ///< in minimum coded units; 0 means no restart markers
     ESubsampling subsampling = ESubsampling::Chroma422;
 
-    /// Whether each frame brings its quantisation tables along; else they follow from Q.
+    /// Returns true if each frame contains its quantisation tables. Otherwise Q determines them.
     [[nodiscard]] bool tablesInBand() const noexcept { return quality >= 128; }
 };
 
@@ -66,8 +66,9 @@ struct SCameraSettings {
     std::vector<SPictureSize> sizes;  ///< at least one
     double rate = defaultFrameRate;   ///< frames per second
     std::uint32_t mtu = 1472;         ///< largest datagram in bytes, without IP and UDP headers
-    double senderReportSeconds = 5;   ///< time between sender reports, 0: none
-    double rtcpTimeoutSeconds = 0;    ///< silence of a receiver that ends its stream, 0: none does
+    double senderReportSeconds = 5;   ///< time between sender reports; 0 means none
+    double rtcpTimeoutSeconds =
+        0;  ///< silence of the receiver that ends its stream; 0 means no limit
     SJpegSettings jpeg;
     double loss = 0;  ///< probabilities per RTP packet
     double duplicate = 0;
@@ -83,13 +84,13 @@ struct SCameraSettings {
 
 struct SParsedCamera {
     SCameraSettings settings;
-    std::string error;  ///< empty when the settings are good; else names camera and setting
+    std::string error;  ///< empty if the settings are valid; otherwise names camera and setting
 };
 
-/// Reads "ADDRESS,key=value,...".
+/// Parses "ADDRESS,key=value,...".
 [[nodiscard]] SParsedCamera ParseCamera(std::string_view argument);
 
-/// One paragraph per setting, for a help page.
+/// Returns one paragraph per setting, for a help page.
 [[nodiscard]] std::string SettingsHelp();
 
 }  // namespace korusim

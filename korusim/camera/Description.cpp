@@ -25,7 +25,7 @@ std::string_view EncodingName(EEncoding encoding) {
     return "JPEG";
 }
 
-/// The encoding served at a DESCRIBE path.
+/// Returns the encoding served at a DESCRIBE path.
 std::optional<EEncoding> EncodingAt(EStreams streams, std::string_view path) {
     const bool mjls = streams == EStreams::Mjls || streams == EStreams::MjlsAndMjpg;
     const bool mjpg = streams == EStreams::Mjpg || streams == EStreams::MjlsAndMjpg;
@@ -70,7 +70,7 @@ std::optional<SVideoFormat> FormatToSetUp(const SCameraSettings& settings, std::
         }
         return std::nullopt;
     }
-    // A compressed stream has one path for all sizes, and its first size.
+    // A compressed stream has one path for all sizes and uses the first size.
     for (const std::string_view stream : {mjlsPath, mjpgPath}) {
         const auto formats = FormatsAt(settings, stream);
         if (!formats.empty() && path == std::string(stream) + std::string(firstStreamSuffix)) {
@@ -86,8 +86,8 @@ std::string DescribeFormats(const SCameraSettings& settings,
                        settings.address + "\r\ns=" + settings.name +
                        "\r\nc=IN IP4 0.0.0.0\r\nt=0 0\r\n";
     if (formats.empty()) return text;
-    // Sizes that share one payload type can't share a media section: the attributes of all would
-    // go to the first.
+    // Sizes with the same payload type cannot share a media section: the attributes of all of them
+    // would apply to the first.
     const bool sharedPayload = formats.front().payloadType == formats.back().payloadType;
     if (!sharedPayload) text += MediaLine(formats);
     for (const SVideoFormat& format : formats) {

@@ -21,15 +21,15 @@ struct SVideoFormat {
     SPictureSize size;
 };
 
-/// The formats that DESCRIBE lists at a path; none where the camera has no stream.
+/// Returns the formats that DESCRIBE lists at a path; none if the camera has no stream there.
 [[nodiscard]] std::vector<SVideoFormat> FormatsAt(const SCameraSettings& settings,
                                                   std::string_view path);
 
-/// The format that SETUP of a path, without its query, chooses.
+/// Returns the format that SETUP of a path, without its query, selects.
 [[nodiscard]] std::optional<SVideoFormat> FormatToSetUp(const SCameraSettings& settings,
                                                         std::string_view path);
 
-/// The description of such a list of formats.
+/// Returns the description of a list of formats.
 [[nodiscard]] std::string DescribeFormats(const SCameraSettings& settings,
                                           const std::vector<SVideoFormat>& formats);
 

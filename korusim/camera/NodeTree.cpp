@@ -12,7 +12,7 @@ constexpr std::size_t maxRequestBytes = 4096;
 constexpr std::string_view switchPath = ".rtp.caps.config.rtsp.streaming.enabled";
 constexpr std::string_view frequencyPath = ".rtp.frequency";
 
-/// Cuts the first word off; the rest is what follows the blank behind it.
+/// Removes and returns the first word. The rest begins after the blank that follows it.
 std::string_view TakeWord(std::string_view& text) {
     const std::size_t end = std::min(text.find(' '), text.size());
     const std::string_view word = text.substr(0, end);
@@ -60,7 +60,7 @@ std::string CNodeTree::Answer(std::string_view request) {
 std::string CNodeTree::Verify(std::string_view path) const {
     if (path.empty()) return NoSuchNode(path);
     if (nodes.contains(path)) return "OK";
-    // An inner node is there when a leaf lies beneath it: with all leaves sorted, the next one.
+    // An inner node exists if there is a leaf below it. In sorted order that is the next leaf.
     const std::string branch = std::string(path) + ".";
     const auto next = nodes.lower_bound(branch);
     return next != nodes.end() && next->first.starts_with(branch) ? "OK" : NoSuchNode(path);
@@ -75,7 +75,7 @@ std::string CNodeTree::Get(std::string_view path) const {
 std::string CNodeTree::Set(std::string_view path, std::string_view typeAndValue) {
     const auto node = nodes.find(path);
     if (node == nodes.end()) return NoSuchNode(path);
-    if (path != frequencyPath) return "ERROR " + std::string(path) + " can't be set";
+    if (path != frequencyPath) return "ERROR " + std::string(path) + " cannot be set";
     if (TakeWord(typeAndValue) != "double") return "ERROR wrong type";
     double value = 0;
     const char* const last = typeAndValue.data() + typeAndValue.size();

@@ -1,10 +1,10 @@
-/// The camera's node tree: request lines in, reply lines out, one at a time, ended by LF.
+/// The camera's node tree. Each request is one line, and so is each reply; LF ends a line.
 ///
 ///     VERIFY <path>                  OK
 ///     GET <path>                     OK string <text> | OK bool true|false | OK double <number>
 ///     SET <path> double <number>     OK
 ///
-/// Anything else is answered by "ERROR <text>".
+/// The reply to anything else is "ERROR <text>".
 #pragma once
 
 #include <functional>
@@ -21,9 +21,9 @@ class CNodeTree {
    public:
     explicit CNodeTree(const SCameraSettings& settings);
 
-    /// The reply to a request, both without line ends.
+    /// Returns the reply to a request, both without line ends.
     [[nodiscard]] std::string Answer(std::string_view request);
-    /// The frame rate that clients have set, in frames per second.
+    /// Returns the frame rate that clients have set, in frames per second.
     [[nodiscard]] double frequency() const noexcept { return rate; }
 
    private:
@@ -37,12 +37,13 @@ class CNodeTree {
     double rate;
 };
 
-/// Cuts the bytes of one connection into request lines and answers them.
+/// Splits the bytes of one connection into request lines and replies to them.
 class CNodeTreeReader {
    public:
-    /// The replies, with their line ends, to the requests that these bytes complete.
+    /// Returns the replies, with line ends, to the requests that these bytes complete.
     [[nodiscard]] std::string Feed(std::string_view bytes, CNodeTree& tree);
-    /// True when a line has grown beyond any request: the connection is to be closed.
+    /// Returns true if a line is longer than any request; the caller must then close the
+    /// connection.
     [[nodiscard]] bool broken() const noexcept;
 
    private:

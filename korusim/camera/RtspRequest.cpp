@@ -7,15 +7,15 @@
 namespace korusim {
 namespace {
 
-/// Request line and headers together; true ones have some 200 bytes.
+/// Limit of request line and headers together, in bytes. Real ones have about 200.
 constexpr std::size_t maxHeadBytes = 8192;
-/// Bodies are passed over unread. No request of ours has one.
+/// Limit of a body, in bytes. Bodies are skipped: no supported request has one.
 constexpr std::size_t maxBodyBytes = 65536;
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
-/// The line that begins at `begin` without its end; moves `begin` behind it. The text must hold
-/// a line end there.
+/// Returns the line that begins at `begin`, without its end, and moves `begin` past it. The text
+/// must contain that line end.
 std::string_view TakeLine(std::string_view text, std::size_t& begin) {
     const std::size_t end = text.find('\n', begin);
     std::string_view line = text.substr(begin, end - begin);
@@ -24,7 +24,7 @@ std::string_view TakeLine(std::string_view text, std::size_t& begin) {
     return line;
 }
 
-/// Length of the head with its empty line; 0 while that isn't there yet.
+/// Returns the length of the head including its empty line, or 0 if that has not arrived yet.
 std::size_t HeadLength(std::string_view text) {
     for (std::size_t begin = 0; text.find('\n', begin) != std::string_view::npos;) {
         if (TakeLine(text, begin).empty()) return begin;
@@ -58,7 +58,7 @@ bool ParseHeaderLine(std::string_view line, SRtspRequest& request) {
 bool ParseHead(std::string_view head, SRtspRequest& request) {
     std::size_t begin = 0;
     bool good = ParseRequestLine(TakeLine(head, begin), request);
-    // The rest is read even so: the answer to a bad request should carry its CSeq.
+    // The rest is parsed all the same: the response to a malformed request should contain its CSeq.
     for (;;) {
         const std::string_view line = TakeLine(head, begin);
         if (line.empty()) return good;
@@ -66,7 +66,7 @@ bool ParseHead(std::string_view head, SRtspRequest& request) {
     }
 }
 
-/// The length of the body that follows; false when it can't be told.
+/// Parses the length of the body that follows. Returns false if it is not a number.
 bool BodyLength(const SRtspRequest& request, std::size_t& length) {
     length = 0;
     const std::string* const text = request.Find("Content-Length");

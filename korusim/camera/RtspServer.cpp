@@ -34,8 +34,8 @@ std::string_view ReasonOf(int status) {
     return found != reasons.end() ? found->text : std::string_view("Unknown");
 }
 
-/// The path of an RTSP URL with its query; none when it isn't such a URL. A URL that ends at the
-/// port has the path "/".
+/// Returns the path of an RTSP URL with its query, or nothing if it is not such a URL. A URL that
+/// ends with the port has the path "/".
 std::optional<std::string_view> PathOf(std::string_view url) {
     constexpr std::string_view scheme = "rtsp://";
     if (!SameWord(url.substr(0, scheme.size()), scheme)) return std::nullopt;
@@ -48,14 +48,15 @@ std::optional<std::string_view> PathOf(std::string_view url) {
 
 std::string_view WithoutQuery(std::string_view path) { return path.substr(0, path.find('?')); }
 
-/// PLAY and its like name the stream as a whole, which for "/mjpg/stream=0" is "/mjpg".
+/// PLAY, PAUSE and TEARDOWN name the stream as a whole: "/mjpg" for "/mjpg/stream=0".
 std::string_view ControlPathOf(std::string_view setupPath) {
     const std::size_t stream = setupPath.find("/stream=");
     return setupPath.substr(0, stream);
 }
 
-/// Reads "?frate=N" behind the path of a compressed stream; without a query there is no rate. False
-/// for any other query, and for a rate that isn't a whole number of frames per second.
+/// Parses "?frate=N" after the path of a compressed stream; without a query there is no rate.
+/// Returns false for any other query and for a rate that is not a whole number of frames per
+/// second.
 bool ParseRateQuery(std::string_view path, std::optional<double>& rate) {
     constexpr std::string_view key = "?frate=";
     const std::string_view query = path.substr(WithoutQuery(path).size());

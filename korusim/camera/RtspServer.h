@@ -1,4 +1,4 @@
-/// The RTSP server of one camera (RFC 2326), without its connections: requests in, answers out.
+/// The RTSP server of one camera (RFC 2326), without its connections: requests in, responses out.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +16,23 @@
 
 namespace korusim {
 
-/// Tells the connections of one camera apart; never used again.
+/// Identifies a connection of the camera. Identifiers are not reused.
 using ConnectionId = std::uint64_t;
 
-/// The one session that a camera can have.
+/// The session; a camera has at most one.
 struct SRtspSession {
-    std::uint64_t serial = 0;  ///< tells this session from earlier ones
+    std::uint64_t serial = 0;  ///< distinguishes this session from earlier ones
     std::string id;
     ConnectionId connection = 0;
     SVideoFormat format;
     std::string controlPath;
-    std::optional<double> rate;  ///< that SETUP asked for, in frames per second
+    std::optional<double> rate;  ///< that SETUP requested, in frames per second
     std::uint16_t clientRtpPort = 0;
     std::uint16_t clientRtcpPort = 0;
     bool playing = false;
 };
 
-/// An answer in the two pieces that one quirk sends apart.
+/// A response in the two pieces that one quirk sends separately.
 struct SRtspAnswer {
     std::string head;
     std::string body;
@@ -46,18 +46,18 @@ struct SRtspAnswer {
 ///     | ready   | 200               | 455/453 | playing | 455   | none     |
 ///     | playing | 200               | 455/453 | 455     | ready | none     |
 ///
-/// 453 is for another connection than the session's, which for all other requests is as good as
-/// none. A session also ends with the connection that made it, and when the camera gives it up.
+/// 453 is the response on another connection than the session's; there, all other requests behave
+/// as without a session. A session also ends with its connection, and when the camera gives it up.
 class CRtspServer {
    public:
     CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports);
 
-    /// The answer to a request; `session` tells what it has changed.
+    /// Returns the response to a request. `session` shows what the request changed.
     [[nodiscard]] SRtspAnswer Answer(ConnectionId connection, const SRtspRequest& request);
-    /// The answer to what isn't a request.
+    /// Returns the response to bytes that are not a request.
     [[nodiscard]] SRtspAnswer Refuse(const SRtspRequest& request) const;
     void ConnectionClosed(ConnectionId connection);
-    /// Ends the session, if there is one, without a word to its client.
+    /// Ends the session, if there is one, without notifying its client.
     void GiveUpSession() { current.reset(); }
 
     [[nodiscard]] const std::optional<SRtspSession>& session() const noexcept { return current; }

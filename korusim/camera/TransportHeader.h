@@ -1,4 +1,4 @@
-/// The Transport header of SETUP (RFC 2326, 12.39), as far as RTP over UDP needs it.
+/// The Transport header of SETUP (RFC 2326, 12.39), limited to what RTP over UDP needs.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,7 @@ struct SPortPair {
     std::uint16_t rtcp = 0;
 };
 
-/// Returns the client's ports of the first offer that is unicast RTP over UDP; nothing when none
-/// is.
+/// Returns the client's ports from the first offer of unicast RTP over UDP, or nothing.
 [[nodiscard]] std::optional<SPortPair> ParseClientPorts(std::string_view transport);
 
 /// Returns "rtp-rtcp".

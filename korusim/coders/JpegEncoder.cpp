@@ -9,7 +9,7 @@
 #include "BigEndian.h"
 #include "FrameStamp.h"
 
-// After <cstdio>, which it needs and doesn't include.
+// After <cstdio>, which it needs but does not include.
 #include <jpeglib.h>
 
 namespace korusim {
@@ -17,13 +17,13 @@ namespace {
 
 constexpr std::size_t tableEntries = DCTSIZE2;
 
-/// Place in the rows of a block of each entry of a zigzag walk (T.81, figure A.6).
+/// For each entry in zigzag order, its index in row order (T.81, figure A.6).
 constexpr std::array<std::uint8_t, tableEntries> zigzag{
     0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
     41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
     30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
-/// Counts that are shown black and white: -31 and 37 degrees Celsius. The same for every frame.
+/// Counts shown as black and as white: -31 and 37 degrees Celsius. The same for every frame.
 constexpr int blackCounts = 6225;
 constexpr int whiteCounts = 7930;
 
@@ -32,8 +32,8 @@ struct SRgb {
     float green;
     float blue;
 };
-/// Colours at equal distances from cold to hot. The ends are pure, because the stamp is drawn in
-/// them.
+/// Colours at equal distances from cold to hot. The ends are black and white, because the stamp is
+/// drawn in them.
 constexpr std::array<SRgb, 7> colourStops{{{0, 0, 0},
                                            {40, 0, 110},
                                            {130, 10, 150},
@@ -45,7 +45,7 @@ constexpr std::array<SRgb, 7> colourStops{{{0, 0, 0},
 using YccPixel = std::array<JSAMPLE, 3>;
 using YccPalette = std::array<YccPixel, 256>;
 
-/// Luminance and colour differences as JFIF has them.
+/// Luminance and colour differences as JFIF defines them.
 YccPixel ToYcc(SRgb colour) {
     const float y = 0.299F * colour.red + 0.587F * colour.green + 0.114F * colour.blue;
     const auto sample = [](float value) {
@@ -71,8 +71,8 @@ YccPalette MakePalette() {
     return palette;
 }
 
-/// A compressor of libjpeg, which ends the process by a message on an error: all that could cause
-/// one is this program's own mistake.
+/// A compressor of libjpeg. On an error it ends the process with a message; only a mistake in this
+/// program could cause one.
 class CCompressor {
    public:
     CCompressor() {
@@ -104,7 +104,7 @@ JpegTables StandardTables(int quality) {
     return tables;
 }
 
-/// A straight rise with the frequency, from a finer start than the standard's.
+/// Rises linearly with the frequency and begins with finer steps than the standard's tables.
 JpegTables OwnTables() {
     JpegTables tables;
     for (std::size_t i = 0; i < tableEntries; ++i) {
@@ -114,7 +114,7 @@ JpegTables OwnTables() {
     return tables;
 }
 
-/// Makes a decoder's reading of such a segment what is quantised by.
+/// Quantises by the tables as a decoder will read them: it takes the entries in zigzag order.
 void UseTables(jpeg_compress_struct& jpeg, const JpegTables& tables) {
     for (int which = 0; which < 2; ++which) {
         const auto entries =
@@ -125,10 +125,11 @@ void UseTables(jpeg_compress_struct& jpeg, const JpegTables& tables) {
     }
 }
 
-/// What follows the headers of a JPEG picture, the last of which is that of its one scan.
+/// Returns the bytes that follow the headers of a JPEG picture. The last header is that of its only
+/// scan.
 std::span<const std::uint8_t> ScanOf(std::span<const std::uint8_t> coded) {
     constexpr std::uint8_t startOfScan = 0xDA;
-    std::size_t at = 2;  // behind the start-of-image marker
+    std::size_t at = 2;  // after the start-of-image marker
     for (bool last = false; !last;) {
         last = coded[at + 1] == startOfScan;
         at += 2 + std::size_t{bigendian::Get16(&coded[at + 2])};
@@ -149,9 +150,9 @@ JpegTables MakeJpegTables(std::uint8_t quality) {
 struct CJpegEncoder::SState {
     CCompressor compressor;
     const YccPalette palette = MakePalette();
-    std::vector<std::uint8_t> levels;  // of grey, width times height
+    std::vector<std::uint8_t> levels;  // grey levels, width times height
     std::vector<JSAMPLE> line;
-    std::unique_ptr<unsigned char, SFree> coded;  // by libjpeg's allocation
+    std::unique_ptr<unsigned char, SFree> coded;  // allocated by libjpeg
 };
 
 CJpegEncoder::CJpegEncoder(SPictureSize size, const SJpegSettings& settings)

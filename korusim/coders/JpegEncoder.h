@@ -1,5 +1,5 @@
-/// Codes pictures by baseline JPEG in the form that RFC 2435 carries: false colours, the standard's
-/// typical Huffman tables, and no headers.
+/// Encodes pictures as baseline JPEG in the form that RFC 2435 transports: false colours, the
+/// standard's typical Huffman tables, and no headers.
 #pragma once
 
 #include <array>
@@ -12,15 +12,14 @@
 
 namespace korusim {
 
-/// Quantisation table of the luminance, then of the chrominance, each in the order in which its
-/// bytes stand in a DQT segment.
+/// The quantisation tables of luminance and chrominance, each in the byte order of a DQT segment.
 using JpegTables = std::array<std::uint8_t, 128>;
 
-/// The tables of an RTP quality. Up to 99 they are the standard's typical ones (T.81, K.1 and K.2),
-/// scaled as RFC 2435 appendix A says. Their entries stay in row order, as these cameras have it: a
-/// decoder, which reads a DQT segment in zigzag order, gives most of them to other coefficients
-/// than the standard means. From 128 on they are tables like no others, so that a receiver shows
-/// that doesn't take them from the packet.
+/// Returns the tables of an RTP quality. Up to 99 they are the standard's typical ones (T.81, K.1
+/// and K.2), scaled as in RFC 2435 appendix A. Their entries stay in row order, as with the real
+/// cameras: a decoder reads a DQT segment in zigzag order and so assigns most of them to other
+/// coefficients than the standard intends. From 128 on the tables are unlike any others, which
+/// exposes a receiver that does not use those in the packet.
 [[nodiscard]] JpegTables MakeJpegTables(std::uint8_t quality);
 
 class CJpegEncoder {
@@ -30,8 +29,8 @@ class CJpegEncoder {
     CJpegEncoder& operator=(CJpegEncoder&&) noexcept;
     ~CJpegEncoder();
 
-    /// Colours a picture by a fixed scale, stamps that and gives its entropy-coded data up to and
-    /// with the end-of-image marker, good until the next call. The picture stays as it is.
+    /// Colours a picture by a fixed scale, stamps it and returns its entropy-coded data including
+    /// the end-of-image marker. The data is valid until the next call. The argument is not changed.
     [[nodiscard]] std::span<const std::uint8_t> Code(std::span<std::uint16_t> picture,
                                                      std::uint32_t number);
 

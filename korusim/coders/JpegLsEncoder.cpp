@@ -9,7 +9,7 @@ namespace korusim {
 namespace {
 
 constexpr std::size_t headBytes = 4;
-/// Counts have 14 bits, but the stamp uses all of its pixels.
+/// Counts have 14 bits, but the stamp uses all 16.
 constexpr std::int32_t bitsPerPixel = 16;
 
 }  // namespace
@@ -17,7 +17,7 @@ constexpr std::int32_t bitsPerPixel = 16;
 std::span<const std::uint8_t> CJpegLsEncoder::Code(std::span<std::uint16_t> picture,
                                                    std::uint32_t number) {
     framestamp::WriteStamp(framestamp::BytesOf(picture), number);
-    // Made anew each time: an encoder writes what it was told to write only once.
+    // An encoder object can encode only one picture.
     charls::jpegls_encoder encoder;
     encoder.frame_info({pictureSize.width, pictureSize.height, bitsPerPixel, 1});
     frame.resize(headBytes + encoder.estimated_destination_size());

@@ -1,4 +1,4 @@
-/// Codes pictures by lossless JPEG-LS (ITU-T T.87) the way these cameras send them.
+/// Encodes pictures as lossless JPEG-LS (ITU-T T.87) in the form that the real cameras send.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,9 @@ class CJpegLsEncoder {
    public:
     explicit CJpegLsEncoder(SPictureSize size) : pictureSize(size) {}
 
-    /// Stamps a picture and gives it as a frame, good until the next call: 4 bytes of head, which
-    /// here is the frame number, big-endian, and the coded picture with its start-of-frame marker
-    /// right behind its start-of-image marker.
+    /// Stamps a picture and returns it as a frame, valid until the next call: a head of 4 bytes,
+    /// which here is the big-endian frame number, and the coded picture, in which the
+    /// start-of-frame marker directly follows the start-of-image marker.
     [[nodiscard]] std::span<const std::uint8_t> Code(std::span<std::uint16_t> picture,
                                                      std::uint32_t number);
 

@@ -10,13 +10,13 @@ namespace {
 constexpr std::size_t mainHeaderBytes = 8;
 constexpr std::size_t restartHeaderBytes = 4;
 constexpr std::size_t tableHeaderBytes = 4;
-/// Least data in a packet, where the headers alone fill the datagram.
+/// The data of a packet whose headers alone fill the datagram.
 constexpr std::size_t leastRoom = 16;
-/// A fragment offset has 24 bits. The largest picture stays far below.
+/// A fragment offset has 24 bits. The largest picture is far smaller.
 [[maybe_unused]] constexpr std::size_t dataMost = std::size_t{1} << 24;
 
 constexpr std::uint8_t restartType = 64;
-/// Widths and heights go in units of this.
+/// Unit of widths and heights, in pixels.
 constexpr unsigned sizeUnit = 8;
 
 std::size_t Room(std::size_t mtu, std::size_t headers) {
@@ -36,8 +36,8 @@ void WriteMainHeader(std::uint8_t* to, std::size_t offset, SPictureSize size,
 }
 
 /// |       Restart Interval        |F|L|       Restart Count       |
-/// First and last packet of a run at once, and the highest count: the picture is to be decoded as
-/// a whole.
+/// Each packet is both the first and the last of its restart interval, with the highest count: the
+/// picture is to be decoded as a whole (RFC 2435, 3.1.7).
 void WriteRestartHeader(std::uint8_t* to, std::uint16_t interval) {
     bigendian::Put16(to, interval);
     bigendian::Put16(to + 2, 0xFFFF);

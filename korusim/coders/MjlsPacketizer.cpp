@@ -10,8 +10,8 @@ std::size_t CMjlsPacketizer::CountPackets(std::span<const std::uint8_t> frame) c
 
 std::size_t CMjlsPacketizer::Build(std::span<const std::uint8_t> frame, std::size_t index,
                                    const SPacketFields& fields, std::span<std::uint8_t> to) const {
-    // All pieces are about equally long. Full ones and a rest would leave a last datagram of a few
-    // bytes now and then, and there are receivers that take so short a one for noise.
+    // All pieces have about the same length. With full pieces and a remainder the last datagram
+    // would sometimes have only a few bytes, and some receivers discard such a short one.
     const std::size_t packets = CountPackets(frame);
     const std::size_t begin = frame.size() * index / packets;
     const std::size_t end = frame.size() * (index + 1) / packets;

@@ -9,9 +9,9 @@ namespace {
 constexpr std::size_t sequenceBytes = 2;
 constexpr std::size_t lineHeaderBytes = 6;
 constexpr std::size_t bytesPerPixel = 2;
-/// More line headers than this in a datagram no receiver expects.
+/// Most line headers in a datagram; receivers expect no more.
 constexpr std::size_t maxLinesPerPacket = 5;
-/// In a line header: another one follows.
+/// The bit of a line header that means that another one follows.
 constexpr std::uint32_t continuation = 0x8000;
 
 std::size_t LineBytes(SPictureSize size) { return std::size_t{size.width} * bytesPerPixel; }

@@ -10,7 +10,7 @@ namespace korusim {
 
 inline constexpr std::size_t rtpHeaderBytes = 12;
 
-/// What the stream says about a packet. The sequence counter's low half is RTP's sequence number.
+/// The fields of a packet. The low half of the sequence counter is RTP's sequence number.
 struct SPacketFields {
     std::uint8_t payloadType = 0;
     std::uint32_t sequence = 0;
@@ -18,7 +18,7 @@ struct SPacketFields {
     std::uint32_t ssrc = 0;
 };
 
-/// Writes the 12 bytes of an RTP header with neither padding, extension nor sources.
+/// Writes the 12 bytes of an RTP header without padding, extension or contributing sources.
 ///
 ///      0                   1                   2                   3
 ///     |V=2|P|X|  CC   |M|     PT      |       sequence number         |

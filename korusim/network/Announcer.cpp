@@ -24,10 +24,10 @@ namespace {
 
 constexpr const char* serviceType = "_koru-ircam._tcp";
 constexpr std::uint16_t servicePort = 554;
-/// Probing and announcing take a second or two.
+/// Time limit for probing and announcing, which take one or two seconds.
 constexpr std::chrono::seconds announceLimit{15};
-/// For half a second after an announcement Avahi doesn't answer a question for the same records.
-/// Somebody who browses for one second should be answered at once.
+/// For half a second after an announcement Avahi does not answer a query for the same records. A
+/// client that browses for only one second must get its answer at once.
 constexpr std::chrono::milliseconds settleTime{600};
 
 std::uint32_t ParseAddress(const std::string& text) {
@@ -41,8 +41,8 @@ std::uint32_t Ipv4Of(const sockaddr* address) {
         ->sin_addr.s_addr;
 }
 
-/// The interface in whose network an address lies: for 127.0.0.11 the loopback, which itself has
-/// only 127.0.0.1.
+/// Returns the interface whose network contains an address. For 127.0.0.11 that is the loopback,
+/// although its own address is 127.0.0.1.
 AvahiIfIndex InterfaceOf(const std::string& text) {
     const std::uint32_t address = ParseAddress(text);
     ifaddrs* all = nullptr;
@@ -60,7 +60,7 @@ AvahiIfIndex InterfaceOf(const std::string& text) {
     return found;
 }
 
-/// "koru-127-0-0-11.local"
+/// Returns a host name such as "koru-127-0-0-11.local".
 std::string HostNameOf(std::string address) {
     std::ranges::replace(address, '.', '-');
     return "koru-" + address + ".local";
@@ -73,8 +73,8 @@ static void OnServerState(AvahiServer*, AvahiServerState, void*) {}
 
 }  // namespace
 
-/// Avahi's thread starts when all cameras are registered, and from then on alone touches the
-/// entries; `lock` guards what `Announce` waits for.
+/// Avahi's thread starts when all cameras are registered; from then on only that thread uses the
+/// entries. `lock` guards the state that `Announce` waits for.
 struct CAnnouncer::SState {
     struct SEntry {
         SState* owner;
@@ -126,12 +126,12 @@ bool CAnnouncer::SState::MakeServer() {
     avahi_set_log_function(KeepQuiet);
     poll = avahi_threaded_poll_new();
     if (poll == nullptr) {
-        error = "multicast DNS: no event loop can be made (file descriptors or memory)";
+        error = "multicast DNS: no event loop: too few file descriptors or too little memory";
         return false;
     }
     AvahiServerConfig config;
     avahi_server_config_init(&config);
-    config.host_name = avahi_strdup("korusim");  // never published, but must be valid
+    config.host_name = avahi_strdup("korusim");  // not published, but must be valid
     config.use_ipv6 = 0;
     config.publish_hinfo = 0;
     config.publish_addresses = 0;
@@ -152,7 +152,7 @@ int CAnnouncer::SState::AddRecords(const SEntry& entry) const {
     AvahiAddress address{};
     address.proto = AVAHI_PROTO_INET;
     address.data.ipv4.address = ParseAddress(entry.camera.address);
-    // No reverse record: on the loopback the address belongs to whoever asks.
+    // No reverse record: every machine has the same loopback addresses.
     const int added = avahi_server_add_address(server, entry.group, interface, AVAHI_PROTO_INET,
                                                AVAHI_PUBLISH_NO_REVERSE, host.c_str(), &address);
     if (added < 0) return added;
@@ -183,7 +183,7 @@ void CAnnouncer::SState::Register(SEntry& entry) {
 
 void CAnnouncer::SState::OnGroup(SEntry& entry, AvahiEntryGroupState groupState) {
     if (groupState == AVAHI_ENTRY_GROUP_COLLISION) {
-        // Somebody else on the network has the name.
+        // Another host on the network uses the name.
         Rename(entry);
         avahi_s_entry_group_reset(entry.group);
         Register(entry);
@@ -199,7 +199,7 @@ void CAnnouncer::SState::OnGroup(SEntry& entry, AvahiEntryGroupState groupState)
 
 void CAnnouncer::SState::Fail(const SEntry& entry, int code) {
     const std::lock_guard<std::mutex> guard(lock);
-    error = "camera " + entry.camera.address + " can't be announced as \"" + entry.camera.name +
+    error = "camera " + entry.camera.address + " cannot be announced as \"" + entry.camera.name +
             "\": " + avahi_strerror(code);
     changed.notify_all();
 }
@@ -213,7 +213,7 @@ std::string CAnnouncer::Announce(const std::vector<SAnnouncement>& cameras) {
         state->Register(state->entries.emplace_back(SState::SEntry{state.get(), camera}));
     }
     state->running = avahi_threaded_poll_start(state->poll) == 0;
-    if (!state->running) return "multicast DNS: no thread";
+    if (!state->running) return "multicast DNS: the thread could not be started";
     std::unique_lock<std::mutex> guard(state->lock);
     const bool settled = state->changed.wait_for(guard, announceLimit, [&] {
         return state->established == cameras.size() || !state->error.empty();

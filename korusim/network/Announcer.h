@@ -7,7 +7,7 @@
 
 namespace korusim {
 
-/// What one camera is announced as.
+/// The records of one camera.
 struct SAnnouncement {
     std::string address;  ///< dotted IPv4
     std::string name;
@@ -21,8 +21,8 @@ class CAnnouncer {
     CAnnouncer(const CAnnouncer&) = delete;
     CAnnouncer& operator=(const CAnnouncer&) = delete;
 
-    /// Announces the cameras, once, and waits until the network knows them. Gives a sentence that
-    /// says why that failed, or nothing.
+    /// Announces the cameras and waits until the announcement is established. Call once. Returns a
+    /// sentence with the reason of a failure, or an empty text.
     [[nodiscard]] std::string Announce(const std::vector<SAnnouncement>& cameras);
 
     struct SState;

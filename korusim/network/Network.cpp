@@ -13,11 +13,11 @@ namespace {
 
 constexpr int listenBacklog = 16;
 constexpr std::size_t receivePieceBytes = 4096;
-/// A peer that lets more answers than this pile up isn't reading them.
+/// Most bytes that may wait for a peer. One that lets more pile up does not read them.
 constexpr std::size_t maxQueuedAnswers = 256;
 /// Datagrams per system call.
 constexpr std::size_t outboxSlots = 64;
-/// Room in bytes for bursts on their way out.
+/// Send buffer in bytes; it has to hold a burst.
 constexpr int udpSendBuffer = 4 << 20;
 
 const sockaddr* Plain(const sockaddr_in& address) {
@@ -40,12 +40,12 @@ SSocketResult OpenBound(int type, const std::string& address, std::uint16_t port
     CDescriptor socket(::socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_in local = MakeAddress(address, port);
     const int on = 1;
-    // A simulator started again right away must not trip over its own closed connections.
+    // A simulator that is restarted at once must not fail because of its own closed connections.
     if (type == SOCK_STREAM && socket.valid()) {
         ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
     }
     if (!socket.valid() || ::bind(socket.get(), Plain(local), sizeof(local)) != 0) {
-        return {CDescriptor(), Failure("can't bind", address, port)};
+        return {CDescriptor(), Failure("cannot bind", address, port)};
     }
     return {std::move(socket), {}};
 }
@@ -67,7 +67,7 @@ sockaddr_in MakeAddress(const std::string& address, std::uint16_t port) {
 SSocketResult ListenTcp(const std::string& address, std::uint16_t port) {
     SSocketResult result = OpenBound(SOCK_STREAM, address, port);
     if (result.error.empty() && ::listen(result.socket.get(), listenBacklog) != 0) {
-        result.error = Failure("can't listen on", address, port);
+        result.error = Failure("cannot listen on", address, port);
     }
     return result;
 }
@@ -92,7 +92,7 @@ std::optional<CPeer> Accept(const CDescriptor& listener) {
     CDescriptor accepted(::accept4(listener.get(), reinterpret_cast<sockaddr*>(&remote), &size,
                                    SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!accepted.valid()) return std::nullopt;
-    // Each answer leaves by itself, at once: pieces sent apart must travel apart.
+    // Each response leaves at once: pieces that are sent separately must stay separate.
     const int on = 1;
     ::setsockopt(accepted.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     return CPeer(std::move(accepted), remote);

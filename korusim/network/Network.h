@@ -1,4 +1,4 @@
-/// The simulator's sockets: non-blocking, never inherited, each bound to a camera's own address.
+/// The simulator's sockets. They are non-blocking, not inherited, and bound to a camera's address.
 #pragma once
 
 #include <netinet/in.h>
@@ -16,7 +16,7 @@
 
 namespace korusim {
 
-/// The one owner of a file descriptor.
+/// Owns a file descriptor.
 class CDescriptor {
    public:
     CDescriptor() noexcept = default;
@@ -35,20 +35,20 @@ class CDescriptor {
     int descriptor = -1;
 };
 
-/// A dotted address, which must be good, and a port.
+/// A valid dotted address and a port.
 [[nodiscard]] sockaddr_in MakeAddress(const std::string& address, std::uint16_t port);
 
-/// Sockets, or a sentence that says why there is none.
+/// A socket, or a sentence with the reason of the failure.
 struct SSocketResult {
     CDescriptor socket;
     std::string error;
 };
 [[nodiscard]] SSocketResult ListenTcp(const std::string& address, std::uint16_t port);
-/// A UDP socket on a port that the system picks.
+/// Opens a UDP socket on a port that the system picks.
 [[nodiscard]] SSocketResult OpenUdp(const std::string& address);
 [[nodiscard]] std::uint16_t LocalPort(const CDescriptor& socket);
 
-/// One accepted TCP connection with what is still to be sent on it.
+/// An accepted TCP connection and the bytes that are still to be sent on it.
 class CPeer {
    public:
     CPeer(CDescriptor accepted, const sockaddr_in& remote)
@@ -57,18 +57,19 @@ class CPeer {
     [[nodiscard]] int descriptor() const noexcept { return socket.get(); }
     [[nodiscard]] const sockaddr_in& remote() const noexcept { return address; }
 
-    /// What has come, at most some kilobytes; none when the peer has gone. Empty: nothing yet.
+    /// Returns the bytes received, at most some kilobytes; empty if there are none yet, nothing if
+    /// the peer has closed.
     [[nodiscard]] std::optional<std::string> Receive();
-    /// Sends these bytes by one send of their own, no earlier than `due`.
+    /// Sends the bytes by a separate send, no earlier than `due`.
     void Queue(std::string bytes, TimePoint due);
-    /// Sends what is due. False when the peer is gone or doesn't read.
+    /// Sends the bytes that are due. Returns false if the peer has closed or does not read.
     [[nodiscard]] bool Flush(TimePoint now);
-    /// No more requests are read; the connection is to be closed when all is sent.
+    /// Stops reading requests. The connection is to be closed when everything is sent.
     void CloseWhenSent() noexcept { closing = true; }
     [[nodiscard]] bool closeRequested() const noexcept { return closing; }
     [[nodiscard]] bool done() const noexcept { return closing && waiting.empty(); }
-    /// When `Flush` has something to do; none while nothing waits, or while the peer's system
-    /// must take bytes first, for which `blockedOnSend` is true.
+    /// Returns when to call `Flush`; nothing while no bytes wait, or while the send buffer is full,
+    /// in which case `blockedOnSend` is true.
     [[nodiscard]] std::optional<TimePoint> nextDue() const;
     [[nodiscard]] bool blockedOnSend() const noexcept { return blocked; }
 
@@ -80,22 +81,22 @@ class CPeer {
 
     CDescriptor socket;
     sockaddr_in address;
-    std::deque<SPending> waiting;  // sent in this order, also when a later one is due earlier
+    std::deque<SPending> waiting;  // sent in this order, even if a later one is due earlier
     bool blocked = false;
     bool closing = false;
 };
 
-/// Accepts one waiting connection; none when none waits.
+/// Accepts one connection; returns nothing if none waits.
 [[nodiscard]] std::optional<CPeer> Accept(const CDescriptor& listener);
 
-/// Datagrams collected for one system call. Buffers are made once.
+/// Collects datagrams for one system call. The buffers are allocated once.
 class COutbox {
    public:
-    /// Collects datagrams of at most so many bytes for one receiver.
+    /// Prepares for datagrams of at most this size to one receiver.
     void Aim(const CDescriptor& socket, const sockaddr_in& to, std::size_t maxBytes);
-    /// Copies a datagram; sends when the box is full.
+    /// Copies a datagram. Sends all when there is no room for more.
     void Add(std::span<const std::uint8_t> datagram);
-    /// Sends all that is there. What the system doesn't take is lost, as on a network.
+    /// Sends all datagrams. Those that the system refuses are lost, as on a network.
     void Flush();
     [[nodiscard]] std::uint64_t refused() const noexcept { return refusedDatagrams; }
 

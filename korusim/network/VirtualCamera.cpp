@@ -16,21 +16,20 @@ namespace {
 
 constexpr std::uint16_t rtspPort = 554;
 constexpr std::uint16_t treePort = 4554;
-/// Connections of one kind at a time; a real camera serves fewer.
+/// Most simultaneous connections of one kind; a real camera serves fewer.
 constexpr std::size_t maxPeers = 32;
-/// Time until a connection is tried again for which there was no descriptor.
+/// Pause before the next attempt to accept a connection for which there was no descriptor.
 constexpr std::chrono::milliseconds acceptPause{100};
-/// How late a late answer is: later than any client's patience, which is 5 s.
+/// Delay of a late response. Clients wait 5 s.
 constexpr std::chrono::seconds lateBy{6};
-/// Time between the halves of a body that travels in two pieces: enough for a client to have read
-/// the first.
+/// Time between the pieces of a split body, so that a client has read the first one.
 constexpr std::chrono::milliseconds splitBy{100};
-/// Summaries kept per camera; a test may set up thousands of streams.
+/// Most summaries kept per camera. A test may set up thousands of streams.
 constexpr std::size_t maxSummaries = 100;
-/// A receiver's RTCP datagram is far smaller.
+/// Buffer for an RTCP datagram; those of receivers are far smaller.
 constexpr std::size_t maxRtcpBytes = 2048;
 
-/// Time of day as NTP has it: seconds since 1900 and a 32-bit fraction.
+/// Returns the time of day in NTP format: seconds since 1900 and a 32-bit fraction.
 std::uint64_t NtpNow() {
     using namespace std::chrono;
     constexpr std::uint64_t secondsFrom1900To1970 = 2'208'988'800;
@@ -55,7 +54,7 @@ bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
     return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
 }
 
-/// Cameras with the same seed still differ.
+/// Gives cameras with the same seed different random numbers.
 std::uint64_t SeedFor(const SCameraSettings& settings) {
     std::uint64_t seed = settings.seed;
     for (const char c : settings.address) seed = seed * 31 + static_cast<unsigned char>(c);
@@ -94,7 +93,7 @@ std::string CVirtualCamera::Start() {
     try {
         thread = std::thread([this] { Run(); });
     } catch (const std::system_error& failure) {
-        return "camera \"" + settings.name + "\": can't start its thread: " + failure.what() +
+        return "camera \"" + settings.name + "\": cannot start its thread: " + failure.what() +
                " (the limits of threads and of memory: ulimit -u, ulimit -v)";
     }
     return {};
@@ -108,7 +107,7 @@ void CVirtualCamera::Stop() {
     thread.join();
 }
 
-/// A camera that runs out of memory ends the simulator in order, like a signal to it.
+/// A camera that runs out of memory ends the simulator in order, as a signal does.
 void CVirtualCamera::Run() {
     try {
         Serve();
@@ -156,7 +155,7 @@ std::optional<TimePoint> CVirtualCamera::RtcpDeadline() const {
 
 void CVirtualCamera::Wait() {
     waiting.clear();
-    // A negative descriptor, such as that of a tree that is off, is passed over.
+    // `poll` ignores a negative descriptor, such as that of a node tree that is off.
     for (const CDescriptor* each : {&wake, &rtspListener, &treeListener, &rtcpSocket}) {
         waiting.push_back({each->get(), POLLIN, 0});
     }
@@ -185,9 +184,8 @@ bool CVirtualCamera::HasSession(const SRtspPeer& peer) const {
     return server->session() && server->session()->connection == peer.id;
 }
 
-/// Closes the connection without a session that has been silent for longest, first of those that
-/// never sent anything; false when there is none. Connections that nobody uses must not keep a
-/// client out.
+/// Closes the longest idle connection without a session, preferably one that never sent anything.
+/// Returns false if there is none. Idle connections must not keep a client out.
 template <class Peer>
 bool CVirtualCamera::CloseIdlest(std::list<Peer>& peers) {
     auto idlest = peers.end();
@@ -200,7 +198,7 @@ bool CVirtualCamera::CloseIdlest(std::list<Peer>& peers) {
     return true;
 }
 
-/// Takes in the connections that wait, each by `add`, and closes idle ones where there is no room.
+/// Accepts the waiting connections, passes each to `add`, and closes idle ones to make room.
 template <class Peer, class Add>
 void CVirtualCamera::AcceptFrom(const CDescriptor& listener, std::list<Peer>& peers, Add add) {
     while (auto link = Accept(listener)) {
@@ -273,7 +271,7 @@ void CVirtualCamera::QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint 
         peer.link.Queue(answer.body.substr(half), due + splitBy);
         return;
     }
-    // In one piece, as clients exist that read the body by a single receive.
+    // In one piece, because some clients read the body by a single receive.
     peer.link.Queue(answer.head + answer.body, due);
 }
 
@@ -299,7 +297,7 @@ void CVirtualCamera::ServeRtcp(TimePoint now) {
         const ssize_t received = ::recvfrom(rtcpSocket.get(), datagram.data(), datagram.size(), 0,
                                             reinterpret_cast<sockaddr*>(&from), &size);
         if (received < 0) return;
-        if (!stream) continue;  // a late word about a stream that is over
+        if (!stream) continue;  // a late report about a stream that has ended
         if (!SameAddress(from, stream->clientRtcp)) {
             ++stream->unknownSenders;
             continue;
@@ -316,7 +314,7 @@ void CVirtualCamera::ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint 
     stream->lostOfReported = stream->video.LostUpTo(tally.last->highestSequence);
 }
 
-/// Makes the stream what the server's session says; `client` is who has just asked.
+/// Brings the stream in line with the server's session. `client` is the address of the request.
 void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
     const auto& session = server->session();
     if (stream && (!session || session->serial != stream->sessionSerial)) EndStream();
@@ -357,7 +355,8 @@ std::shared_ptr<const CScene> CVirtualCamera::SceneFor(SPictureSize size) {
 
 void CVirtualCamera::EndStream(double silenceSeconds) {
     if (!stream) return;
-    ServeRtcp(Clock::now());  // the receiver's last words, sent just before it ended the session
+    ServeRtcp(
+        Clock::now());  // the last report, which the receiver sent just before it ended the session
     if (stream->playing) stream->video.Pause(toOutbox);
     outbox.Flush();
     SStreamSummary summary;

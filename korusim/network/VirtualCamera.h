@@ -1,5 +1,5 @@
-/// One virtual camera: its sockets and the one thread that serves them all. The thread alone
-/// touches the model, so there are no locks.
+/// One virtual camera: its sockets and the thread that serves all of them. Only that thread uses
+/// the model, so there are no locks.
 #pragma once
 
 #include <poll.h>
@@ -31,18 +31,19 @@ class CVirtualCamera {
     CVirtualCamera(const CVirtualCamera&) = delete;
     CVirtualCamera& operator=(const CVirtualCamera&) = delete;
 
-    /// Makes the camera reachable; gives a sentence that says why it can't be, or nothing.
+    /// Opens the sockets. Returns a sentence with the reason of a failure, or an empty text.
     [[nodiscard]] std::string Open();
-    /// Starts the thread. Once, after `Open`. Returns a sentence that says why it cannot, or
-    /// nothing.
+    /// Starts the thread. Call once, after `Open`. Returns a sentence with the reason of a failure,
+    /// or an empty text.
     [[nodiscard]] std::string Start();
-    /// Ends stream, connections and thread. May be repeated.
+    /// Ends stream, connections and thread. May be called repeatedly.
     void Stop();
-    /// What happened on each stream, one paragraph each. After `Stop` only.
+    /// Returns one paragraph for each stream. Call only after `Stop`.
     [[nodiscard]] const std::vector<std::string>& summaries() const noexcept {
         return endedStreams;
     }
-    /// What has ended the thread before its time, in one sentence; else nothing. After `Stop` only.
+    /// Returns a sentence with the reason why the thread ended by itself, or an empty text. Call
+    /// only after `Stop`.
     [[nodiscard]] const std::string& failure() const noexcept { return failureText; }
 
     const SCameraSettings settings;
@@ -68,11 +69,14 @@ class CVirtualCamera {
         sockaddr_in clientRtcp;
         bool playing = false;
         TimePoint nextReport{};
-        TimePoint lastHeard{};  // a valid RTCP packet, or PLAY: who is paused has nothing to report
-        // Lost by the network up to the highest sequence number of the last report.
+        TimePoint
+            lastHeard{};  // a valid RTCP packet, or PLAY: a paused receiver has nothing to report
+        // Packets lost by the simulated network up to the highest sequence number of the last
+        // report.
         std::optional<std::uint64_t> lostOfReported{};
         std::uint64_t reportsSent = 0;
-        std::uint64_t unknownSenders = 0;  // RTCP datagrams from elsewhere than the client's port
+        std::uint64_t unknownSenders =
+            0;  // RTCP datagrams from another address or port than the client's
         std::uint64_t refusedBefore = 0;
     };
 
@@ -96,17 +100,17 @@ class CVirtualCamera {
     void ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now);
     void FollowSession(TimePoint now, const sockaddr_in& client);
     void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
-    /// When a receiver that stays silent loses its stream; none when it may stay silent.
+    /// Returns when a silent receiver loses its stream, or nothing if it may stay silent.
     [[nodiscard]] std::optional<TimePoint> RtcpDeadline() const;
-    /// `silenceSeconds` isn't 0 when the receiver's silence is the reason.
+    /// `silenceSeconds` is not 0 if the receiver's silence is the reason.
     void EndStream(double silenceSeconds = 0);
     void AdvanceStream(TimePoint now);
     void SendReport(TimePoint now);
     [[nodiscard]] std::shared_ptr<const CScene> SceneFor(SPictureSize size);
 
-    CDescriptor wake;  // readable when the thread is to end
+    CDescriptor wake;  // readable when the thread has to end
     CDescriptor rtspListener;
-    CDescriptor treeListener;  // none with the tree off
+    CDescriptor treeListener;  // invalid if the tree is off
     CDescriptor rtpSocket;
     CDescriptor rtcpSocket;
 
@@ -115,7 +119,7 @@ class CVirtualCamera {
     std::list<SRtspPeer> rtspPeers;
     std::list<STreePeer> treePeers;
     ConnectionId lastConnection = 0;
-    TimePoint acceptAfter = TimePoint::min();  // no descriptor was left for a connection
+    TimePoint acceptAfter = TimePoint::min();  // while no descriptor is left for a connection
     std::optional<SRunningStream> stream;
     std::vector<std::pair<SPictureSize, std::shared_ptr<const CScene>>> scenes;
     COutbox outbox;

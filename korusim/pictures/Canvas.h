@@ -1,5 +1,6 @@
-/// Soft-edged shapes on a picture of 16-bit counts. Places are fractions of the picture's width and
-/// height, lengths fractions of one unit, so that a drawing keeps its proportions at every size.
+/// Soft-edged shapes on a picture of 16-bit counts. Positions are fractions of the picture's width
+/// and height, lengths are fractions of one unit, so that a drawing keeps its proportions at every
+/// size.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +14,7 @@
 
 namespace korusim {
 
-/// A place in pixels.
+/// A position in pixels.
 struct SPoint {
     float x = 0;
     float y = 0;
@@ -27,13 +28,13 @@ struct SArea {
     float bottom = 0;
 };
 
-/// A thick line with round ends; with equal ends a disc.
+/// A thick line with round ends. With equal end points it is a disc.
 struct SCapsule {
     SPoint from;
     SPoint to;
     float radius = 0;
 
-    /// Distance from the edge in pixels, negative inside; so in all shapes.
+    /// Returns the distance from the edge in pixels, negative inside, as in all shapes.
     [[nodiscard]] float Distance(SPoint at) const {
         const float dx = to.x - from.x;
         const float dy = to.y - from.y;
@@ -88,11 +89,11 @@ class CCanvas {
 
     [[nodiscard]] float width() const { return static_cast<float>(columns); }
     [[nodiscard]] float height() const { return static_cast<float>(rows); }
-    /// Pixels of the unit of length: the height, unless the picture is narrow.
+    /// The unit of length in pixels: the height, unless the picture is narrow.
     [[nodiscard]] float unit() const { return unitPixels; }
     [[nodiscard]] SPoint Place(float x, float y) const { return {x * width(), y * height()}; }
 
-    /// Covers the pixels of a shape with a grey value; `opacity` 1 hides what was there.
+    /// Fills a shape with a grey value. With `opacity` 1 the background does not show.
     template <class Shape>
     void Fill(const Shape& shape, float counts, float opacity = 1) {
         Visit(shape.Bounds(), [&](SPoint at, std::uint16_t& pixel) {
@@ -102,7 +103,7 @@ class CCanvas {
         });
     }
 
-    /// Adds a round warm spot that fades out; `radius` is where little is left of it.
+    /// Adds a round warm spot that fades out towards `radius`.
     void Glow(SPoint centre, float radius, float counts) {
         const SArea area{centre.x - radius, centre.y - radius, centre.x + radius,
                          centre.y + radius};
@@ -114,7 +115,7 @@ class CCanvas {
         });
     }
 
-    /// Gives each pixel of the picture the value that a function has for it.
+    /// Sets each pixel to the value that a function returns for it.
     template <class Function>
     void Paint(Function counts) {
         Visit({0, 0, width(), height()}, [&](SPoint at, std::uint16_t& pixel) {
@@ -123,7 +124,7 @@ class CCanvas {
     }
 
    private:
-    /// Calls for the pixels whose centre lies in an area or next to it, as far as they exist.
+    /// Calls a function for each existing pixel whose centre is in an area or next to it.
     template <class Visitor>
     void Visit(const SArea& area, Visitor visitor) {
         const auto clip = [](float value, std::size_t most) {

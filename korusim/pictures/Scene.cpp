@@ -14,7 +14,7 @@ constexpr float countsAtZero = 7000;  // at 0 degrees Celsius
 constexpr float countsPerKelvin = 25;
 constexpr float noiseCounts = 3;          // standard deviation in time
 constexpr float columnPatternCounts = 2;  // standard deviation of the fixed pattern
-constexpr float driftCounts = 10;         // the sensor warms and cools, slowly
+constexpr float driftCounts = 10;         // the sensor slowly warms and cools
 constexpr double driftSeconds = 97;
 constexpr std::size_t noiseLength = 65536;
 
@@ -24,7 +24,7 @@ constexpr float road = 0.76F;
 
 constexpr float Counts(float celsius) { return countsAtZero + countsPerKelvin * celsius; }
 
-/// A number from 0 to 1 that depends on nothing but the grid point.
+/// Returns a number from 0 to 1 that depends only on the grid point.
 float GridNoise(std::int32_t x, std::int32_t y) {
     auto bits =
         static_cast<std::uint32_t>(x) * 0x9E3779B1U ^ static_cast<std::uint32_t>(y) * 0x85EBCA77U;
@@ -33,7 +33,7 @@ float GridNoise(std::int32_t x, std::int32_t y) {
     return static_cast<float>((bits ^ bits >> 15) >> 8) / 16777216.0F;
 }
 
-/// Smooth noise from 0 to 1 with features one unit wide.
+/// Returns smooth noise from 0 to 1 with features one unit wide.
 float SmoothNoise(float x, float y) {
     const float left = std::floor(x);
     const float top = std::floor(y);
@@ -46,7 +46,7 @@ float SmoothNoise(float x, float y) {
     return std::lerp(upper, lower, ease(y - top));
 }
 
-/// Three octaves of it, around 0, at most 0.5 either way.
+/// Returns the sum of three octaves of it, from -0.5 to 0.5.
 float Texture(float x, float y) {
     return (SmoothNoise(x, y) * 4 + SmoothNoise(x * 2.1F, y * 2.1F) * 2 +
             SmoothNoise(x * 4.3F, y * 4.3F)) /
@@ -54,7 +54,7 @@ float Texture(float x, float y) {
            0.5F;
 }
 
-/// Temperature of sky, hills and ground at a place given in fractions of the picture.
+/// Returns the temperature of sky, hills and ground at a position in fractions of the picture.
 float LandscapeCelsius(float x, float y) {
     const float hills =
         horizon - 0.035F - 0.05F * SmoothNoise(x * 6, 1) - 0.015F * SmoothNoise(x * 40, 2);
@@ -89,7 +89,7 @@ void DrawWindow(CCanvas& canvas, SPoint corner, float size, float celsius) {
     }
 }
 
-/// Centre of the chimney's mouth; its smoke is drawn anew each frame.
+/// Top of the chimney, whose smoke is drawn in each frame.
 SPoint ChimneyTop(const CCanvas& canvas) {
     const SPoint corner = canvas.Place(0.06F, pavement);
     return {corner.x + 0.115F * canvas.unit(), corner.y - 0.485F * canvas.unit()};
@@ -105,7 +105,7 @@ void DrawHouse(CCanvas& canvas) {
     canvas.Fill(Box({chimney.x - 0.02F * u, chimney.y}, 0.04F * u, 0.15F * u), Counts(16));
     canvas.Fill(Box({chimney.x - 0.024F * u, chimney.y}, 0.048F * u, 0.02F * u), Counts(31));
     canvas.Fill(Box(at(0, 0.28F), 0.44F * u, 0.28F * u), Counts(7.5F));
-    // The wall is warm where the radiators stand behind it, the roof looks into the cold sky.
+    // The wall is warm in front of the radiators; the roof reflects the cold sky.
     canvas.Glow(at(0.12F, 0.03F), 0.12F * u, 2.2F * countsPerKelvin);
     canvas.Glow(at(0.36F, 0.03F), 0.1F * u, 1.8F * countsPerKelvin);
     const SPolygon<4> roof{
@@ -124,7 +124,7 @@ void DrawTree(CCanvas& canvas) {
         return SPoint{foot.x + right * u, foot.y - up * u};
     };
     canvas.Fill(SCapsule{foot, at(0.005F, 0.25F), 0.016F * u}, Counts(8));
-    // Leaves in clumps, the outer ones cooler.
+    // Clumps of leaves; the outer ones are cooler.
     constexpr int clumps = 70;
     for (int i = 0; i < clumps; ++i) {
         const float angle = 2.4F * static_cast<float>(i);  // the golden angle fills a disc evenly
@@ -190,7 +190,8 @@ struct SWalker {
     float phase;      // of the steps, in radians
 };
 
-/// An arm or a leg of two bones; `swing` is its angle to the vertical, `bend` that of the joint.
+/// Draws an arm or a leg of two bones. `swing` is its angle to the vertical, `bend` the angle of
+/// the joint.
 void DrawLimb(CCanvas& canvas, SPoint joint, float length, float radius, float swing, float bend,
               float celsius, float endCelsius) {
     const SPoint middle{joint.x + length * 0.5F * std::sin(swing),
@@ -202,7 +203,7 @@ void DrawLimb(CCanvas& canvas, SPoint joint, float length, float radius, float s
     canvas.Fill(Disc(end, radius * 0.95F), Counts(endCelsius));
 }
 
-/// Skin is warmest, clothes less so, shoes least.
+/// Skin is the warmest part, shoes are the coolest.
 void DrawWalker(CCanvas& canvas, const SWalker& walker) {
     const float h = walker.height;
     const float bob = 0.012F * h * std::cos(2 * walker.phase);
@@ -225,7 +226,8 @@ void DrawWalker(CCanvas& canvas, const SWalker& walker) {
                 Counts(27));  // hair
 }
 
-/// Where something is that crosses the picture again and again; from -margin to 1 + margin.
+/// Returns the position, from -margin to 1 + margin, of an object that crosses the picture again
+/// and again.
 float Crossing(double seconds, double duration, double offset, float margin) {
     const double part = seconds / duration + offset;
     return static_cast<float>(part - std::floor(part)) * (1 + 2 * margin) - margin;

@@ -1,6 +1,6 @@
-/// The picture that a virtual camera sees: a street at night in the far infrared, with a house, a
-/// parked car that has just arrived, two people walking by and an aeroplane. Grey values are 14-bit
-/// counts, 25 to the kelvin.
+/// The scene of a virtual camera: a street at night in the far infrared, with a house, a car that
+/// has just been parked, two people walking by and an aeroplane. Grey values are 14-bit counts, 25
+/// per kelvin.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ class CScene {
    public:
     CScene(SPictureSize size, std::uint64_t seed);
 
-    /// Draws the scene as it is `seconds` after its beginning, into width times height pixels.
+    /// Draws the scene at a time in seconds since its beginning into width times height pixels.
     /// `frame` only varies the noise.
     void Render(double seconds, std::uint64_t frame, std::span<std::uint16_t> picture) const;
 
@@ -23,9 +23,9 @@ class CScene {
     void AddNoise(double seconds, std::uint64_t frame, std::span<std::uint16_t> picture) const;
 
     SPictureSize pictureSize;
-    std::vector<std::uint16_t> background;    // everything that stands still
+    std::vector<std::uint16_t> background;    // everything that does not move
     std::vector<std::int16_t> columnOffsets;  // fixed pattern of the sensor
-    std::vector<std::int16_t> noise;          // each line of each frame takes a stretch of it
+    std::vector<std::int16_t> noise;          // each row of each frame uses a part of it
 };
 
 }  // namespace korusim

@@ -9,11 +9,13 @@ namespace {
 using std::chrono::nanoseconds;
 
 constexpr double nanosecondsPerSecond = 1e9;
-/// Packets that fall due within this time go out together, to wake up 2000 times a second at most.
+/// Packets that are due within this time are sent together, which limits the wake-ups to 2000 per
+/// second.
 constexpr nanoseconds burstTime{500'000};
-/// Least distance of two bursts: a late frame goes out at twice its speed, not at the machine's.
+/// Least time between two bursts: a late frame is sent at twice its speed, not as fast as the
+/// machine can.
 constexpr nanoseconds minBurstDistance{250'000};
-/// At low rates a camera reads its picture out no slower than this.
+/// Longest time for sending a frame, also at low frame rates.
 constexpr nanoseconds maxSpread{100'000'000};
 
 nanoseconds Period(double rate) { return nanoseconds(std::llround(nanosecondsPerSecond / rate)); }
@@ -46,7 +48,7 @@ std::optional<TimePoint> CFramePacer::Begin(TimePoint now) {
     if (frameInTransit() || now < SlotStart(nextSlot)) return std::nullopt;
     if (now >= SlotStart(nextSlot + 1)) {
         const double passed = std::chrono::duration<double>(now - anchor).count() * rate;
-        // Rounding may put the slot one too far.
+        // Rounding may have counted one slot too many.
         auto slot = std::max(static_cast<std::uint64_t>(passed), nextSlot + 1);
         if (now < SlotStart(slot)) --slot;
         skipped += slot - nextSlot;
@@ -83,7 +85,7 @@ std::size_t CFramePacer::Take(TimePoint now) {
 
 TimePoint CFramePacer::nextDue() const {
     if (!frameInTransit()) return SlotStart(nextSlot);
-    // The last packet of the next burst decides; those before it wait for it.
+    // The last packet of the next burst determines its time; the others wait for it.
     const std::size_t last = std::min(sent + BurstSize(), framePackets) - 1;
     const double part = static_cast<double>(last) / static_cast<double>(framePackets);
     const nanoseconds offset(

@@ -1,5 +1,5 @@
-/// When frames begin and how their packets spread over the frame time. Knows no clock: each call is
-/// told the time, which must not go back.
+/// Schedules the frames, and the packets of each frame over the frame time. It uses no clock: the
+/// caller passes the time, which must not go backwards.
 #pragma once
 
 #include <chrono>
@@ -12,26 +12,26 @@ namespace korusim {
 using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
 
-/// Frames begin on an absolute schedule of slots, so that the rate is exact however late each
-/// wake-up is. A sender that has fallen behind by more than a slot leaves slots out; it doesn't
-/// catch up, which would only overrun the receiver.
+/// Frames begin on an absolute schedule of slots, so that the rate is exact even if wake-ups are
+/// late. A sender that is late by more than a slot skips slots. Catching up would only overrun the
+/// receiver.
 class CFramePacer {
    public:
     explicit CFramePacer(double framesPerSecond);
 
-    /// The first frame begins now. A frame in transit is given up.
+    /// Begins the first frame now. A frame in transit is abandoned.
     void Start(TimePoint now);
-    /// The frame in transit ends as it is, the next one begins by the new rate.
+    /// Changes the rate from the next frame on.
     void SetRate(double framesPerSecond, TimePoint now);
 
-    /// Begins the next frame when its time has come and the one before is out: gives the time
-    /// that it was scheduled for.
+    /// Begins the next frame if it is due and the previous one has been sent. Returns the time for
+    /// which it was scheduled.
     [[nodiscard]] std::optional<TimePoint> Begin(TimePoint now);
-    /// The frame that has begun has so many packets.
+    /// Sets the number of packets of the frame that has begun.
     void Load(std::size_t packets) noexcept;
-    /// How many packets of the frame are to go out now; counts them as gone.
+    /// Returns how many packets of the frame to send now, and counts them as sent.
     [[nodiscard]] std::size_t Take(TimePoint now);
-    /// When to call again.
+    /// Returns when to call again.
     [[nodiscard]] TimePoint nextDue() const;
 
     [[nodiscard]] bool frameInTransit() const noexcept { return sent < framePackets; }
@@ -45,7 +45,7 @@ class CFramePacer {
     TimePoint anchor;            // when slot 0 begins
     std::uint64_t nextSlot = 0;  // the next frame's
     TimePoint frameStart;
-    std::chrono::nanoseconds spread{0};  // time over which the frame's packets go out
+    std::chrono::nanoseconds spread{0};  // time over which the packets of the frame are sent
     std::size_t framePackets = 0;
     std::size_t sent = 0;
     TimePoint earliestBurst;

@@ -1,4 +1,4 @@
-/// From the scene to datagrams, by the encoding of the stream: one frame at a time.
+/// Turns the scene into the datagrams of one frame at a time, in the encoding of the stream.
 #pragma once
 
 #include <cstddef>
@@ -20,30 +20,29 @@
 
 namespace korusim {
 
-/// An uncompressed picture only gets its stamp.
+/// The coder of an uncompressed picture, which only stamps it.
 struct SRawCoder {
     [[nodiscard]] std::span<const std::uint8_t> Code(std::span<std::uint16_t> picture,
                                                      std::uint32_t number);
 };
 
-/// Stays where it is: frames point into it, and one thread may load it while another has it at
-/// hand.
+/// Cannot be moved, because frames point into it. One thread may load it while another one owns it.
 class CFramePipeline {
    public:
-    /// `scene` must have the format's size.
+    /// `scene` must have the size of the format.
     CFramePipeline(const SCameraSettings& settings, const SVideoFormat& format,
                    std::shared_ptr<const CScene> scene);
     CFramePipeline(const CFramePipeline&) = delete;
     CFramePipeline& operator=(const CFramePipeline&) = delete;
 
-    /// Draws, stamps and codes a frame. Some 10 ms for JPEG-LS of 640 by 480 pixels, which is too
-    /// long for a thread that has packets to send meanwhile.
+    /// Draws, stamps and encodes a frame. JPEG-LS of 640 by 480 pixels takes about 10 ms, too long
+    /// for a thread that has packets to send.
     void Load(std::uint32_t number, double seconds);
-    /// Number of the loaded frame.
+    /// Returns the number of the loaded frame.
     [[nodiscard]] std::optional<std::uint32_t> number() const noexcept { return frameNumber; }
     [[nodiscard]] std::size_t packets() const noexcept { return framePackets; }
     [[nodiscard]] std::size_t maxPacketBytes() const;
-    /// Writes packet `index` of the loaded frame into a buffer of `maxPacketBytes`; gives its
+    /// Writes packet `index` of the loaded frame into a buffer of `maxPacketBytes` and returns its
     /// size.
     [[nodiscard]] std::size_t Build(std::size_t index, const SPacketFields& fields,
                                     std::span<std::uint8_t> to) const;
@@ -66,7 +65,7 @@ class CFramePipeline {
     std::vector<std::uint16_t> picture;
     Stages stages;
     std::optional<std::uint32_t> frameNumber;
-    std::span<const std::uint8_t> frame;  // coded, as the packets take it
+    std::span<const std::uint8_t> frame;  // encoded, as the packets contain it
     std::size_t framePackets = 0;
 };
 

@@ -6,13 +6,13 @@ CImpairments::CImpairments(const SCameraSettings& settings, std::uint64_t seed)
     : loss(settings.loss), duplicate(settings.duplicate), reorder(settings.reorder), random(seed) {}
 
 bool CImpairments::Happens(double probability) {
-    // The library's distributions differ between implementations; the generator doesn't.
+    // Unlike the generator, the library's distributions differ between implementations.
     constexpr double unit = 1.0 / 9007199254740992.0;  // 2^-53
     return static_cast<double>(random() >> 11) * unit < probability;
 }
 
 void CImpairments::Pass(std::span<const std::uint8_t> packet, const PacketSink& sink) {
-    // Each packet takes three numbers, so that one setting doesn't shift the effect of another.
+    // Each packet uses three numbers, so that one setting does not change the effect of another.
     const bool lost = Happens(loss);
     const bool doubled = Happens(duplicate);
     const bool late = Happens(reorder);

@@ -1,4 +1,4 @@
-/// What a bad network does to RTP packets: loses, doubles and delays them, repeatably.
+/// Simulates a bad network: loses, duplicates and delays RTP packets. The same seed repeats it.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace korusim {
 
-/// Takes a packet that is to go out; the bytes are the caller's.
+/// Sends a packet. The bytes belong to the caller.
 using PacketSink = std::function<void(std::span<const std::uint8_t>)>;
 
 struct SImpairmentTally {
@@ -24,10 +24,10 @@ class CImpairments {
    public:
     CImpairments(const SCameraSettings& settings, std::uint64_t seed);
 
-    /// Passes one packet through: the sink gets what goes out now, in order. A delayed packet
-    /// goes out behind the next one that does.
+    /// Passes on one packet: calls the sink for each packet to send now, in order. A delayed packet
+    /// is sent after the next one.
     void Pass(std::span<const std::uint8_t> packet, const PacketSink& sink);
-    /// Lets go of a delayed packet when no next one will come.
+    /// Sends a delayed packet when no other one will follow.
     void Flush(const PacketSink& sink);
 
     [[nodiscard]] const SImpairmentTally& tally() const noexcept { return counts; }
@@ -39,7 +39,7 @@ class CImpairments {
     double duplicate;
     double reorder;
     std::mt19937_64 random;
-    std::vector<std::uint8_t> delayed;  // empty: none
+    std::vector<std::uint8_t> delayed;  // empty if there is none
     SImpairmentTally counts;
 };
 

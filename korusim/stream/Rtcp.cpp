@@ -14,32 +14,32 @@ constexpr std::uint8_t descriptionType = 202;
 constexpr std::uint8_t byeType = 203;
 
 constexpr std::size_t headerBytes = 4;
-constexpr std::size_t reportHeadBytes = 8;  // header and the reporter's SSRC
+constexpr std::size_t reportHeadBytes = 8;  // header and SSRC of the reporter
 constexpr std::size_t senderInfoBytes = 20;
 constexpr std::size_t blockBytes = 24;
 constexpr std::uint8_t cnameItem = 1;
-/// A receiver that echoes one older than this many sender reports echoes none of ours.
+/// Number of sender reports that a receiver may refer to. An older one counts as never sent.
 constexpr std::size_t rememberedReports = 64;
-/// Slack of the delay test in 1/65536 s: clocks are read at different moments.
+/// Tolerance of the delay check in 1/65536 s: the clocks are read at different moments.
 constexpr std::uint32_t delaySlack = 65536 / 10;
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(ERtcpFault::Count)> faultTexts{
-    "length doesn't add up",
-    "version isn't 2",
+    "the lengths do not add up",
+    "the version is not 2",
     "padding",
-    "no report first",
+    "no report at the beginning",
     "no CNAME",
-    "report length doesn't fit its blocks",
-    "broken source description",
-    "BYE length doesn't fit its sources",
-    "last SR was never sent",
-    "delay since last SR is too long",
-    "highest sequence number was never sent",
-    "SSRC isn't the receiver's",
-    "CNAME has changed",
-    "something behind the BYE",
-    "more lost than was sent",
-    "fraction lost without a loss",
+    "the report length does not match its blocks",
+    "malformed source description",
+    "the BYE length does not match its sources",
+    "the last SR was never sent",
+    "the delay since the last SR is too long",
+    "the highest sequence number was never sent",
+    "the SSRC is not the receiver's",
+    "the CNAME has changed",
+    "a packet after the BYE",
+    "more packets lost than sent",
+    "a fraction lost without a loss",
 };
 
 /// |V=2|P|  count  |     type      |  length in words minus 1      |
@@ -73,9 +73,9 @@ std::string_view TextOf(ERtcpFault fault) { return faultTexts[static_cast<std::s
 
 std::string BuildSenderReport(const SSenderReport& report, std::string_view cname) {
     constexpr std::size_t reportBytes = reportHeadBytes + senderInfoBytes;
-    constexpr std::size_t itemAt = reportBytes + headerBytes + 4;  // behind the chunk's SSRC
+    constexpr std::size_t itemAt = reportBytes + headerBytes + 4;  // after the chunk's SSRC
     const std::string_view name = cname.substr(0, 255);
-    // The list of items is closed by at least one zero byte and fills whole words.
+    // At least one zero byte ends the list of items, which fills whole words.
     const std::size_t descriptionBytes = (headerBytes + 4 + 2 + name.size() + 1 + 3) / 4 * 4;
     std::vector<std::uint8_t> packet(reportBytes + descriptionBytes);
     PutHeader(packet.data(), 0, senderReportType, reportBytes);
@@ -169,10 +169,10 @@ void CRtcpReader::CheckBlock(const SReportBlock& block, const SSentSoFar& sent) 
     counts.last = block;
 }
 
-/// Only what can be told for sure. A receiver may count less than was lost: it misses what was lost
-/// before it began to count, and behind the last packet that it got.
+/// Reports only certain mistakes. A receiver may count fewer packets than were lost: it misses
+/// those before it began to count and after the last packet that it received.
 void CRtcpReader::CheckLoss(const SReportBlock& block, const SSentSoFar& sent) {
-    // A receiver that has begun to count anew may be a round of the sequence number behind.
+    // A receiver that has restarted its count may be one cycle of the sequence number behind.
     const auto covered = std::int64_t{block.highestSequence} - sent.firstSequence + 1;
     if (covered > 0 && block.cumulativeLost > covered) Fail(ERtcpFault::LostTooMany);
     const std::int32_t before = counts.last ? counts.last->cumulativeLost : 0;
@@ -193,7 +193,7 @@ void CRtcpReader::CheckEcho(const SReportBlock& block, const SSentSoFar& sent) {
 bool CRtcpReader::ReadDescription(std::span<const std::uint8_t> packet) {
     auto rest = packet.subspan(headerBytes);
     for (std::size_t chunks = packet[0] & 0x1FU; chunks > 0; --chunks) {
-        std::size_t at = 4;  // behind the chunk's SSRC
+        std::size_t at = 4;  // after the chunk's SSRC
         for (; at < rest.size() && rest[at] != 0; at += 2 + std::size_t{rest[at + 1]}) {
             if (at + 2 > rest.size() || at + 2 + rest[at + 1] > rest.size()) break;
             if (rest[at] != cnameItem) continue;
@@ -202,14 +202,14 @@ bool CRtcpReader::ReadDescription(std::span<const std::uint8_t> packet) {
         }
         if (at >= rest.size() || rest[at] != 0) return Fail(ERtcpFault::BadDescription);
         CheckSource(bigendian::Get32(rest.data()));
-        rest = rest.subspan(at / 4 * 4 + 4);  // the closing zero bytes fill the word
+        rest = rest.subspan(at / 4 * 4 + 4);  // the zero bytes at the end fill the word
     }
     return rest.empty() || Fail(ERtcpFault::BadDescription);
 }
 
 bool CRtcpReader::ReadBye(std::span<const std::uint8_t> packet) {
     const std::size_t count = packet[0] & 0x1FU;
-    // A reason may follow the sources.
+    // A reason for leaving may follow the sources.
     if (packet.size() < headerBytes + 4 * count) return Fail(ERtcpFault::ByeLength);
     ++counts.byes;
     for (std::size_t i = 0; i < count; ++i)

@@ -1,5 +1,5 @@
-/// RTCP of the camera side (RFC 3550): sender reports out, and a strict reading of what receivers
-/// send, which is there to find a receiver's mistakes.
+/// RTCP of the camera (RFC 3550): writes sender reports, and checks strictly what receivers send in
+/// order to find their mistakes.
 #pragma once
 
 #include <array>
@@ -16,36 +16,36 @@ namespace korusim {
 struct SSenderReport {
     std::uint32_t ssrc = 0;
     std::uint64_t ntp = 0;           ///< seconds since 1900, with 32 bits of fraction
-    std::uint32_t rtpTimestamp = 0;  ///< of the same moment
+    std::uint32_t rtpTimestamp = 0;  ///< at the same moment
     std::uint32_t packets = 0;
     std::uint32_t octets = 0;  ///< payload only
 };
 
-/// A compound of the report and the sender's name.
+/// Returns a compound packet of the report and the CNAME of the sender.
 [[nodiscard]] std::string BuildSenderReport(const SSenderReport& report, std::string_view cname);
 
-/// The part of an NTP time that receivers echo.
+/// Returns the middle 32 bits of an NTP time, which receivers repeat in the "last SR" field.
 [[nodiscard]] constexpr std::uint32_t MiddleOf(std::uint64_t ntp) noexcept {
     return static_cast<std::uint32_t>(ntp >> 16);
 }
 
 enum class ERtcpFault : std::size_t {
-    NotWhole,  ///< sub-packets don't fill the datagram exactly
+    NotWhole,  ///< the packets do not fill the datagram exactly
     BadVersion,
-    BadPadding,      ///< the padding bit, which nobody here has a use for
-    NoReportFirst,   ///< a compound begins with a report
-    NoName,          ///< a compound holds a CNAME
-    ReportLength,    ///< the length word doesn't fit the number of blocks
-    BadDescription,  ///< SDES items run past their end or aren't closed
+    BadPadding,      ///< the padding bit, which no receiver needs here
+    NoReportFirst,   ///< a compound packet must begin with a report
+    NoName,          ///< a compound packet must contain a CNAME
+    ReportLength,    ///< the length does not match the number of blocks
+    BadDescription,  ///< SDES items exceed their chunk or have no end
     ByeLength,
     UnknownReport,    ///< "last SR" names a sender report that was never sent
-    ImpossibleDelay,  ///< "delay since last SR" is longer than that was ago
+    ImpossibleDelay,  ///< "delay since last SR" exceeds the time since that report
     NeverSent,        ///< a sequence number beyond the highest one sent
-    OtherSource,      ///< the receiver's SSRC isn't that of its first packet
-    OtherName,        ///< the CNAME isn't that of the datagram before
-    BehindBye,        ///< a receiver that has said goodbye is silent
-    LostTooMany,      ///< more lost than was sent up to the highest sequence number
-    LostNone,         ///< a fraction lost, and none lost in all since the report before
+    OtherSource,      ///< the SSRC is not that of the receiver's first packet
+    OtherName,        ///< the CNAME is not that of the previous datagram
+    BehindBye,        ///< a receiver sends nothing after its BYE
+    LostTooMany,      ///< more packets lost than sent up to the highest sequence number
+    LostNone,         ///< a fraction lost, but no loss in the count since the previous report
     Count,
 };
 [[nodiscard]] std::string_view TextOf(ERtcpFault fault);
@@ -61,12 +61,12 @@ struct SReportBlock {
     std::uint32_t delay = 0;  ///< in 1/65536 s
 };
 
-/// What the stream has sent when a datagram of its receiver comes.
+/// What the stream has sent by the time at which a datagram of its receiver arrives.
 struct SSentSoFar {
     std::uint64_t ntpNow = 0;
     std::uint32_t firstSequence = 0;    ///< extended, as the next
-    std::uint32_t highestSequence = 0;  ///< of the last packet, also when the network lost it
-    /// Nothing was doubled or delayed. What comes twice or late hides a loss from the receiver's
+    std::uint32_t highestSequence = 0;  ///< of the last packet, even if the network lost it
+    /// True if no packet was duplicated or delayed. Such packets hide losses from the receiver's
     /// count, so that fraction and count can then disagree without a mistake.
     bool inOrder = true;
 };
@@ -82,13 +82,14 @@ struct SRtcpTally {
     std::string name;                  ///< latest CNAME
 };
 
-/// Reads the RTCP of one stream's receiver.
+/// Checks the RTCP packets of one stream's receiver.
 class CRtcpReader {
    public:
     explicit CRtcpReader(std::uint32_t streamSsrc) : ssrc(streamSsrc) {}
 
     void NoteSenderReport(std::uint64_t ntp);
-    /// True when the datagram is a whole compound packet with a name, whatever its reports claim.
+    /// Returns true if the datagram is a complete compound packet with a CNAME, whatever its
+    /// reports claim.
     bool Read(std::span<const std::uint8_t> datagram, const SSentSoFar& sent);
     [[nodiscard]] const SRtcpTally& tally() const noexcept { return counts; }
 
@@ -108,9 +109,9 @@ class CRtcpReader {
 
     std::uint32_t ssrc;
     std::deque<std::uint32_t> sentReports;  // middle words, latest last
-    std::optional<std::uint32_t> receiver;  // its SSRC, once it has told one
-    bool named = false;                     // the datagram in hand holds a CNAME
-    bool gone = false;                      // the receiver has said goodbye
+    std::optional<std::uint32_t> receiver;  // its SSRC, once known
+    bool named = false;                     // the current datagram contains a CNAME
+    bool gone = false;                      // the receiver has sent a BYE
     SRtcpTally counts;
 };
 

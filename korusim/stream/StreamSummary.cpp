@@ -12,13 +12,14 @@ std::string Number(std::uint64_t number, std::string_view what) {
 std::string LastBlockLine(const SReportBlock& block) {
     return "  receiver's last report: fraction lost " + std::to_string(block.fractionLost) +
            "/256, " + std::to_string(block.cumulativeLost) +
-           " lost in all, highest sequence number " + std::to_string(block.highestSequence) +
+           " lost in total, highest sequence number " + std::to_string(block.highestSequence) +
            ", jitter " + std::to_string(block.jitter) + ", delay since last SR " +
            Number(std::uint64_t{block.delay} * 1000 / 65536, "ms\n");
 }
 
-/// Both counts of the same packets. They differ by what the receiver lost before it began to
-/// count, by what its system had no room for, and by what came twice or late.
+/// Compares the two counts of lost packets. They differ by the packets that were lost before the
+/// receiver began to count, by those that its system had no room for, and by duplicate and late
+/// ones.
 std::string LossLine(const SReportBlock& block, std::uint64_t lost) {
     const auto difference = block.cumulativeLost - static_cast<std::int64_t>(lost);
     return "  loss up to there: " + std::to_string(block.cumulativeLost) + " by the receiver, " +
@@ -68,8 +69,7 @@ std::string FormatSummary(const SStreamSummary& summary) {
     if (summary.silenceSeconds > 0) text += SilenceLine(summary.silenceSeconds);
     text += FaultLines(rtcp);
     if (summary.unknownSenders != 0) {
-        text += "  " +
-                Number(summary.unknownSenders, "RTCP datagrams from elsewhere than its client\n");
+        text += "  " + Number(summary.unknownSenders, "RTCP datagrams from other senders\n");
     }
     return text;
 }

@@ -1,4 +1,4 @@
-/// What is told about a stream when the simulator ends.
+/// The report on a stream that the simulator prints when it ends.
 #pragma once
 
 #include <cstdint>
@@ -13,19 +13,20 @@ namespace korusim {
 
 struct SStreamSummary {
     std::string camera;
-    std::uint64_t number = 0;  ///< of the stream at its camera, from 1
+    std::uint64_t number = 0;  ///< of the stream at its camera, counted from 1
     SStreamTally video;
     std::uint64_t skippedFrames = 0;
     SImpairmentTally impairments;
     std::uint64_t refusedDatagrams = 0;  ///< by the system
     std::uint64_t senderReports = 0;
     SRtcpTally rtcp;
-    std::optional<std::uint64_t> lostOfReported;  ///< by the network, up to the last report's end
-    double silenceSeconds = 0;                    ///< of the receiver that ended it; 0: none did
+    std::optional<std::uint64_t>
+        lostOfReported;         ///< by the network, up to the end of the last report
+    double silenceSeconds = 0;  ///< of the receiver, if that ended the stream; else 0
     std::uint64_t unknownSenders = 0;
 };
 
-/// Some lines of text, each ended.
+/// Returns the summary as lines of text.
 [[nodiscard]] std::string FormatSummary(const SStreamSummary& summary);
 
 }  // namespace korusim

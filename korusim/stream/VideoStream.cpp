@@ -10,7 +10,7 @@ namespace korusim {
 namespace {
 
 constexpr double rtpTicksPerSecond = 90'000;
-/// Lost packets remembered one by one: a report is about a packet sent a moment ago.
+/// Most lost packets that are kept: a report refers to a packet that was sent a moment ago.
 constexpr std::size_t rememberedLost = 10'000;
 
 }  // namespace
@@ -20,7 +20,7 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
                            TimePoint now)
     : sending(std::make_unique<CFramePipeline>(settings, format, scene)),
       coding(std::make_unique<CFramePipeline>(settings, format, scene)),
-      // A raw frame is made in less time than a thread is worth.
+      // A raw frame takes less time than it takes to use a thread.
       codingPolicy(format.encoding == EEncoding::Raw ? std::launch::deferred : std::launch::async),
       pacer(rate),
       impairments(settings, seed),
@@ -52,7 +52,8 @@ std::uint32_t CVideoStream::TimestampAt(TimePoint when) const {
 }
 
 void CVideoStream::BeginFrame(TimePoint scheduled) {
-    // A frame that a pause cut off gives its number to the next one: a receiver never had it.
+    // A frame that a pause interrupted passes its number on to the next one, because no receiver
+    // has it.
     const auto number = static_cast<std::uint32_t>(counts.frames);
     if (coded.valid()) coded.get();
     if (coding->number() != number) coding->Load(number, SecondsAt(scheduled));
@@ -65,8 +66,8 @@ void CVideoStream::BeginFrame(TimePoint scheduled) {
     try {
         coded = std::async(codingPolicy, code);
     } catch (const std::system_error&) {
-        coded =
-            std::async(std::launch::deferred, code);  // no thread: late packets, but all of them
+        coded = std::async(std::launch::deferred,
+                           code);  // without a thread the packets are late, but complete
     }
     pacer.Load(sending->packets());
 }

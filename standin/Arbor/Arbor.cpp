@@ -1,6 +1,6 @@
 // Stand-in for the node tree library: a client of the line protocol that the camera simulator
-// speaks. Every call has one time limit as a whole, so that a peer that dribbles bytes can't hold
-// the caller.
+// implements. Each call has one time limit, so that a peer that sends single bytes cannot block the
+// caller.
 #include "Arbor.h"
 
 #include <chrono>
@@ -27,13 +27,13 @@ constexpr std::chrono::milliseconds callLimit{2000};
 constexpr std::int32_t success = 0;
 constexpr std::int32_t failure = -1;
 
-/// A connection to one camera. After an exchange that failed the peer may still answer, and that
-/// answer would be taken for the next one's: the connection is closed at once and stays so.
-/// Calls from several threads take turns.
+/// A connection to one camera. After a failed exchange the peer might still reply, and that reply
+/// would be taken for the next one's; therefore the connection is closed at once and stays closed.
+/// Thread-safe.
 class CNodeConnection {
    public:
     [[nodiscard]] bool Connect(const char* address);
-    /// Sends one request line; gives the reply line without its line end, or nothing.
+    /// Sends one request line. Returns the reply line without its line end, or nothing.
     [[nodiscard]] std::optional<std::string> Exchange(std::string request);
 
    private:
@@ -78,7 +78,7 @@ std::optional<std::string> CNodeConnection::ReadLine(Clock::time_point end) {
         line.append(piece, static_cast<std::size_t>(received));
         const std::size_t lineEnd = line.find('\n');
         if (lineEnd == std::string::npos) continue;
-        // Bytes behind the line were asked for by nobody: the peer is out of step.
+        // More bytes after the line belong to no request: the peer is out of step.
         if (lineEnd + 1 != line.size()) return std::nullopt;
         line.pop_back();
         return line;
@@ -90,7 +90,7 @@ CNodeConnection* FromHandle(ArbHandle handle) {
     return reinterpret_cast<CNodeConnection*>(static_cast<std::uintptr_t>(handle));
 }
 
-/// No exception may cross the C interface; the only one to expect is exhausted memory.
+/// No exception may cross the C interface. Only `std::bad_alloc` is to be expected.
 template <class Call>
 std::int32_t Guarded(Call call) noexcept {
     try {
@@ -100,13 +100,13 @@ std::int32_t Guarded(Call call) noexcept {
     }
 }
 
-/// The path as a text that may go into a request; none when it may not, or with no connection.
+/// Returns the path if it may be part of a request and the connection exists; otherwise nothing.
 std::optional<std::string_view> UsablePath(ArbHandle connection, const char* path) {
     if (connection == 0 || path == nullptr || !arbor::IsSendable(path)) return std::nullopt;
     return path;
 }
 
-/// Asks for a node's value and hands the reply to a reader such as `arbor::ReadBool`.
+/// Requests the value of a node and passes the reply to a parser such as `arbor::ReadBool`.
 template <class Reader>
 auto GetValue(ArbHandle connection, const char* path, Reader reader)
     -> std::invoke_result_t<Reader, std::string_view> {
@@ -117,7 +117,7 @@ auto GetValue(ArbHandle connection, const char* path, Reader reader)
     return reader(std::string_view(*reply));
 }
 
-/// A copy that lives until `arbFreeString`; null when there is no memory.
+/// Returns a copy for `arbFreeString`, or null if there is no memory.
 char* CopyText(std::string_view text) {
     char* const copy = static_cast<char*>(std::malloc(text.size() + 1));
     if (copy == nullptr) return nullptr;
@@ -156,7 +156,7 @@ std::int32_t arbVerify(ArbHandle connection, const char* path) {
 std::int32_t arbGetString(ArbHandle connection, const char* path, char** text) {
     if (text == nullptr) return failure;
     return Guarded([&] {
-        // The reader's view dies with the reply, so the text is copied while it is there.
+        // The parsed text is a view into the reply, so it is copied before the reply is destroyed.
         const auto copy = GetValue(connection, path, [](std::string_view line) {
             const auto found = arbor::ReadString(line);
             return found ? std::optional<char*>(CopyText(*found)) : std::nullopt;

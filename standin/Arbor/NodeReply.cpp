@@ -8,7 +8,7 @@
 namespace arbor {
 namespace {
 
-/// The rest of a line behind a prefix; none when it begins otherwise.
+/// Returns the rest of a line after a prefix, or nothing if the line does not begin with it.
 std::optional<std::string_view> Behind(std::string_view line, std::string_view prefix) {
     if (!line.starts_with(prefix)) return std::nullopt;
     return line.substr(prefix.size());
@@ -46,7 +46,7 @@ bool IsDone(std::string_view line) { return line == "OK"; }
 
 std::optional<std::string_view> ReadString(std::string_view line) {
     const auto text = Behind(line, "OK string ");
-    // The caller gets NUL-terminated text, which a NUL inside would cut.
+    // The caller gets NUL-terminated text, which a NUL inside would truncate.
     if (!text || text->find('\0') != std::string_view::npos) return std::nullopt;
     return text;
 }

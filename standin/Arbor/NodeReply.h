@@ -9,21 +9,21 @@
 
 namespace arbor {
 
-/// Longest reply line in bytes. The longest true one is a version text of some ten words.
+/// Longest reply line in bytes. The longest real one is a version text of about ten words.
 inline constexpr std::size_t maxReplyBytes = 4096;
-/// Longest path in bytes, so that a request always fits the system's send buffer.
+/// Longest path in bytes. A request then always fits into the send buffer.
 inline constexpr std::size_t maxPathBytes = 1024;
 
-/// False for a path that would break the request into several lines or words.
+/// Returns false for a path that would split the request into several lines or words.
 [[nodiscard]] bool IsSendable(std::string_view path);
 
 [[nodiscard]] std::string VerifyRequest(std::string_view path);
 [[nodiscard]] std::string GetRequest(std::string_view path);
-/// None for a number that isn't finite.
+/// Returns nothing for a number that is not finite.
 [[nodiscard]] std::optional<std::string> SetRequest(std::string_view path, double value);
 
-/// What a reply line says, without its line end; none when it says anything else, be it an error,
-/// a value of another type or nonsense.
+/// Parse a reply line without its line end. They return nothing for any other reply: an error, a
+/// value of another type, or an invalid line.
 [[nodiscard]] bool IsDone(std::string_view line);
 [[nodiscard]] std::optional<std::string_view> ReadString(std::string_view line);
 [[nodiscard]] std::optional<bool> ReadBool(std::string_view line);

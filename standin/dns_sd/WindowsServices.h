@@ -1,14 +1,14 @@
-/// Windows' own DNS-SD functions, which exist from Windows 10 on.
+/// The DNS-SD functions of Windows, which exist from Windows 10 on.
 #pragma once
 
 #if !defined(UNICODE)
-#define UNICODE  // the records of a browse have wide texts
+#define UNICODE  // the records of a browse contain wide texts
 #endif
 #include <winsock2.h>
-// After <winsock2.h>, which it would otherwise replace by the older one.
+// After <winsock2.h>, because it would otherwise include the older <winsock.h>.
 #include <windns.h>
 
-/// The functions of dnsapi.dll that a browse uses; null where the system does not have them.
+/// The functions of dnsapi.dll that a browse uses; null if the system does not have them.
 struct SWindowsServices {
     decltype(&::DnsServiceBrowse) browse;
     decltype(&::DnsServiceBrowseCancel) cancelBrowse;
@@ -23,6 +23,6 @@ struct SWindowsServices {
     }
 };
 
-/// Returns the system's functions, looked up at run time, so that the library also loads on a
-/// system without them. A test defines functions of its own.
+/// Returns the system's functions. They are looked up at run time, so that the library also loads
+/// on a system without them. A test replaces this function.
 const SWindowsServices& WindowsServices();

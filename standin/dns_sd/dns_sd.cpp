@@ -1,6 +1,6 @@
-// Stand-in for the DNS-SD library: one browse over multicast DNS with Avahi's embeddable core, with
-// no daemon. Each call has listeners of its own, which publish nothing, so that calls from several
-// threads don't meet.
+// Stand-in for the DNS-SD library: one browse by multicast DNS with Avahi's embeddable core,
+// without a daemon. Each call creates its own listeners, which publish nothing, so that calls from
+// several threads are independent.
 #include "dns_sd.h"
 
 #include <avahi-common/address.h>
@@ -35,11 +35,11 @@ constexpr std::int32_t failure = -1;
 /// Unit of the browse argument.
 constexpr std::chrono::milliseconds browseUnit{10};
 constexpr std::string_view defaultDomain = "local";
-/// A responder doesn't repeat a record that it has multicast within the last half second, for
-/// whomever, and Avahi asks again only after a whole one. A browse of one second would so miss who
-/// has just announced itself, or whose answer got lost: it asks a second time, after this. That
-/// takes a second listener, since Avahi holds on to the first one's question. It listens from the
-/// start, and so names what is known already, which nobody then repeats.
+/// Time of the second query. A responder does not repeat a record that it has multicast within the
+/// last half second, and Avahi itself repeats a query only after a whole second. A browse of one
+/// second would therefore miss a camera that has just been announced, or whose response was lost.
+/// The second query needs a second listener, because Avahi merges equal queries of one listener. It
+/// listens from the start and includes the known records in its query, so that nobody repeats them.
 constexpr std::chrono::milliseconds askAgainAfter{550};
 
 struct SServiceType {
@@ -53,7 +53,7 @@ struct SInstance {
     bool operator==(const SInstance&) const = default;
 };
 
-/// What one browse has found; the callbacks of Avahi fill it.
+/// The results of one browse, filled by the callbacks of Avahi.
 struct SBrowse {
     SServiceType wanted;
     std::vector<SInstance> instances;
@@ -65,7 +65,8 @@ struct SFree {
     void operator()(AvahiServer* server) const { avahi_server_free(server); }
 };
 
-/// "_http._tcp.local" into "_http._tcp" and "local". A type is two labels; what follows is domain.
+/// Splits "_http._tcp.local" into "_http._tcp" and "local". A type has two labels; the rest is the
+/// domain.
 SServiceType SplitType(std::string_view text) {
     if (text.ends_with('.')) text.remove_suffix(1);
     const std::size_t labelEnd = text.find('.');
@@ -75,7 +76,7 @@ SServiceType SplitType(std::string_view text) {
     return {std::string(text.substr(0, typeEnd)), std::string(text.substr(typeEnd + 1))};
 }
 
-/// An instance comes once per interface and question, and again at each change of its records.
+/// An instance is reported once per interface and query, and again at each change of its records.
 void AddInstance(SBrowse& browse, const char* name, std::uint32_t address) noexcept {
     try {
         SInstance instance{address, name};
@@ -87,11 +88,11 @@ void AddInstance(SBrowse& browse, const char* name, std::uint32_t address) noexc
     }
 }
 
-/// One question to the network, with the listener that asks it.
+/// One query, with the listener that sends it.
 struct SQuestion {
     [[nodiscard]] bool Listen(const AvahiPoll* poll);
     [[nodiscard]] bool Ask();
-    /// True for an instance that an earlier question has settled.
+    /// Returns true for an instance that has already been resolved.
     [[nodiscard]] bool IsSettled(const char* name) const;
 
     SBrowse& browse;
@@ -103,8 +104,8 @@ extern "C" {
 
 static void KeepQuiet(AvahiLogLevel, const char*) {}
 
-/// A poll that reports an interruption as nothing ready: Avahi itself would wait anew with the
-/// whole time each time, so that a steady signal would hold the browse for ever.
+/// A poll that reports an interruption as "nothing ready". Avahi itself would restart the full wait
+/// each time, so that a steady signal would block the browse without end.
 static int PollOnce(struct pollfd* waiting, unsigned int count, int timeout, void*) {
     const int ready = ::poll(waiting, count, timeout);
     if (ready >= 0 || errno != EINTR) return ready;
@@ -131,7 +132,7 @@ static void OnBrowsed(AvahiSServiceBrowser*, AvahiIfIndex interface, AvahiProtoc
     if (question.IsSettled(name)) return;
     constexpr auto flags =
         static_cast<AvahiLookupFlags>(AVAHI_LOOKUP_USE_MULTICAST | AVAHI_LOOKUP_NO_TXT);
-    // The resolver belongs to the server and ends with it.
+    // The resolver belongs to the server, which destroys it.
     avahi_s_service_resolver_new(question.server.get(), interface, protocol, name,
                                  question.browse.wanted.type.c_str(), domain, AVAHI_PROTO_INET,
                                  flags, OnResolved, &question.browse);
@@ -139,7 +140,8 @@ static void OnBrowsed(AvahiSServiceBrowser*, AvahiIfIndex interface, AvahiProtoc
 
 }  // extern "C"
 
-/// Says on standard error what multicast DNS lacks, if it does. Avahi would end the process.
+/// Returns false, with a line on standard error, if multicast DNS lacks a resource. Avahi would
+/// abort the process.
 bool CanListen(std::size_t descriptors) {
     const std::string obstacle = platform::MulticastDnsObstacle(descriptors);
     if (obstacle.empty()) return true;
@@ -148,17 +150,17 @@ bool CanListen(std::size_t descriptors) {
 }
 
 std::unique_ptr<AvahiServer, SFree> MakeServer(const AvahiPoll* poll) {
-    // Avahi's log is one per process and goes to standard error unless told otherwise.
+    // Avahi's log exists once per process and goes to standard error by default.
     static std::once_flag once;
     std::call_once(once, [] { avahi_set_log_function(KeepQuiet); });
 
-    // Again, since the host's threads may have opened something meanwhile.
+    // Checked again, because threads of the host may have opened descriptors meanwhile.
     constexpr std::size_t descriptors = 2;  // a multicast socket and one for changes of interfaces
     if (!CanListen(descriptors)) return nullptr;
 
     AvahiServerConfig config;
     avahi_server_config_init(&config);
-    config.host_name = avahi_strdup("dns-sd-browse");  // never published, but must be valid
+    config.host_name = avahi_strdup("dns-sd-browse");  // not published, but must be valid
     config.use_ipv6 = 0;
     config.disable_publishing = 1;
     config.publish_hinfo = 0;
@@ -188,7 +190,7 @@ bool SQuestion::IsSettled(const char* name) const {
            std::ranges::find(browse.instances, name, &SInstance::name) != browse.instances.end();
 }
 
-/// Serves Avahi up to a moment; false when it breaks down.
+/// Runs Avahi until a point in time. Returns false if it fails.
 bool ServeUntil(AvahiSimplePoll* poll, Clock::time_point end) {
     constexpr std::int64_t longestWait = 60'000;  // milliseconds; the poll takes an int
     for (;;) {
@@ -199,8 +201,8 @@ bool ServeUntil(AvahiSimplePoll* poll, Clock::time_point end) {
     }
 }
 
-/// Fills `browse` until the time is up, whatever is still being resolved; false when the browse
-/// couldn't run.
+/// Fills `browse` until the time is up, even if instances are still being resolved. Returns false
+/// if the browse could not run.
 bool RunBrowse(SBrowse& browse, Clock::time_point end) {
     if (!CanListen(platform::searchDescriptors)) return false;
     const std::unique_ptr<AvahiSimplePoll, SFree> poll(avahi_simple_poll_new());
@@ -232,7 +234,8 @@ std::int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* conte
     } catch (const std::bad_alloc&) {
         return failure;
     }
-    // Only now, with the responder gone: the callback may do as it likes, even browse again.
+    // Called after the listeners have ended, because the callback may do anything, even browse
+    // again.
     for (const SInstance& instance : browse.instances) {
         callback(instance.address, instance.name.c_str(), context);
     }

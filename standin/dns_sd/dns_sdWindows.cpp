@@ -1,10 +1,9 @@
-// Stand-in for the DNS-SD library on Windows: one browse with the system's own service discovery.
+// Stand-in for the DNS-SD library on Windows: one browse with the service discovery of the system.
 //
-// The system calls back on threads of its own, possibly before the function that started the
-// operation has returned, possibly long after it was cancelled, possibly never. So a callback
-// brings a number and no pointer, and everything that the system may still use, above all the
-// cancel handle of an operation, is owned jointly by whoever started the operation and by its last
-// callback.
+// The system calls back on its own threads: possibly before the function that started the operation
+// has returned, long after it was cancelled, or never. Therefore the context of a callback is a
+// number and not a pointer. Everything that the system may still use, above all the cancel handle
+// of an operation, is shared by the caller that started the operation and its last callback.
 #include "dns_sd.h"
 
 #include <algorithm>
@@ -32,7 +31,7 @@ constexpr std::int32_t failure = -1;
 
 /// Unit of the browse argument.
 constexpr std::chrono::milliseconds browseUnit{10};
-/// How long the end of a browse waits for the callbacks of the operations that it has cancelled.
+/// How long the end of a browse waits for the callbacks of cancelled operations.
 constexpr std::chrono::milliseconds cancelLimit{1000};
 constexpr ULONG requestVersion = 1;
 /// Returned by an operation that has started (DNS_REQUEST_PENDING).
@@ -44,10 +43,10 @@ struct SBrowse {
     std::set<std::wstring> asked;  ///< full names of the instances that were resolved
     std::set<std::pair<std::uint32_t, std::string>> instances;  ///< address and name
     bool outOfMemory = false;
-    bool ended = false;  ///< wants no more results
+    bool ended = false;  ///< accepts no more results
 };
 
-/// One operation that the system runs: the browse itself, or the resolution of one instance.
+/// An operation of the system: the browse itself, or the resolution of one instance.
 struct SOperation {
     std::shared_ptr<SBrowse> browse;
     bool isBrowse;
@@ -55,7 +54,7 @@ struct SOperation {
     DNS_SERVICE_CANCEL cancel{};
 };
 
-/// The operations that run, by number.
+/// The running operations by number.
 struct SRunning {
     std::mutex lock;  // also guards the contents of each browse
     std::condition_variable changed;
@@ -63,13 +62,13 @@ struct SRunning {
     std::uintptr_t lastNumber = 0;
 };
 
-/// Never destroyed: a callback may come while the process ends.
+/// Never destroyed, because a callback may come while the process ends.
 SRunning& Running() {
     static SRunning& running = *new SRunning;
     return running;
 }
 
-/// Adds an operation to those that run and returns its number.
+/// Adds a running operation and returns its number.
 std::uintptr_t Enrol(const std::shared_ptr<SOperation>& operation) {
     SRunning& running = Running();
     const std::lock_guard<std::mutex> guard(running.lock);
@@ -77,7 +76,7 @@ std::uintptr_t Enrol(const std::shared_ptr<SOperation>& operation) {
     return running.lastNumber;
 }
 
-/// Ends an operation, after its last callback or when it has not started. Repeating it does
+/// Removes an operation after its last callback, or if it could not be started. Repeating it does
 /// nothing.
 void Finish(std::uintptr_t number) {
     SRunning& running = Running();
@@ -92,7 +91,7 @@ void Finish(std::uintptr_t number) {
     running.changed.notify_all();
 }
 
-/// Calls `use` with the browse of an operation, if it still wants results.
+/// Calls `use` with the browse of an operation, if that still accepts results.
 template <class Use>
 void WithBrowse(std::uintptr_t number, Use use) noexcept {
     SRunning& running = Running();
@@ -135,7 +134,8 @@ void WINAPI OnResolved(DWORD status, void* context, DNS_SERVICE_INSTANCE* instan
 }
 
 void Resolve(const std::shared_ptr<SBrowse>& browse, const wchar_t* name) {
-    // Held here as well: the system may call back before it returns, and still write the handle.
+    // Keeps the operation alive: the system may call back before it returns and then still write to
+    // the handle.
     const auto operation =
         std::make_shared<SOperation>(SOperation{browse, false, name, DNS_SERVICE_CANCEL{}});
     const std::uintptr_t number = Enrol(operation);
@@ -181,7 +181,7 @@ void WINAPI OnBrowsed(DWORD status, void* context, DNS_RECORDW* records) {
     if (status == ERROR_CANCELLED) Finish(number);  // the last callback of a browse
 }
 
-/// The operations of a browse that still run, the browse itself among them.
+/// Returns the running operations of a browse, including the browse itself.
 std::vector<std::shared_ptr<SOperation>> OperationsOf(const SBrowse& browse, bool browsing) {
     std::vector<std::shared_ptr<SOperation>> found;
     for (const auto& [number, operation] : Running().operations) {
@@ -216,7 +216,7 @@ void End(SBrowse& browse) {
     browse.ended = true;
 }
 
-/// Fills `browse` until the time is up; false when the browse cannot run.
+/// Fills `browse` until the time is up. Returns false if the browse cannot run.
 bool RunBrowse(const std::shared_ptr<SBrowse>& browse, const std::wstring& serviceType,
                std::chrono::milliseconds time) {
     const auto operation =
@@ -269,7 +269,8 @@ std::int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* conte
         if (browse != nullptr) End(*browse);
         return failure;
     }
-    // Only now, when nothing is added any more: the callback may do anything, even browse again.
+    // Called when nothing is added any more, because the callback may do anything, even browse
+    // again.
     for (const auto& [address, name] : browse->instances) callback(address, name.c_str(), context);
     return browse->outOfMemory ? failure : success;
 }

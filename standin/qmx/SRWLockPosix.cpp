@@ -5,15 +5,15 @@
 namespace qmx {
 namespace {
 
-// The lock is one word: whether a writer holds it, whether somebody waits for it, and, in steps of
-// `oneReader`, how many readers hold it. Unless threads meet, taking it is one atomic operation and
-// giving it back another one.
+// The lock is one word: whether a writer holds it, whether a thread waits for it, and, in steps of
+// `oneReader`, how many readers hold it. Without contention, locking is one atomic operation and
+// unlocking another one.
 using LockWord = std::atomic_ref<std::uintptr_t>;
 constexpr std::uintptr_t oneWriter = 1;
 constexpr std::uintptr_t awaited = 2;
 constexpr std::uintptr_t oneReader = 4;
 
-/// Adds `holder` to the word as soon as it has none of the bits that `barred` says.
+/// Adds `holder` to the word as soon as none of the bits in `barred` are set.
 void WaitAndHold(LockWord word, std::uintptr_t holder, std::uintptr_t barred) {
     std::uintptr_t seen = word.load(std::memory_order_relaxed);
     for (;;) {
@@ -38,13 +38,15 @@ void Hold(std::uintptr_t& state, std::uintptr_t holder, std::uintptr_t barred) {
 
 CSRWLock::CSRWLock() : state(0) {}
 CSRWLock::~CSRWLock() = default;
-// A reader lets those go first who wait already, or readers in turn could keep a writer out.
+// A reader waits behind the threads that are waiting already; otherwise a succession of readers
+// could keep a writer out.
 void CSRWLock::ReadLock() { Hold(state, oneReader, oneWriter | awaited); }
 void CSRWLock::WriteLock() { Hold(state, oneWriter, ~awaited); }
 void CSRWLock::ReadUnlock() {
     const LockWord word(state);
     std::uintptr_t left = word.fetch_sub(oneReader) - oneReader;
-    // The last reader wakes whoever waits, unless somebody has the lock again and will do it.
+    // The last reader wakes the waiting threads, unless another thread has the lock again and will
+    // do so.
     if (left == awaited && word.compare_exchange_strong(left, 0)) word.notify_all();
 }
 void CSRWLock::WriteUnlock() {

@@ -1,5 +1,5 @@
-// The system's own lock of this kind is one word, too. What the POSIX side does is no choice here:
-// `std::atomic::wait` of libstdc++ 12 loses wake-ups where the system has no futex.
+// The system's lock of this kind is one word, too. The POSIX implementation would not work here:
+// `std::atomic::wait` of libstdc++ 12 loses wake-ups on systems without a futex.
 #include <windows.h>
 
 #include "qmx.h"

@@ -1,4 +1,4 @@
-// Stand-in for the host framework library: complete for what the plug-in and the small host use.
+// Stand-in for the host framework library: all of it that the plug-in and the small host use.
 #include "qmx.h"
 
 #include <atomic>
@@ -19,7 +19,7 @@ void ThrowOutOfRangeException(const char* text) { throw std::out_of_range(text);
 
 namespace {
 
-/// A copy of `length` bytes with a NUL behind them; null for none.
+/// Returns a copy of `length` bytes and a NUL; null for no bytes.
 char* CopyText(const char* text, std::size_t length) {
     if (length == 0) return nullptr;
     char* const copy = static_cast<char*>(Alloc(length + 1));

@@ -88,7 +88,7 @@ class CInterfaceFactory final : public IInterfaceFactory {
         registrations.append(SRegistration{id, create, destroy});
         return true;
     }
-    // The plug-in's functions are called without the lock: they may use the factory themselves.
+    // The plug-in's functions are called without the lock, because they may use the factory.
     IInterface* CreateInterface(const CString& id) override {
         const std::optional<SRegistration> found = Registration(id);
         return found ? found->create() : nullptr;
