@@ -1,6 +1,6 @@
-// Stream descriptions, and all that is taken from them: catalogue, format search, paths.
+// Stream descriptions and everything that is derived from them: catalogue, format search, paths.
 //
-// Input: 2 bytes each wanted width and height, 8 bytes a rate, then the description.
+// Input: 2 bytes each for the requested width and height, 8 bytes for a rate, then the description.
 #include <bit>
 #include <cmath>
 
@@ -23,7 +23,7 @@ std::vector<const SRtspFormat*> FormatsOf(const SRtspStream& stream, const SStre
     return formats;
 }
 
-/// How far two sizes are apart when their difference wraps.
+/// Returns the distance of two sizes if their difference wraps.
 std::int64_t Apart(std::uint32_t left, std::uint32_t right) {
     return std::abs(std::int64_t{static_cast<std::int32_t>(left - right)});
 }
@@ -42,7 +42,7 @@ void CheckKind(const SRtspStream& stream, const SStreamKind& kind, std::uint16_t
         const priv::SStreamPaths paths = priv::RawPaths(*found);
         FUZZ_REQUIRE(paths.setup == "/sid=" + found->payload && paths.control == paths.setup);
     }
-    // Nothing that was passed over is closer in both dimensions.
+    // No rejected format is closer in both dimensions.
     const std::int64_t widthApart = Apart(found != nullptr ? found->width : 0, width);
     const std::int64_t heightApart = Apart(found != nullptr ? found->height : 0, height);
     for (const SRtspFormat* format : formats) {
@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::size_t formats = 0;
     for (const SRtspMedia& media : stream.media) formats += media.formats.size();
     FUZZ_REQUIRE(formats >= stream.media.size());
-    FUZZ_REQUIRE(2 * formats <= body.size());  // each has a word
+    FUZZ_REQUIRE(2 * formats <= body.size());  // each has at least a word
     for (const SStreamKind* kind : {&priv::rawKind, &priv::jpegLsKind, &priv::jpegKind}) {
         CheckKind(stream, *kind, width, height);
     }

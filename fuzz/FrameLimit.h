@@ -1,4 +1,4 @@
-/// Keeps the frames of a fuzz target small.
+/// Limits the size of the frames of a fuzz target.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ enum class EStreamType : std::uint32_t { None, Zraw, Mjls, Mjpg };
 
 /// Limits a line length to 127 pixels and a fragment offset to 16 bits, so that a frame fits into
 /// the sanitizer's fast allocator: allocating and filling frames of 16 and 32 MiB would take most
-/// of the time. A target of its own covers those.
+/// of the time. A separate target covers those.
 inline void KeepFrameSmall(ExactBytes& datagram, EStreamType type) {
     const auto packet = qmx::cam::ParseRtpPacket(datagram);
     if (!packet || packet->payload.size() < 4) return;

@@ -13,8 +13,8 @@
 #include "FuzzInput.h"
 #include "RtpSource.h"
 
-// New memory of any size is filled, so that a byte nobody wrote shows in a frame. The sanitizer
-// looks for a function of this name.
+// New memory of any size is filled, so that unwritten bytes are recognised in a frame. The
+// sanitizer calls the function of this name.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
@@ -29,14 +29,14 @@ using namespace qmx::cam;
 using fuzz::EStreamType;
 using Bytes = std::span<const std::uint8_t>;
 
-/// Frames of any size, up to 32 MiB, or only small ones: filling a large frame takes most of the
-/// time of an input.
+/// Whether frames may have any size up to 32 MiB. Filling a large frame takes most of the time of
+/// an input.
 constexpr bool large = KORU_LARGE_FRAMES;
-/// What new memory is filled with. No datagram has it, so that no frame has it.
+/// The byte of new memory. No datagram contains it, so no frame may.
 constexpr std::uint8_t unwritten = 190;
-/// Largest datagram that the receiver takes.
+/// Largest datagram that the receiver accepts.
 constexpr std::size_t datagramMost = 16384;
-/// Datagrams of an input and their bytes, repeated ones included, for its running time.
+/// Most datagrams of an input and most bytes, including repeated ones, to limit its time.
 constexpr std::size_t datagramsMost = 256;
 constexpr std::size_t bytesMost = 131072;
 /// Frames up to this size are assembled twice.
@@ -55,7 +55,7 @@ std::size_t LargestFrame(EStreamType type) {
     return type == EStreamType::Mjpg ? jpeg : 0x2000000;
 }
 
-/// One run of the receiver, less its socket and its host.
+/// One run of the receiver, without socket and host.
 class CRun {
    public:
     explicit CRun(EStreamType streamType)
@@ -81,10 +81,10 @@ class CRun {
     std::uint16_t sequence = 0;   // of the last packet
     std::uint32_t timestamp = 0;  // of the last packet
     std::set<std::uint32_t> timestamps;
-    std::vector<fuzz::ExactBytes> sinceFrame;  // all that came behind the last delivered frame
+    std::vector<fuzz::ExactBytes> sinceFrame;  // all datagrams after the last delivered frame
 };
 
-/// The rules of the sequence statistics, told by what a packet may change.
+/// Checks what one packet may change in the sequence statistics.
 void CRun::Count(const SRtpPacket& packet) {
     const SRtpSource before = source;
     const bool counting = !firstPacket && before.probation == 0;
@@ -103,7 +103,7 @@ void CRun::Count(const SRtpPacket& packet) {
         FUZZ_REQUIRE(highest - highestBefore < 3000 && source.received - before.received <= 1);
         return;
     }
-    // Nothing runs backwards but by a restart: two packets in sequence, far from all before.
+    // Figures decrease only at a restart: two packets in sequence, far from all before.
     FUZZ_REQUIRE(before.bad_seq == packet.sequence);
     FUZZ_REQUIRE(source.base_seq == packet.sequence && highest == packet.sequence);
     FUZZ_REQUIRE(source.received == 1 && source.received_prior == 0 && source.expected_prior == 0);
@@ -120,8 +120,8 @@ void CRun::CheckFrame(Bytes frame, const SRtpPacket& last) {
     } else if (!frame.empty()) {
         FUZZ_REQUIRE(std::memchr(frame.data(), unwritten, frame.size()) == nullptr);
     }
-    // A coded frame is made of its own packets alone: one who never saw the frames before has it
-    // too. A raw one keeps lines that didn't come.
+    // A coded frame depends only on its own packets, so a new depacketizer assembles the same one.
+    // A raw frame keeps old bytes in place of missing lines.
     if (type == EStreamType::Zraw || frame.size() > comparedMost) return;
     CFrameAssembler fresh(static_cast<std::uint32_t>(type));
     for (std::size_t i = 0; i < sinceFrame.size(); ++i) {
@@ -169,11 +169,11 @@ void CRun::TakeRecord(fuzz::CFuzzInput& input) {
     }
 }
 
-/// The payloads of a frame of two packets, and what the host gets of them.
+/// The payloads of a frame of two packets, and the delivered frame.
 struct SGoodFrame {
     fuzz::ExactBytes first;
     fuzz::ExactBytes second;
-    fuzz::ExactBytes whole;  // less the headers of a JPEG
+    fuzz::ExactBytes whole;  // without the headers of a JPEG
 };
 
 SGoodFrame GoodFrame(EStreamType type) {

@@ -1,4 +1,4 @@
-/// What all fuzz targets share: cutting an input into values, and the check of an invariant.
+/// Shared by all fuzz targets: splits an input into values, and checks invariants.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-/// Ends the process, as a finding, when an invariant doesn't hold. Also in builds without
-/// assertions.
+/// Aborts the process, which counts as a finding, if an invariant does not hold. Also works in
+/// builds without assertions.
 #define FUZZ_REQUIRE(condition)                                               \
     do {                                                                      \
         if (!(condition)) fuzz::EndAsFinding(__FILE__, __LINE__, #condition); \
@@ -24,8 +24,8 @@ namespace fuzz {
     std::abort();
 }
 
-/// A copy of its own size on the heap, so that the address sanitizer sees the first byte read
-/// behind it. Inputs and strings are no such copy: they may have room behind them.
+/// A heap copy of exact size, so that the address sanitizer detects a read past its end. Inputs and
+/// strings may be followed by spare room.
 using ExactBytes = std::vector<std::uint8_t>;
 
 [[nodiscard]] inline ExactBytes ExactCopy(std::span<const std::uint8_t> bytes) {
@@ -36,13 +36,13 @@ using ExactBytes = std::vector<std::uint8_t>;
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-/// Takes values off the front of an input. What is used up gives zeros.
+/// Extracts values from the front of an input; zeros at its end.
 class CFuzzInput {
    public:
     CFuzzInput(const std::uint8_t* data, std::size_t size) noexcept : rest(data, size) {}
 
     [[nodiscard]] bool empty() const noexcept { return rest.empty(); }
-    /// An unsigned integer, most significant byte first.
+    /// Returns an unsigned big-endian integer.
     template <class Integer>
     [[nodiscard]] Integer Take() noexcept {
         std::uint64_t value = 0;
@@ -52,7 +52,7 @@ class CFuzzInput {
         }
         return static_cast<Integer>(value);
     }
-    /// The next bytes, fewer when there are fewer.
+    /// Returns the next bytes, or as many as there are.
     [[nodiscard]] std::span<const std::uint8_t> TakeBytes(std::size_t count) noexcept {
         const auto taken = rest.first(std::min(count, rest.size()));
         rest = rest.subspan(taken.size());

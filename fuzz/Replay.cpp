@@ -1,5 +1,5 @@
-// Runs one fuzz target on every file of the folders given, without libFuzzer: so the seeds and all
-// that a fuzzer ever found are ordinary tests, with every compiler.
+// Runs a fuzz target on every file of the given folders without libFuzzer, so that seeds and
+// findings are ordinary tests with every compiler.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
             if (!entry.is_regular_file()) continue;
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
-            // Before the run, so that a crash has a name.
+            // Printed before the run, so that it shows the input of a crash.
             (void)std::printf("%s\n", entry.path().string().c_str());
             (void)std::fflush(stdout);
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()),

@@ -13,7 +13,7 @@ namespace {
 
 struct SScript {
     std::span<const std::uint8_t> bytes;
-    std::size_t inPieces;   // so many bytes come in pieces, the rest at once
+    std::size_t inPieces;   // this many bytes come in pieces, the rest at once
     std::size_t pieceSize;  // 0: nothing comes in pieces
     std::size_t taken = 0;
     std::size_t asked = 0;  // largest receive
@@ -79,9 +79,9 @@ SAnswer Read(std::span<const std::uint8_t> bytes, std::size_t inPieces, std::siz
     return answer;
 }
 
-/// Where the head of an answer ends: behind the first empty line.
+/// Returns the end of the head of a response: after the first empty line.
 std::size_t HeadEnd(std::string_view text) {
-    bool empty = false;  // nothing would be: the first line is the status line
+    bool empty = false;  // false at first: the first line is the status line
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\n' && empty) return i + 1;
         if (text[i] == '\n') empty = true;
@@ -96,7 +96,7 @@ void Check(const SAnswer& answer, std::string_view text) {
     FUZZ_REQUIRE(answer.taken <= headEnd + answer.body.size());
     for (const auto& [name, value] : answer.headers) FUZZ_REQUIRE(!name.empty() && !value.empty());
     if (answer.status == qmx::cam::noResponse) return;
-    // Whole, from its own place, and nothing of what follows it.
+    // The body is complete, and nothing after it has been read.
     FUZZ_REQUIRE(answer.taken == headEnd + answer.body.size());
     FUZZ_REQUIRE(answer.body == text.substr(headEnd, answer.body.size()));
     const auto length = answer.headers.find("Content-Length");
@@ -117,7 +117,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Check(whole, text);
     const SAnswer pieces = Read(bytes, inPieces, pieceSize);
     Check(pieces, text);
-    // How the head comes makes no difference; a body in pieces may only turn success into failure.
+    // Splitting the head makes no difference; splitting the body may only turn success into
+    // failure.
     FUZZ_REQUIRE(pieces == Read(bytes, inPieces, pieceSize));
     FUZZ_REQUIRE(pieces.headers == whole.headers);
     FUZZ_REQUIRE(pieces.status == whole.status || pieces.status == qmx::cam::noResponse);

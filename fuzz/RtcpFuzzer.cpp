@@ -1,7 +1,6 @@
-// RTCP: the walk through what a camera sends, the loss figures of any source, and the composed
-// packets.
+// RTCP: reading compound packets, the loss figures of any source, and the composed packets.
 //
-// Input: bytes that are taken as a compound packet, as the words of a source and as a name.
+// Input: bytes that serve as a compound packet, as the words of a source and as a name.
 #include <array>
 #include <cstring>
 
@@ -25,14 +24,14 @@ std::vector<std::uint32_t> ReportsIn(Bytes compound) {
 
 void CheckWalk(Bytes compound) {
     const auto reports = ReportsIn(compound);
-    // What is cut off at the end hides reports and makes none.
+    // Truncation hides reports but creates none.
     for (const std::size_t cut : {std::size_t{1}, std::size_t{4}, compound.size() / 2}) {
         if (cut > compound.size()) continue;
         const auto fewer = ReportsIn(compound.first(compound.size() - cut));
         FUZZ_REQUIRE(fewer.size() <= reports.size());
         FUZZ_REQUIRE(std::equal(fewer.begin(), fewer.end(), reports.begin()));
     }
-    // A good report in front is found, and changes nothing behind it.
+    // A valid report before them is found, and does not change the others.
     constexpr std::array<std::uint8_t, 28> good{0x80, 200, 0, 6, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
     fuzz::ExactBytes both(good.begin(), good.end());
     both.insert(both.end(), compound.begin(), compound.end());
@@ -60,7 +59,7 @@ SReportBlock CheckLoss(fuzz::CFuzzInput& input) {
     return figures;
 }
 
-/// Steps through a packet of ours by the stated lengths: version 2 throughout, and they add up.
+/// Checks a composed packet: all parts have version 2, and their lengths add up.
 void CheckComposed(Bytes packet, std::initializer_list<std::uint8_t> types) {
     FUZZ_REQUIRE(ReportsIn(packet).empty());
     for (const std::uint8_t type : types) {
@@ -77,7 +76,7 @@ void CheckComposed(Bytes packet, std::initializer_list<std::uint8_t> types) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::CFuzzInput input(data, size);
     const SReportBlock figures = CheckLoss(input);
-    // Longer than any machine's name at times, and it may hold anything.
+    // Possibly longer than any host name, with any contents.
     const fuzz::ExactBytes name = fuzz::ExactCopy({data, size});
     CRtcpPackets composer({0xFF, 0xFF, 0xFF, 0xFF}, fuzz::AsText(name));
     CheckComposed(composer.InitialReport(), {201, 202});

@@ -1,8 +1,8 @@
-// Whole sessions: the RTSP client and the receiver with its threads, called in any order, against a
-// camera and a network that are a script. No handle is used that isn't open, none stays open, every
-// request and report is well formed, and no callback comes outside of a run.
+// Whole sessions: the RTSP client and the receiver with its threads, called in any order, with a
+// scripted camera and network. No closed handle is used, none remains open, every request and
+// report is well formed, and no callback comes outside a run.
 //
-// Input: 1 byte for each call, and behind it what the call, or the camera in its answer, takes.
+// Input: 1 byte for each call, followed by the data for the call or for the response of the camera.
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -18,7 +18,7 @@ namespace {
 
 using platform::SocketHandle;
 
-/// The network. Open sockets, each with what waits to be received.
+/// The network: the open sockets, each with its waiting datagrams.
 class CNetwork {
    public:
     struct SSocket {
@@ -26,7 +26,7 @@ class CNetwork {
         bool woken = false;
     };
 
-    /// Does something with the sockets that no thread may see half done.
+    /// Changes the sockets under the lock.
     template <class Action>
     auto Change(Action action) {
         const std::lock_guard<std::mutex> guard(lock);
@@ -44,12 +44,12 @@ class CNetwork {
         const fuzz::ExactBytes datagram = std::move(At(handle).waiting.front());
         At(handle).waiting.pop_front();
         changed.notify_all();
-        // An empty one would end reception, so here it is a receive that fails.
+        // An empty one would end the reception, so it becomes a failed receive.
         if (datagram.empty() || datagram.size() > size) return -1;
         std::copy(datagram.begin(), datagram.end(), static_cast<std::uint8_t*>(buffer));
         return static_cast<std::ptrdiff_t>(datagram.size());
     }
-    /// Waits until all datagrams have been taken.
+    /// Waits until all datagrams have been received.
     void Drain() {
         std::unique_lock<std::mutex> guard(lock);
         changed.wait(guard, [&] {
@@ -68,15 +68,15 @@ class CNetwork {
     std::map<SocketHandle, SSocket> sockets;
     SocketHandle lastHandle = 0;
     bool refuseNext = false;
-    fuzz::CFuzzInput* camera = nullptr;  // what the camera says next
-    std::string answers;                 // what it has said and nobody has read
+    fuzz::CFuzzInput* camera = nullptr;  // the next responses of the camera
+    std::string answers;                 // sent by the camera and not yet received
 };
 
 CNetwork* network = nullptr;
 
 std::string Text(std::span<const std::uint8_t> bytes) { return std::string(fuzz::AsText(bytes)); }
 
-/// The camera's answer to a request: a good one, with more headers, with a body, or anything.
+/// Returns the response to a request: a valid one, one with more headers or a body, or any bytes.
 std::string Answer(const std::string& request) {
     fuzz::CFuzzInput& input = *network->camera;
     const auto kind = input.Take<std::uint8_t>();
@@ -199,7 +199,7 @@ void CallClient(CRtspClient& client, unsigned call, fuzz::CFuzzInput& input) {
     }
 }
 
-/// The host. Its callback must find it running.
+/// The host. Its callback may be called only during a run.
 struct SHost {
     CRtpReceiver receiver;
     std::atomic<bool> running{false};
@@ -209,7 +209,7 @@ struct SHost {
     static void Callback(void* context, const std::uint8_t* frame, std::uint32_t length) {
         FUZZ_REQUIRE(static_cast<SHost*>(context)->running);
         if (length == 0) return;
-        const volatile std::uint8_t last = frame[length - 1];  // for a sanitizer to see it read
+        const volatile std::uint8_t last = frame[length - 1];  // read for the sanitizers
         if (last % 8 == 1) throw std::uint8_t{last};
     }
     static void Deliver(SocketHandle handle, fuzz::ExactBytes datagram) {
@@ -242,13 +242,13 @@ struct SHost {
                 return;
             }
             case 4:
-                // A thread takes everything that waits: an empty datagram can't end it here.
+                // The threads receive everything, because no empty datagram can end them here.
                 if (running) network->Drain();
                 call % 2 == 0 ? (void)receiver.Stop() : receiver.Reset();
                 running = false;
                 return;
             default:
-                // To the RTP socket or, one behind it, to the RTCP socket.
+                // To the RTP socket or to the RTCP socket, which has the next handle.
                 if (call % 7 == 5) fuzz::KeepFrameSmall(bytes, type);
                 if (running) Deliver(rtp + call % 7 - 5, std::move(bytes));
         }

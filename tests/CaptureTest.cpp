@@ -1,4 +1,4 @@
-// A whole run, as a protocol analyser that nobody here wrote sees it on the wire.
+// A complete run on the wire, as an independent protocol analyser sees it.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -15,15 +15,15 @@ using test::CProgram;
 using test::CSimulator;
 using test::RunProgram;
 
-/// Captures loopback into a file while it lives.
+/// Captures loopback into a file.
 class CCapture {
    public:
     explicit CCapture(const std::string& file) : tshark({"tshark", "-q", "-i", "lo", "-w", file}) {
-        // It names the file only once the capture runs.
+        // The file appears only when the capture runs.
         const auto running = [&] { return std::filesystem::exists(file); };
         EXPECT_TRUE(test::WaitFor(running)) << tshark.Errors();
     }
-    /// Ends the capture once the given packet is in the file.
+    /// Ends the capture when a packet that matches the filter is in the file.
     void EndAfter(const std::string& file, const std::string& filter) {
         EXPECT_TRUE(test::WaitFor([&] { return !Read(file, {"-Y", filter}).empty(); }));
         tshark.Signal(SIGINT);
@@ -66,7 +66,7 @@ TEST(Capture, EveryPacketIsWellFormedAndEveryReportTrue) {
     EXPECT_EQ(CCapture::Read(file, {"-Y", "rtsp.method", "-T", "fields", "-e", "rtsp.method"}),
               "OPTIONS\nDESCRIBE\nSETUP\nPLAY\nPAUSE\nTEARDOWN\n");
 
-    // What the receiver sent: one opening packet, reports, and a goodbye, all from one source.
+    // The receiver sent one initial packet, reports, and a BYE, all from one source.
     std::istringstream reports(CCapture::Read(
         file, {"-Y", "rtcp && ip.dst == 127.0.0.11", "-T", "fields", "-E", "separator=/s", "-e",
                "rtcp.pt", "-e", "rtcp.senderssrc", "-e", "rtcp.ssrc.jitter", "-e", "rtcp.ssrc.dlsr",
@@ -88,7 +88,7 @@ TEST(Capture, EveryPacketIsWellFormedAndEveryReportTrue) {
         EXPECT_EQ(sent[i].types, "201,202");
         EXPECT_EQ(sent[i].delay, 0u) << "sent at the moment of the sender report";
     }
-    // Loss in all is what was dropped, but for what was dropped before the counting began.
+    // The total loss is what the simulator dropped after the count had begun.
     const std::string summary = camera.Errors();
     EXPECT_NE(summary.find("network: " + std::to_string(sent.back().lost) + " lost"),
               std::string::npos)

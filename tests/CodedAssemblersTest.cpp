@@ -1,4 +1,4 @@
-// Assembly of the two coded payload kinds. What all kinds share is tested with the raw one.
+// Assembly of the two coded payload kinds. The raw kind tests what all kinds share.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,7 +18,7 @@ struct SPacket {
     Bytes payload;
 };
 
-/// What the last of some packets delivers.
+/// Returns the frame that the last of several packets delivers.
 std::optional<Bytes> Deliver(auto& assembler, const std::vector<SPacket>& packets) {
     std::optional<Bytes> last;
     for (const SPacket& packet : packets) {
@@ -53,7 +53,7 @@ TEST(MjlsAssembler, JoinsPieces) {
         {"the four bytes inside a frame",
          {{1, 1, false, mjlsStart}, {2, 1, true, mjlsStart}},
          withStart},
-        {"the four bytes in front", {{1, 1, true, shifted}}, std::nullopt},
+        {"nothing before the four bytes", {{1, 1, true, shifted}}, std::nullopt},
         {"too short to begin", {{1, 1, true, {1, 2, 3, 4, 0xFF, 0xD8, 0xFF}}}, std::nullopt},
         {"a gap", {{1, 1, false, mjlsStart}, {3, 1, true, {7}}}, std::nullopt},
         {"a new time without a start", {{1, 1, false, mjlsStart}, {2, 2, true, {7}}}, std::nullopt},
@@ -67,12 +67,12 @@ TEST(MjlsAssembler, JoinsPieces) {
     }
 }
 
-// A camera that never sends a marker must not use up the host's memory, and its next frame counts.
-// A frame of exactly the limit is delivered.
+// A camera that never sends a marker must not exhaust the host's memory, and its next frame is
+// delivered. So is a frame of exactly the limit.
 TEST(MjlsAssembler, AFrameWithoutEndIsGivenUp) {
     constexpr std::size_t limit = 0x2000000;
     CMjlsDepacketizer assembler;
-    const Bytes piece(1 << 20, 9);  // larger than any datagram, for the sanitizers' sake
+    const Bytes piece(1 << 20, 9);  // larger than any datagram, to be fast under the sanitizers
     for (const std::size_t length : {limit, limit + 1}) {
         std::uint16_t sequence = 0;
         ASSERT_FALSE(Deliver(assembler, {{0, 1, false, mjlsStart}}));
@@ -112,7 +112,7 @@ Bytes Tables(std::uint16_t length, const Bytes& data) {
     return bytes;
 }
 
-/// The headers that belong to such packets, and data behind them.
+/// Returns the headers that belong to such packets, followed by data.
 Bytes Expected(std::uint8_t type, int quality, std::uint16_t restartInterval, const Bytes& data) {
     QuantTable lqt;
     QuantTable cqt;
@@ -125,7 +125,7 @@ Bytes Expected(std::uint8_t type, int quality, std::uint16_t restartInterval, co
     return bytes;
 }
 
-TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
+TEST(MjpgAssembler, PutsFragmentsAfterGeneratedHeaders) {
     Bytes far(0x010204);
     far.front() = 7;
     far.back() = 8;
@@ -158,7 +158,7 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
          Expected(128, 50, 0, {7, 8})},
         {"type 192", {{1, 1, true, Jpeg(0, 192, 50, {7})}}, Expected(192, 50, 0, {7})},
         {"Q without tables", {{1, 1, true, Jpeg(0, 0, 127, {7})}}, Expected(0, 127, 0, {7})},
-        {"tables behind a restart header",
+        {"tables after a restart header",
          {{1, 1, true,
            [] {
                Bytes rest = {0, 5, 0, 0};
@@ -170,7 +170,7 @@ TEST(MjpgAssembler, PutsFragmentsBehindTheHeadersItMakes) {
         {"Q counts in the first fragment only",
          {{1, 1, false, Jpeg(0, 0, 50, {7})}, {2, 1, true, Jpeg(1, 9, 255, {8})}},
          Expected(0, 50, 0, {7, 8})},
-        {"what an offset jumps over is zero",
+        {"bytes that an offset skips are zero",
          {{1, 1, true, Jpeg(0, 0, 50, Bytes(9, 0x55))},
           {2, 2, false, Jpeg(0, 0, 50, {7})},
           {3, 2, true, Jpeg(4, 0, 50, {8})}},

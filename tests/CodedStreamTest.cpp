@@ -1,5 +1,5 @@
-// The coded streams as a user meets them, from the simulator's coders over the network to files,
-// which two decoders that know nothing of each other must take without complaint.
+// The coded streams from the simulator's encoders over the network to files, which two independent
+// decoders must accept without a warning.
 #include <charls/charls.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -30,7 +30,7 @@ using test::CSimulator;
 using test::InShell;
 using test::RunProgram;
 
-/// A folder of its own, gone with the scope.
+/// A temporary folder, removed at the end of the scope.
 struct SFolder {
     SFolder() : path(::mkdtemp((fs::temp_directory_path() / "koru-XXXXXX").string().data())) {}
     SFolder(const SFolder&) = delete;
@@ -39,7 +39,7 @@ struct SFolder {
     const std::string path;
 };
 
-/// "frame-000001" and so on: what the host calls the frames that it saves.
+/// Returns the name under which the host saves a frame.
 std::string Frame(const SFolder& folder, int number, const char* extension) {
     return folder.path + "/frame-00000" + std::to_string(number) + extension;
 }
@@ -49,14 +49,14 @@ Bytes Read(const std::string& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// What ffmpeg has to say of a file; nothing when it is content with all of it.
+/// Returns the warnings of ffmpeg about a file.
 std::string Ffmpeg(const std::string& file, const std::string& output) {
     return RunProgram(InShell("ffmpeg -nostdin -v warning -xerror -i " + file + " " + output +
                               " 2>&1 || echo '[failed]'"))
         .output;
 }
 
-/// Streams from 127.0.0.11 with --check, which must find nothing; gives what the host printed.
+/// Streams from 127.0.0.11 with --check, which must find no damage. Returns the host's output.
 std::string Stream(std::vector<std::string> options) {
     options.insert(options.begin(), {"qmxhost", "stream", "127.0.0.11", "--check"});
     CProgram host(options);
@@ -69,8 +69,8 @@ TEST(CodedStream, JpegFilesAreWholeInEveryForm) {
     if (const auto missing = test::MissingTool("ffmpeg -version"); !missing.empty()) {
         GTEST_SKIP() << missing;
     }
-    // None so small that its data lacks the byte FF: ffmpeg then takes the end of the picture for
-    // missing, whoever wrote it.
+    // All are large enough to contain the byte FF; otherwise ffmpeg reports that the end of the
+    // picture is missing.
     const char* const cases[] = {
         "q=10,restart=8,size=640x480",
         "q=50,subsampling=420,size=328x248",
@@ -116,7 +116,7 @@ TEST(CodedStream, JpegLsFilesHoldTheExactPicture) {
     }
 }
 
-// A bad network costs whole frames; of what arrives, nothing is damaged.
+// A bad network costs complete frames, and damages none.
 TEST(CodedStream, LossNeverDamagesAFrame) {
     for (const std::string type : {"raw", "jls", "jpeg"}) {
         const CSimulator camera(
@@ -128,7 +128,7 @@ TEST(CodedStream, LossNeverDamagesAFrame) {
     }
 }
 
-TEST(SavedFrames, WhatCannotBeSavedIsNamedAndLeavesNoCutFile) {
+TEST(SavedFrames, AFailedSaveIsReportedAndLeavesNoPartialFile) {
     const CSimulator cameras({"127.0.0.11,size=128x96", "127.0.0.12,size=64x160"});
     const test::CScriptedPeer boaster(
         {test::Ok(0),
@@ -144,13 +144,13 @@ TEST(SavedFrames, WhatCannotBeSavedIsNamedAndLeavesNoCutFile) {
         int status;
         const char* says;
     } rows[] = {
-        // 8 blocks of 512 bytes: a frame is longer in either form.
+        // 8 blocks of 512 bytes are less than a frame in either form.
         {"ulimit -f 8; qmxhost stream 127.0.0.11 --save $DIR", 1, "cannot write frame 1 "},
         {"ulimit -f 8; qmxhost stream 127.0.0.11 --save $DIR --as png", 1, "cannot write frame 1 "},
         {"qmxhost stream 127.0.0.11 --save /proc/self", 1, "cannot write frame 1 "},
-        // So tall a raw picture comes without pixels, which is no question of space and rights.
+        // A raw picture of this height has no pixels, which has nothing to do with disk space.
         {"qmxhost stream 127.0.0.12 --save $DIR --as png --count 2", 1, "were empty"},
-        // Room for a queue of such frames is not needed until they come.
+        // A queue of such frames needs no memory before they arrive.
         {std::string(test::sanitized ? "" : "ulimit -v 700000; ") +
              "qmxhost stream 127.0.0.13 --save $DIR --no-tree --duration 0.1",
          4, "no frame came"},
@@ -166,7 +166,7 @@ TEST(SavedFrames, WhatCannotBeSavedIsNamedAndLeavesNoCutFile) {
     EXPECT_NO_THROW(frames::CFrameQueue().Reserve(SIZE_MAX));
 }
 
-TEST(SavedFrames, AFrameWithoutAPictureIsPassedOver) {
+TEST(SavedFrames, AFrameWithoutAPictureIsSkipped) {
     const SFolder folder;
     for (const auto& type : {frames::rawType, frames::jlsType, frames::jpegType}) {
         qmxhost::CFrameSaver saver({folder.path, true, ""}, {1, 1, type});
@@ -193,8 +193,7 @@ TEST(SavedFrames, TheExampleHostWritesThem) {
     }
 }
 
-// A camera whose server, coder and payloader are others' work: what we know of JPEG over RTP is not
-// only our own reading of it.
+// A camera by other authors, because our own simulator may share our misreadings of RFC 2435.
 TEST(ForeignCamera, FramesDecode) {
     const std::string load =
         "/usr/bin/python3 -c \"import gi; gi.require_version('GstRtspServer', '1.0')\"";

@@ -29,13 +29,12 @@ TEST(DeviceProperties, OfANewDevice) {
     EXPECT_EQ(Get(*device, "/InitialFrameRate"), "9");
     EXPECT_EQ(Get(*device, "/UseInitialFrameRate"), "false");
     EXPECT_FALSE(Set(*device, "/FrameRate", 5.0));
-    EXPECT_TRUE(
-        Set(*device, "/Paused", false));  // no session: PLAY is refused, and nothing is said
+    EXPECT_TRUE(Set(*device, "/Paused", false));  // no session: PLAY is not sent
     EXPECT_EQ(Get(*device, "/Paused"), "true");
 }
 
-// A running raw stream pauses around the write; session and receiver stay, and a refused write
-// leaves the stream playing.
+// A running raw stream pauses around the write. Session and receiver remain, and after a refused
+// write the stream plays on.
 TEST(DeviceProperties, RateOfARawCameraLivesInItsNodeTree) {
     CJournal journal;
     CScriptedPeer tree({"OK double 25\n", "OK\n", "ERROR no\n", "OK string x\n", "OK\n"},
@@ -54,10 +53,10 @@ TEST(DeviceProperties, RateOfARawCameraLivesInItsNodeTree) {
     EXPECT_TRUE(Set(*device, "/FrameRate", 12.5));
     EXPECT_FALSE(Set(*device, "/FrameRate", 1e9));
     EXPECT_EQ(Get(*device, "/Paused"), "false");
-    EXPECT_EQ(Get(*device, "/FrameRate"), "failed");  // of another type
+    EXPECT_EQ(Get(*device, "/FrameRate"), "failed");  // a value of another type
     EXPECT_TRUE(Set(*device, "/Paused", true));
     EXPECT_EQ(Get(*device, "/Paused"), "true");
-    EXPECT_TRUE(Set(*device, "/FrameRate", 5.0));  // stays paused
+    EXPECT_TRUE(Set(*device, "/FrameRate", 5.0));  // remains paused
     EXPECT_TRUE(device->IsStreaming());
     EXPECT_EQ(journal.Methods(),
               "OPTIONS DESCRIBE SETUP PLAY GET PAUSE SET PLAY PAUSE SET PLAY GET PAUSE SET");
@@ -70,7 +69,7 @@ TEST(DeviceProperties, RateOfARawCameraLivesInItsNodeTree) {
     EXPECT_EQ(Get(*device, "/FrameRate"), "4") << "no rate of the raw camera was kept";
 }
 
-// The rate is part of the setup path: a new one means a new session on a new connection, with the
+// The rate is part of the SETUP path: a new rate needs a new session on a new connection, with the
 // same callback.
 TEST(DeviceProperties, RateOfACompressedCameraMeansANewSession) {
     const Answers begun = Joined(openingMjls, starting, stopping);
@@ -81,7 +80,7 @@ TEST(DeviceProperties, RateOfACompressedCameraMeansANewSession) {
     device->SetFormat(8, 6, priv::pixelTypeJpegLs);
     int context = 0;
     ASSERT_TRUE(device->StartContinuous(Ignore, &context));
-    EXPECT_EQ(Get(*device, "/FrameRate"), "9");  // shown, not asked for
+    EXPECT_EQ(Get(*device, "/FrameRate"), "9");  // shown, but not requested
     EXPECT_TRUE(Set(*device, "/FrameRate", 7.4));
     EXPECT_TRUE(Set(*device, "/FrameRate", 7.4));
     EXPECT_EQ(Get(*device, "/FrameRate"), "7.4");
@@ -103,7 +102,7 @@ TEST(DeviceProperties, RateOfACompressedCameraMeansANewSession) {
     EXPECT_EQ(UrlPath(camera, 12), "/mjls");
 }
 
-// The first start adopts it, even though that start fails.
+// The first start adopts it, even if that start fails.
 TEST(DeviceProperties, TheInitialRateBecomesTheRate) {
     CScriptedPeer camera(Joined({Ok(), Refusal(), Description(mjlsBody), Description(jpegBody)},
                                 {Refusal()}, starting, {Refusal(), Ok()}),

@@ -1,5 +1,5 @@
-// A device with scripted results of system and discovery: a browse that finds two cameras of one
-// name, a start without sockets, and a host name that no longer resolves.
+// A device with scripted results of the system and of discovery: two cameras with the same name, a
+// start without sockets, and a host name that no longer resolves.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -20,7 +20,7 @@ int browses = 0;
 
 }  // namespace
 
-// In place of the system's.
+// Replace the functions of the system.
 int socket(int domain, int type, int protocol) noexcept {
     static auto* const real = reinterpret_cast<decltype(&socket)>(::dlsym(RTLD_NEXT, "socket"));
     if (socketsLeft < 0 || socketsLeft-- > 0) return real(domain, type, protocol);
@@ -48,10 +48,11 @@ namespace {
 using namespace qmx::cam;
 using namespace test;
 
-// The host flags the entry "Name" when the user has fixed it. Then the last camera of that name is
-// used. Without a flag, or without such a camera, it is the one at the address.
+// If the host has flagged the entry "Name", the last camera of that name is used. Without the flag,
+// or without such a camera, it is the one at the address.
 TEST(DeviceSystem, FindsItsCameraByName) {
-    const Answers streams = {"ERROR\n", "OK\n", "ERROR\n"};  // no .gcam, an .rtp, no switch for it
+    const Answers streams = {"ERROR\n", "OK\n",
+                             "ERROR\n"};  // no .gcam, an .rtp, no streaming switch
     const struct {
         const char* name;
         std::uint8_t entryFlag;
@@ -66,7 +67,7 @@ TEST(DeviceSystem, FindsItsCameraByName) {
         info.parameters["Name"].setValue(name);
         info.parameters["Name"].entryFlag = entryFlag;
         browses = 0;
-        qmx::logger().SetVerbose(true);  // details are still not asked for
+        qmx::logger().SetVerbose(true);  // details are still not requested
         EXPECT_TRUE(MakeDevice()->Open(info, treeAndStreams)) << name;
         qmx::logger().SetVerbose(false);
         EXPECT_EQ(browses, entryFlag);
@@ -75,7 +76,7 @@ TEST(DeviceSystem, FindsItsCameraByName) {
 }
 
 // A failed start leaves no socket open, and the next one streams, unless the camera had already
-// granted a session: that one must be ended first.
+// granted a session, which must be ended first.
 TEST(DeviceSystem, AStartMayLackSocketsOrAnAddress) {
     for (const int sockets : {0, 1, 2}) {
         const bool granted = sockets == 2;

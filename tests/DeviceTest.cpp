@@ -37,7 +37,7 @@ std::string Catalogue(IDevice& device) {
     return text;
 }
 
-/// Runs something and gives what it wrote to the log.
+/// Runs an action and returns its lines in the log.
 template <class Action>
 std::string LogOf(Action action) {
     testing::internal::CaptureStderr();
@@ -101,7 +101,7 @@ TEST(Device, RegistersItsPixelTypes) {
     EXPECT_EQ(Text(priv::pixelTypeJpeg), "BD7EEE6E-81B9-4D4D-A795-D40C99D6D91B");
 }
 
-// The descriptions of a camera decide how an opening ends. In every case another camera can be
+// The descriptions of a camera determine the result of `Open`. In every case another camera can be
 // opened afterwards, and only the catalogue of the first one remains.
 TEST(Device, OpensWhatACameraDescribes) {
     const std::string odd =
@@ -129,7 +129,7 @@ TEST(Device, OpensWhatACameraDescribes) {
         const bool opens = row.log.empty();
         CScriptedPeer peer(row.answers, "127.0.0.1", rtspPort);
         CScriptedPeer next(opening, "127.0.0.2", rtspPort);
-        // Serves both addresses, but only after the connection before has been closed.
+        // Serves both addresses, but one connection at a time: the first must have been closed.
         CScriptedPeer tree({"OK double 25\n"}, "0.0.0.0", treePort, "\n");
         const TSharedPtr<IDevice> device = MakeDevice();
         EXPECT_EQ(LogOf([&] { EXPECT_EQ(device->Open(Camera(), treeAndStreams), opens); }),
@@ -153,7 +153,7 @@ TEST(Device, OpensWhatACameraDescribes) {
 TEST(Device, KeepsAnAddressUntilItIsClosed) {
     CScriptedPeer peer(opening, "127.0.0.2", rtspPort);
     const TSharedPtr<IDevice> device = MakeDevice();
-    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), 4));  // an unknown bit
+    EXPECT_TRUE(device->Open(Camera("127.0.0.2"), 4));  // with an unknown bit
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(device->Open(Camera("127.0.0.3"), treeAndStreams)); }),
               "CKORURTSPDevice::Open: arbConnect(127.0.0.2) failed.\n");
     EXPECT_EQ(peer.Methods(), "") << "the node tree comes first";
@@ -219,7 +219,7 @@ TEST(Device, StartsStopsAndStartsAgain) {
     EXPECT_TRUE(callback == Ignore && given == &context);
     EXPECT_TRUE(device->Resume());
     EXPECT_FALSE(device->Resume() || device->IsSuspended());
-    device->SetFormat(640, 480, priv::pixelTypeRaw);  // the same stream, but anew
+    device->SetFormat(640, 480, priv::pixelTypeRaw);  // the same stream, restarted
     device->SetFormat(320, 480, priv::pixelTypeRaw);
     EXPECT_TRUE(device->IsStreaming());
     EXPECT_EQ(LogOf([&] { EXPECT_TRUE(device->SetFormat(320, 480, priv::pixelTypeJpeg)); }),
@@ -234,7 +234,7 @@ TEST(Device, StartsStopsAndStartsAgain) {
 }
 
 // Neither a stop nor a close ends the receiver of a paused device. The first start after the close
-// fails and ends what was left over; the second one streams.
+// fails and ends that receiver; the second one streams.
 TEST(Device, StreamsAgainAfterACloseWhilePaused) {
     const Answers leftOver = Joined(opening, starting, stopping, opening);
     CScriptedPeer peer(Joined(leftOver, {Ok(setUp), Ok()}, starting, stopping), "127.0.0.1",
@@ -264,8 +264,8 @@ TEST(Device, StreamsAgainAfterACloseWhilePaused) {
               "PLAY PAUSE TEARDOWN");
 }
 
-// A camera that refuses TEARDOWN keeps the session of a paused device past a close. Where it lets
-// the session play on, that is a stream like any other; where not, a start ends the receiver.
+// If a camera refuses TEARDOWN, the session of a paused device survives a close. If it can be
+// resumed, it is a stream like any other; if not, a start ends the receiver.
 TEST(Device, APausedSessionMayOutliveAClose) {
     const Answers kept = Joined(opening, starting, {Ok(), Refusal()}, opening);
     CScriptedPeer peer(Joined(kept, {starting.back()}, stopping, starting), "127.0.0.1", rtspPort);
@@ -289,8 +289,8 @@ TEST(Device, APausedSessionMayOutliveAClose) {
               "OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE PLAY PAUSE TEARDOWN");
 }
 
-// A stop from the frame callback would wait for its own thread. Each operation that stops the
-// stream throws there, before it has changed the device or sent anything to the camera.
+// A stop from the frame callback would wait for its own thread. Operations that stop the stream
+// throw there, before they change the device or send anything to the camera.
 TEST(Device, ACallbackMayTryToStopInVain) {
     const CUdpPeer camera;
     const std::string ports = "Transport: server_port=1-" + std::to_string(camera.port()) + "\r\n";
@@ -344,9 +344,9 @@ TEST(FormatSearch, TakesWhatIsCloserInBothDimensions) {
         {"worse in one dimension", {{640, 100}, {100, 480}}, 640, 480, 0},
         {"the other order", {{100, 480}, {640, 100}}, 640, 480, 0},
         {"farther than nothing", {{640, 480}}, 300, 240, -1},
-        {"no width wanted", {{640, 480}}, 0, 480, -1},
+        {"width 0 requested", {{640, 480}}, 0, 480, -1},
         {"a format without a height", {{640, 0}}, 640, 480, -1},
-        {"sizes beyond 16 bits don't wrap", {{65536 + 640, 480}, {600, 400}}, 640, 480, 1},
+        {"sizes beyond 16 bits do not wrap", {{65536 + 640, 480}, {600, 400}}, 640, 480, 1},
         {"sizes beyond 31 bits are far", {{0x80000000u + 640, 480}}, 640, 480, -1},
     };
     for (const auto& row : cases) {

@@ -1,5 +1,5 @@
-// Discovery, the interface object and the entry point against scripted libraries: the browse, the
-// node tree, the log and the factory are this file's own, and keep a journal of every call.
+// Discovery, the interface object and the entry point with scripted libraries: this file defines
+// the browse, the node tree, the log and the factory, and records every call in a journal.
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -23,7 +23,7 @@ namespace {
 
 using Nodes = std::map<std::string, std::string>;
 
-/// What the libraries have to say, and what they were asked.
+/// The results of the libraries, and the calls that they received.
 struct SScript {
     std::vector<std::pair<std::string, std::string>> announced;  // address and name
     std::map<std::string, Nodes> trees;                          // by address
@@ -48,7 +48,7 @@ std::uint32_t Address(const std::string& text) {
     return address;
 }
 
-/// A node's value; null when there is none, or no such connection.
+/// Returns the value of a node; null without such a node or connection.
 const std::string* Node(ArbHandle connection, const char* path) {
     EXPECT_TRUE(script.connections.contains(connection)) << path;
     const Nodes& nodes = script.trees[script.addresses[connection]];
@@ -62,11 +62,11 @@ std::int32_t dns_sd(const char* serviceType, DnsSdCallback callback, void* conte
                     std::int32_t browseArgument) {
     Note(std::string(serviceType) + " " + std::to_string(browseArgument));
     for (const auto& [address, name] : script.announced) {
-        const auto copy = std::make_unique<std::string>(name);  // gone after the call
+        const auto copy = std::make_unique<std::string>(name);  // destroyed after the call
         callback(Address(address), copy->c_str(), context);
         copy->assign(copy->size(), '?');
     }
-    return -1;  // nobody may rely on the result
+    return -1;  // the result must be ignored
 }
 std::int32_t arbConnect(ArbHandle* connection, const char* address, std::int32_t options) {
     Note(std::string("connect ") + address);
@@ -125,7 +125,7 @@ namespace {
 using namespace qmx;
 using namespace qmx::cam;
 
-/// Takes the registration of the plug-in.
+/// Receives the registration of the plug-in.
 class CFactory final : public IInterfaceFactory {
    public:
     bool RegisterInterface(const CString& id, CreateFunction create,
@@ -175,7 +175,7 @@ SFound Find(bool logDetails, bool verbose, const char* listedBefore = nullptr) {
     return found;
 }
 
-TEST(Discovery, JudgesACameraByItsNodeTree) {
+TEST(Discovery, AcceptsCamerasByTheirNodeTree) {
     const std::string prefix = "log KORURTSP::FindCaptureDevices(10.0.0.5): ";
     const std::string gcam = "connect 10.0.0.5\nverify .gcam\n";
     const std::string rtp = gcam + "verify .rtp\n";
@@ -283,7 +283,7 @@ TEST(Discovery, ThrowsRatherThanListSomeOfTheCameras) {
     EXPECT_GT(needed, 5);
 }
 
-/// How many delegates share the list of a sink.
+/// Number of delegates that share the object of a sink.
 int sinks = 0;
 constexpr SDelegateManager counting = {[](void* object) {
                                            ++sinks;
@@ -374,7 +374,7 @@ TEST(Entry, RegistersTheInterface) {
     EXPECT_EQ(alive, 1) << "an object of another class is left alone";
     IInterface* const created = factory.created();
     EXPECT_STREQ(created->typeId.c_str(), "KORURTSP");
-    factory.destroyed(created);  // a leak is the sanitizer's to find
+    factory.destroyed(created);  // the address sanitizer detects a leak
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The whole system as a user meets it: the small host loads the plug-in and reaches simulated
-// cameras by real multicast DNS, node tree, RTSP and RTP.
+// The whole system: the small host loads the plug-in and reaches simulated cameras by multicast
+// DNS, node tree, RTSP and RTP.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -41,7 +41,7 @@ TEST(EndToEnd, FindsTheCamerasThatCanStream) {
     EXPECT_TRUE(shell("state")["connected"] == true);
 }
 
-// More than one answer packet holds, and names as long as they may be.
+// More cameras than fit into one response packet, and names of the greatest length.
 TEST(EndToEnd, FindsTwoHundredCameras) {
     std::vector<std::string> cameras;
     std::set<std::string> names;
@@ -54,7 +54,7 @@ TEST(EndToEnd, FindsTwoHundredCameras) {
     const CSimulator simulator(cameras);
     CShell shell;
     std::set<std::string> found;
-    // A busy machine may not get through them all within the second that a browse takes.
+    // On a busy machine one browse of a second may not find all of them.
     for (int search = 0; search < 50 && found.size() < names.size(); ++search) {
         const json answer = shell("enumerate");
         for (const json& device : answer["devices"]) found.insert(device["Name"]);
@@ -71,7 +71,7 @@ TEST(EndToEnd, StreamsEveryFrameExactly) {
               60);
 }
 
-// What a device can do with a camera that misbehaves in each way that the simulator knows.
+// Which operations succeed with a camera for each faulty behaviour of the simulator.
 TEST(EndToEnd, SurvivesOddCameras) {
     const std::pair<const char*, const char*> cases[] = {
         {"silent", "close"},
@@ -91,7 +91,7 @@ TEST(EndToEnd, SurvivesOddCameras) {
         for (const char* const step : {"open 127.0.0.11 3", "setformat 64 48 raw", "start",
                                        "wait 2 20000", "stop", "close"}) {
             const std::string name = std::string(step).substr(0, std::string(step).find(' '));
-            if (name == "wait" && !done.ends_with("start")) continue;  // nothing will come
+            if (name == "wait" && !done.ends_with("start")) continue;  // no frame will come
             if (shell.Ok(step) && name != "setformat") done += (done.empty() ? "" : " ") + name;
         }
         EXPECT_EQ(done, expected) << quirk;
@@ -99,7 +99,7 @@ TEST(EndToEnd, SurvivesOddCameras) {
     }
 }
 
-TEST(EndToEnd, TellsAUserWhatWentWrong) {
+TEST(EndToEnd, ReportsWhatWentWrong) {
     const CSimulator camera({"127.0.0.11,name=Roof,tree=off"});
     struct {
         std::vector<std::string> arguments;
@@ -125,11 +125,11 @@ TEST(EndToEnd, TellsAUserWhatWentWrong) {
     }
 }
 
-// Stopped by a signal, or with a result that nobody can read: either way the camera is let go.
-TEST(EndToEnd, EveryEndOfAStreamIsInOrder) {
+// Whether a signal ends the stream or its output fails, the session on the camera is ended.
+TEST(EndToEnd, EveryEndOfAStreamReleasesTheCamera) {
     CSimulator camera({"127.0.0.11,size=64x48"});
     for (const int signal : {SIGINT, SIGHUP, SIGTERM}) {
-        // The last host has outlived its terminal on purpose.
+        // The last host ignores hang-ups, as with nohup.
         CProgram host(InShell(std::string(signal == SIGTERM ? "trap '' HUP; " : "") +
                               "exec qmxhost stream 127.0.0.11 --json"));
         EXPECT_FALSE(host.ReadLine().empty());  // it streams
@@ -166,14 +166,16 @@ TEST(EndToEnd, EveryEndOfAStreamIsInOrder) {
     EXPECT_EQ(goodbyes, 10);
 }
 
-// What cannot run says why in one line; it neither ends by a signal nor calls the network empty.
+// A program that lacks a resource reports it in one line. It neither crashes nor claims that there
+// are no cameras.
 TEST(EndToEnd, NamesTheResourceThatIsShort) {
     const auto expectLine = [](const std::string& limit, const std::string& program,
                                const char* says) {
         const SOutcome outcome =
             RunProgram(InShell("echo enumerate | { ulimit " + limit + "; exec " + program + "; }"));
         SCOPED_TRACE(program + limit + ": " + outcome.errors);
-        const bool shell = program.ends_with("shell");  // it answers, and says so of the browse
+        const bool shell =
+            program.ends_with("shell");  // it runs, and the browse reports the failure
         EXPECT_EQ(outcome.status, shell ? 0 : 1);
         EXPECT_EQ(outcome.output.empty(), !shell);
         EXPECT_TRUE(Contains(outcome.errors, says));
@@ -181,7 +183,7 @@ TEST(EndToEnd, NamesTheResourceThatIsShort) {
     };
     for (int number = test::sanitized ? 6 : 5; number <= 14; ++number) {
         for (const char* const program : {"korusim 127.0.0.12", "qmxhost list", "qmxhost shell"}) {
-            if (number > 8 && *program == 'q') continue;  // enough for a search
+            if (number > 8 && *program == 'q') continue;  // sufficient for a search
             expectLine("-n " + std::to_string(number), program, "too few file descriptors");
         }
     }
@@ -203,22 +205,22 @@ TEST(EndToEnd, ReportsACameraThatGoesAway) {
     EXPECT_FALSE(Contains(host.Errors(), "firewall")) << host.Errors();
     std::string last;
     for (std::string line; !(line = host.ReadLine()).empty();) last = line;
-    EXPECT_LT(json::parse(last)["seconds"], 10);  // it takes as long for mere silence
-    // The camera has forgotten the session, the device object has not.
+    EXPECT_LT(json::parse(last)["seconds"], 10);  // without the closed connection it takes 10 s
+    // The restarted camera does not know the session that the device object still has.
     const CSimulator second({"127.0.0.11,size=64x48"});
     EXPECT_TRUE(shell.Ok("close") && shell.Ok("open 127.0.0.11 3") && !shell.Ok("start"));
     EXPECT_TRUE(shell.Ok("new") && shell.Stream() && shell.Ok("stop"));
 }
 
-// More of them than a camera has room for, against one who streams and one who comes.
-TEST(EndToEnd, IdleConnectionsKeepNobodyOut) {
+// More idle connections than a camera accepts, one client that streams and a new one.
+TEST(EndToEnd, IdleConnectionsDoNotBlockClients) {
     const CSimulator camera({"127.0.0.11,size=64x48"});
     CShell shell;
     EXPECT_TRUE(shell.Stream() && shell.Ok("get FrameRate"));
     std::vector<platform::CSocket> idle;
     const std::string options = "OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n";
     for (int i = 0; i < 80; ++i) {
-        const bool rtsp = i < 40;  // these are younger than the session, and have said something
+        const bool rtsp = i < 40;  // these are newer than the session and have sent a request
         const auto handle = idle.emplace_back(platform::OpenTcpSocket()).handle();
         ASSERT_TRUE(platform::ConnectSocket(
             handle,
@@ -230,7 +232,7 @@ TEST(EndToEnd, IdleConnectionsKeepNobodyOut) {
     EXPECT_EQ(RunProgram({"qmxhost", "formats", "127.0.0.11"}).status, 0);
     EXPECT_TRUE(shell.Ok("clear") && shell.Ok("wait 9 20000"));
     EXPECT_TRUE(shell.Ok("get FrameRate") && shell.Ok("set Paused true"));
-    EXPECT_EQ(shell("get Paused")["value"], true);  // the camera has answered
+    EXPECT_EQ(shell("get Paused")["value"], true);  // the camera has responded
 }
 
 }  // namespace

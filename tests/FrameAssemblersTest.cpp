@@ -29,8 +29,7 @@ Bytes Zraw(std::uint32_t lineLength, std::uint32_t lineNumber,
     return payload;
 }
 
-/// Feeds packets to one assembler; a delivered frame is "" or its bytes in hexadecimal, a packet
-/// that delivers nothing gives "-".
+/// Passes packets to one depacketizer. Returns a delivered frame as hexadecimal text, "-" for none.
 class CFeed {
    public:
     std::string operator()(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
@@ -80,26 +79,26 @@ TEST(ZrawAssembler, FindsHeadersAndPixels) {
 
 TEST(ZrawAssembler, PlacesLinesAndKeepsTheBuffer) {
     CFeed feed;
-    // 3 pixels: room for 6 lines of 6 bytes, zero where nobody wrote.
+    // 3 pixels: room for 6 lines of 6 bytes, which are zero until they are written.
     EXPECT_EQ(feed(1, 1, false, Zraw(3, 0, {0}, {1, 1, 1, 1, 1, 1})), "-");
     EXPECT_EQ(feed(2, 1, true, Zraw(3, 2, {0}, {3, 3, 3, 3, 3, 3})),
               "010101010101000000000000030303030303");
-    // The last line fits by half, the one behind it not at all.
+    // The last line fits partly, the one after it not at all.
     EXPECT_EQ(feed(3, 2, false, Zraw(3, 0, {0}, {4, 4})), "-");
     EXPECT_EQ(feed(4, 2, true, Zraw(3, 5, {1, 0}, {5, 5, 5, 5, 5, 5, 6, 6, 6, 6, 6, 6})).size(),
               72u);
     EXPECT_EQ(feed(5, 3, false, Zraw(3, 0, {0}, {4, 4})), "-");
     EXPECT_EQ(feed(6, 3, true, Zraw(3, 32767, {0}, {7, 7})), "");
-    // A shorter line keeps the buffer, and its offsets follow; old bytes stay under it.
+    // A shorter line keeps the buffer with its old bytes; offsets follow from its length.
     EXPECT_EQ(feed(7, 4, false, Zraw(1, 0, {0}, {8, 8})), "-");
     EXPECT_EQ(feed(8, 4, true, Zraw(1, 2, {0}, {9, 9})), "080801010909");
-    // A marker without pixels ends the frame at nothing.
+    // A marker without pixels ends the frame with no bytes.
     EXPECT_EQ(feed(9, 5, false, Zraw(1, 0, {0}, {8, 8})), "-");
     EXPECT_EQ(feed(10, 5, true, Zraw(1, 1, {0}, {})), "");
 }
 
-// The buffer holds twice as many lines as a line has pixels. The doubled length wraps at 16 bits
-// and the size at 32 bits, and 32 MiB is the most. Pixels beyond the buffer are cut off.
+// The buffer has twice as many lines as a line has pixels. The doubled length wraps at 16 bits, the
+// size at 32 bits; the limit is 32 MiB. Pixels beyond the buffer are cut off.
 TEST(ZrawAssembler, SizesItsBufferByTheLineLength) {
     struct {
         std::uint32_t lineLength;
@@ -125,7 +124,8 @@ TEST(ZrawAssembler, SizesItsBufferByTheLineLength) {
     }
 }
 
-// No frame may show the host memory that held something else, at its first size and when it grows.
+// No frame may expose earlier contents of the host's memory, neither at its first size nor when it
+// grows.
 TEST(ZrawAssembler, NewMemoryIsZero) {
     CFeed feed;
     std::uint16_t sequence = 0;
@@ -149,8 +149,8 @@ struct SGateStep {
     const char* frame;
 };
 
-// The loss policy, the same for all payload kinds. A frame start writes 11 to line 0 and any other
-// packet 22 to line 1, so that what is delivered shows what was accepted.
+// The loss policy of all payload kinds. A frame start writes 11 to line 0, any other packet 22 to
+// line 1, so that a delivered frame shows which packets were accepted.
 TEST(FrameGate, DeliversWholeFramesOnly) {
     const std::pair<const char*, std::vector<SGateStep>> cases[] = {
         {"in order", {{1, 5, true, false, "-"}, {2, 5, false, true, "11112222"}}},

@@ -1,4 +1,3 @@
-// What proves that a delivered frame is the one that was sent.
 #include "FrameStamp.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +18,7 @@ Bytes Part(const Bytes& bytes, std::size_t from, std::size_t to) {
             bytes.begin() + static_cast<std::ptrdiff_t>(to)};
 }
 
-TEST(FrameStamp, ShowsEveryChangedByteOfAnExactPicture) {
+TEST(FrameStamp, DetectsEveryChangedByteOfALosslessPicture) {
     Bytes picture(2 * 40, 0x5A);
     WriteStamp(picture, 0xFEDCBA98);
     EXPECT_EQ(ReadStamp(picture).state, EStamp::Good);
@@ -34,14 +33,14 @@ TEST(FrameStamp, ShowsEveryChangedByteOfAnExactPicture) {
     EXPECT_EQ(ReadStamp(Bytes(80)).state, EStamp::Absent);
 }
 
-/// A grey picture with blocks.
+/// Returns a grey picture with a block stamp.
 Bytes Blocks(std::size_t width, std::size_t height, std::uint32_t number) {
     Bytes picture(width * height, 100);
     WriteBlockStamp({picture, width}, number);
     return picture;
 }
 
-TEST(FrameStamp, ShowsAPictureThatIsCutMovedOrMixed) {
+TEST(FrameStamp, DetectsAPictureThatIsCutShiftedOrMixed) {
     constexpr std::size_t width = 320;
     constexpr std::size_t height = 240;
     const Bytes one = Blocks(width, height, 41);

@@ -1,5 +1,5 @@
-// Cameras that break off, fall silent or go, in every state: what the device answers, in what time,
-// and that it can be closed, opened and started again.
+// Cameras that disconnect or fall silent, in every state: the result of each call, its time, and
+// that the device can be closed, opened and started again.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -20,7 +20,7 @@ using namespace test;
 
 const std::string playing = "Session: s\r\n";
 
-/// What a camera answers in a life of one stream, in order.
+/// The responses of a camera during one stream, from opening to stop.
 const Answers life = Joined(opening, starting, stopping);
 
 bool Start(IDevice& device) {
@@ -28,9 +28,9 @@ bool Start(IDevice& device) {
            device.StartContinuous(Ignore, nullptr);
 }
 
-// The connection ends within an answer, at each of its bytes. The step fails, nothing is left
-// running, and the next life works; where the camera may still know the session, it takes a close
-// on the new connection to end it.
+// The connection ends after each byte of each response. The step fails, nothing is left running,
+// and the next stream works; where the camera may still know the session, a close on the new
+// connection has to end it first.
 TEST(HostileCamera, AnAnswerMayBreakOffAtAnyByte) {
     for (std::size_t step = 0; step < life.size(); ++step) {
         const bool sessionStands = step >= 3;
@@ -40,7 +40,7 @@ TEST(HostileCamera, AnAnswerMayBreakOffAtAnyByte) {
             answers.insert(answers.end(), life.begin(), life.begin() + static_cast<long>(step));
             answers.push_back(whole.substr(0, length) + closeConnection);
             if (sessionStands) {
-                // PAUSE first where the camera may still play.
+                // PAUSE comes first if the camera may still play.
                 answers = Joined(answers, opening, step == 4 ? stopping : Answers{Ok()});
             }
             answers = Joined(answers, life);
@@ -73,10 +73,10 @@ using Device = TSharedPtr<IDevice>;
 
 const std::string refused = "RTSP/1.0 500 No\r\n\r\n";
 
-/// What has happened before the call that is timed; the camera answers all of it at once.
+/// The state before the timed call. The camera responds at once until then.
 enum class EBefore { Nothing, Opened, Started, Paused, Suspended, Closed, ClosedWhilePaused };
 
-/// Brings a device into a state; a step that the camera refuses is not one of the test's.
+/// Brings a device into a state.
 void Prepare(Device& device, EBefore state, const std::function<bool()>& open,
              const std::function<bool()>& start) {
     if (state == EBefore::Nothing) return;
@@ -91,8 +91,8 @@ void Prepare(Device& device, EBefore state, const std::function<bool()>& open,
     }
 }
 
-// Each receive from a silent camera takes 5 s, and no call, in any state, makes more of them than
-// these. The states behind a close are those of a camera that refused to end its session.
+// Each receive from a silent camera takes 5 s, and no call in any state makes more of them than
+// listed. After a close, the camera has refused to end its session.
 TEST(HostileCamera, SilenceCostsABoundedTime) {
     const std::string missing = "RTSP/1.0 404 Not Found\r\n\r\n";
     const Answers opened(life.begin(), life.begin() + 2);
@@ -118,10 +118,10 @@ TEST(HostileCamera, SilenceCostsABoundedTime) {
     struct {
         const char* name;
         EBefore before;
-        Answers answers;  // behind them the camera is silent
-        int receives;     // that the action waits for in vain
+        Answers answers;  // afterwards the camera is silent
+        int receives;     // that time out during the action
         bool succeeds;
-        std::function<bool(Device&)> action;  // none: opening
+        std::function<bool(Device&)> action;  // null: `Open`
     } const cases[] = {
         {"open, OPTIONS", EBefore::Nothing, {}, 1, false, nullptr},
         {"open, DESCRIBE twice", EBefore::Nothing, {Ok(0)}, 2, false, nullptr},
@@ -147,7 +147,7 @@ TEST(HostileCamera, SilenceCostsABoundedTime) {
          [](Device& device) { return device->SetFormat(320, 240, priv::pixelTypeRaw); }},
         {"pause", EBefore::Started, started, 1, true,
          [](Device& device) { return Set(*device, "/Paused", 1); }},
-        {"play on", EBefore::Paused, paused, 1, true,
+        {"resume after a pause", EBefore::Paused, paused, 1, true,
          [](Device& device) { return Set(*device, "/Paused", 0); }},
         {"set a raw rate", EBefore::Started, started, 1, false, setRate},
         {"set a compressed rate", EBefore::Started, compressed, 5, false, setRate},
@@ -157,7 +157,7 @@ TEST(HostileCamera, SilenceCostsABoundedTime) {
         {"destroy while paused", EBefore::Paused, paused, 1, true, destroy},
         {"destroy, still playing", EBefore::Closed, stillPlaying, 0, true, destroy},
     };
-    std::vector<std::thread> threads;  // all at once, each on an address of its own
+    std::vector<std::thread> threads;  // at the same time, each with its own address
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         threads.emplace_back([&row = cases[i], address = "127.0.0." + std::to_string(i + 1)] {
             SCOPED_TRACE(row.name);
@@ -180,7 +180,7 @@ TEST(HostileCamera, SilenceCostsABoundedTime) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// The node tree has a limit of its own, 2 s for a connection and for each exchange.
+// The node tree has a limit of 2 s for a connection and for each exchange.
 TEST(HostileCamera, ASilentNodeTreeCostsABoundedTime) {
     const auto expect = [](const char* what, double least, const std::function<bool()>& action) {
         const auto begun = std::chrono::steady_clock::now();

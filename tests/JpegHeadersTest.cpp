@@ -6,14 +6,14 @@
 #include <cstring>
 #include <vector>
 
-// After <cstdio>, which it needs and doesn't include.
+// After <cstdio>, which it needs but does not include.
 #include <jpeglib.h>
 
 namespace {
 
 using namespace qmx::cam;
 
-/// libjpeg's own tables: an independent source for every constant of the headers.
+/// The tables of libjpeg: an independent source for every constant of the headers.
 class CReference {
    public:
     CReference() {
@@ -24,7 +24,7 @@ class CReference {
         jpeg_set_defaults(&compressor);
     }
     ~CReference() { jpeg_destroy_compress(&compressor); }
-    /// A table, luminance or chrominance, in row order.
+    /// Returns the table of luminance (0) or chrominance (1) in row order.
     std::vector<int> Quantizer(int table, int quality) {
         jpeg_set_quality(&compressor, quality, TRUE);
         const auto& entries = compressor.quant_tbl_ptrs[table]->quantval;
@@ -45,7 +45,7 @@ class CReference {
     jpeg_error_mgr errors{};
 };
 
-// RFC 2435 scales as libjpeg does, but that 99 is the best there is.
+// RFC 2435 scales as libjpeg does, except that 99 is the highest quality.
 TEST(JpegTables, AgreeWithAnIndependentSource) {
     CReference reference;
     for (int quality = 0; quality < 128; ++quality) {

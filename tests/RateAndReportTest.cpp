@@ -1,5 +1,5 @@
-// Frame rate, pause and reception reports, from the small host's shell down to what the simulated
-// camera got. The rates of a test lie so far apart that a slow machine can't blur them.
+// Frame rate, pause and reception reports, from the small host's shell to the simulated camera. The
+// rates of a test differ so much that a slow machine does not matter.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -20,7 +20,7 @@ using test::RunProgram;
 using test::SOutcome;
 using test::WaitFor;
 
-/// What the simulator tells when it ends; no receiver may have made a mistake in its RTCP.
+/// Returns the summary of the simulator. It must not report invalid RTCP.
 std::string End(CSimulator& camera) {
     camera.Signal(SIGTERM);
     EXPECT_EQ(camera.Wait(), 0);
@@ -29,7 +29,7 @@ std::string End(CSimulator& camera) {
     return summary;
 }
 
-/// A kind of camera, and how the host calls its format.
+/// A kind of camera, and the name of its format.
 struct SKind {
     const char* streams;
     const char* type;
@@ -45,8 +45,8 @@ INSTANTIATE_TEST_SUITE_P(RateAndReport, EachKind,
                          testing::Values(SKind{"raw", "raw"}, SKind{"mjls", "jls"}),
                          [](const auto& kind) { return std::string(kind.param.streams); });
 
-// A raw camera takes the rate from its node tree within the session, a compressed one at the SETUP
-// of a new session; the host's callback stays in either case.
+// A raw camera gets the rate by its node tree within the session, a compressed one by the SETUP of
+// a new session. The host's callback remains in both cases.
 TEST_P(EachKind, ARunningStreamTakesANewRate) {
     CSimulator camera({Camera("rate=5")});
     CShell shell;
@@ -78,7 +78,7 @@ TEST_P(EachKind, APauseKeepsSessionAndReceiver) {
     for (int i = 0; i < 2; ++i) {
         ASSERT_TRUE(shell.Ok("set Paused true"));
         EXPECT_EQ(shell("get Paused")["value"], true);
-        EXPECT_EQ(shell("state")["streaming"], true);  // for the host it goes on
+        EXPECT_EQ(shell("state")["streaming"], true);  // the host sees a running stream
         EXPECT_EQ(shell("callback")["callback"], true);
         ASSERT_TRUE(shell.Ok("clear"));
         EXPECT_FALSE(shell.Ok("wait 5 200"));  // but for one that was on its way
@@ -101,7 +101,8 @@ TEST(RateAndReport, TheCommandLineGetsAndSets) {
     for (const std::string address : {"127.0.0.11", "127.0.0.12"}) {
         const SOutcome get = RunProgram({"qmxhost", "get", address, "--json"});
         EXPECT_EQ(get.status, 0) << get.errors;
-        // Of a compressed camera the rate that the host would ask for: it can't be read there.
+        // The rate of a compressed camera cannot be read; this is the one that the host would
+        // request.
         EXPECT_EQ(json::parse(get.output)["properties"],
                   (json{{"/FrameRate", address.ends_with("11") ? 7 : 9},
                         {"/Paused", true},
@@ -114,8 +115,8 @@ TEST(RateAndReport, TheCommandLineGetsAndSets) {
     }
 }
 
-// Without sender reports the receiver says nothing but its opening words; with them it reports at
-// each fourth.
+// Without sender reports the receiver sends only its initial report; with them it reports at every
+// fourth.
 TEST(RateAndReport, ASilentReceiverLosesItsStream) {
     CSimulator cameras({"127.0.0.11,size=64x48,rate=50,sr=0,rtcp-timeout=1.5",
                         "127.0.0.12,size=64x48,rate=50,sr=0.1,rtcp-timeout=1.5"});
@@ -125,7 +126,7 @@ TEST(RateAndReport, ASilentReceiverLosesItsStream) {
     ASSERT_TRUE(heard.Stream("raw", "127.0.0.12"));
     EXPECT_TRUE(WaitFor([&] { return silent.Ok("clear") && !silent.Ok("wait 1 500"); }));
     EXPECT_TRUE(silent.Ok("set Paused true"));
-    EXPECT_EQ(silent("get Paused")["value"], false);  // there is no session to pause any more
+    EXPECT_EQ(silent("get Paused")["value"], false);  // there is no session any more
     EXPECT_TRUE(heard.Ok("wait 110 20000"));          // 2.2 s
     EXPECT_TRUE(heard.Ok("set Paused true"));
     EXPECT_TRUE(heard.Ok("sleep 1600"));  // in a pause there are no sender reports to answer

@@ -1,31 +1,25 @@
-// What may happen to a receive thread itself: the host ends it from within the callback, and its
-// socket stops working.
-#include <dirent.h>
+// Failures of the receive threads themselves: the host ends one in the callback, and their sockets
+// stop working.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
 
 #include "RtpReceiver.h"
 #include "support/Resources.h"
+#include "support/RtpPeers.h"
 
 namespace {
 
 using namespace qmx::cam;
 
-/// A frame of one line of two pixels.
-void SendFrame(std::uint16_t port) {
-    static const platform::CSocket sender(platform::OpenUdpSocket());
-    const char frame[] = "\x80\xE0\0\1\0\0\0\1SSRC\0\0\0\2\0\0\0\0abcd";
-    const auto to = platform::MakeSocketAddress(*platform::ParseIpv4("127.0.0.1"), port);
-    EXPECT_EQ(platform::SendDatagram(sender.handle(), frame, sizeof(frame) - 1, to), 24);
-}
+void SendFrame(std::uint16_t port) { test::CUdpPeer().SendFrame(port, 1, "abcd"); }
 
 void Count(void* frames, const std::uint8_t*, std::uint32_t) {
     ++*static_cast<std::atomic<unsigned>*>(frames);
@@ -58,15 +52,13 @@ TEST(ReceiverThread, TheCallbackMayEndItsThread) {
 
 std::set<std::string> Tasks() {
     std::set<std::string> tasks;
-    DIR* const folder = ::opendir("/proc/self/task");
-    while (const dirent* const entry = ::readdir(folder)) {
-        if (entry->d_name[0] != '.') tasks.insert(entry->d_name);
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        tasks.insert(task.path().filename());
     }
-    ::closedir(folder);
     return tasks;
 }
 
-/// How often threads have given up the processor of their own accord. One that spins never does.
+/// Returns how often threads have voluntarily yielded the processor. A spinning one never does.
 std::uint64_t Sleeps(const std::set<std::string>& tasks) {
     std::uint64_t sleeps = 0;
     for (const std::string& task : tasks) {
@@ -79,20 +71,17 @@ std::uint64_t Sleeps(const std::set<std::string>& tasks) {
     return sleeps;
 }
 
-/// The descriptor of the socket that is bound to a port.
+/// Returns the descriptor of the socket that is bound to a port.
 int DescriptorOf(std::uint16_t port) {
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
-        sockaddr_in local{};
-        socklen_t size = sizeof(local);
-        if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &size) == 0 &&
-            local.sin_family == AF_INET && ntohs(local.sin_port) == port) {
+        if (platform::LocalPort(static_cast<platform::SocketHandle>(descriptor)) == port) {
             return descriptor;
         }
     }
     return -1;
 }
 
-/// Puts another file under a descriptor that a thread uses, which a sanitizer must not see.
+/// Replaces the file of a descriptor that a thread uses. A sanitizer must not notice.
 void Replace(int descriptor, int by) {
     ASSERT_EQ(::syscall(SYS_dup3, by, descriptor, O_CLOEXEC), descriptor);
 }
@@ -100,7 +89,7 @@ void Replace(int descriptor, int by) {
 TEST(ReceiverThread, SleepsWhileItsSocketKeepsFailing) {
     for (const bool rtp : {true, false}) {
         SCOPED_TRACE(rtp ? "RTP" : "RTCP");
-        (void)test::ThreadCount();  // a sanitizer starts a thread of its own before
+        (void)test::ThreadCount();  // starts the thread of a sanitizer, if any
         const std::set<std::string> before = Tasks();
         CRtpReceiver receiver;
         std::atomic<unsigned> frames{0};
@@ -114,7 +103,7 @@ TEST(ReceiverThread, SleepsWhileItsSocketKeepsFailing) {
         const int original = ::dup(descriptor);
         const int noSocket = ::open("/dev/null", O_RDWR | O_CLOEXEC);
         Replace(descriptor, noSocket);
-        SendFrame(port);  // ends the receive that is under way; every later one fails
+        SendFrame(port);  // ends the current receive; every later one fails
         const std::uint64_t sleeps = Sleeps(threads);
         EXPECT_TRUE(test::WaitFor([&] { return Sleeps(threads) > sleeps + 50; }));
 

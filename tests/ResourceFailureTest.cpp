@@ -1,5 +1,5 @@
-// A system that runs out of sockets, threads or memory, at each single place where a device asks it
-// for one: an answer or an exception, and a device that can be closed and used again.
+// A system that runs out of sockets, threads or memory at each single request of a device: the call
+// fails or throws, and the device can be closed and used again.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -20,9 +20,9 @@
 
 namespace {
 
-/// Counts one kind of request to the system on the thread that arms it, and lets one of them fail.
+/// Counts requests of one kind on the thread that arms it, and makes one of them fail.
 struct SFault {
-    int until = 0;  // requests before the one that fails; negative: it has failed, or none does
+    int until = 0;  // requests before the one that fails; negative afterwards
     bool Strikes() { return until >= 0 && until-- == 0; }
 };
 thread_local SFault* noSocket = nullptr;
@@ -34,7 +34,7 @@ Function* Next(const char* name) {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
-/// Requests for memory that this thread has made.
+/// Number of memory requests of this thread.
 thread_local std::size_t memoryRequests = 0;
 
 void* AllocOrNull(std::size_t size) {
@@ -44,7 +44,7 @@ void* AllocOrNull(std::size_t size) {
 
 }  // namespace
 
-// In place of the system's.
+// Replace the functions of the system.
 int socket(int domain, int type, int protocol) noexcept {
     static auto* const real = Next<int(int, int, int)>("socket");
     if (noSocket != nullptr && noSocket->Strikes()) {
@@ -61,7 +61,8 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     return real(thread, attributes, body, argument);
 }
 #if defined(__SANITIZE_THREAD__)
-constexpr bool buffersCount = false;  // it calls `realloc` in threads that have no variables yet
+constexpr bool buffersCount =
+    false;  // it calls `realloc` in threads whose variables do not exist yet
 #else
 constexpr bool buffersCount = true;
 void* realloc(void* old, std::size_t size) noexcept {
@@ -87,7 +88,7 @@ using namespace test;
 std::atomic<unsigned> frames{0};
 void Count(void*, const std::uint8_t*, std::uint32_t) { ++frames; }
 
-/// A device's life up to its streaming; false, or an exception, when a step fails.
+/// Opens a device and starts its stream. Returns false, or throws, if a step fails.
 bool Begin(IDevice& device) {
     return device.Open(Camera("127.0.0.11"), treeAndStreams) &&
            device.SetFormat(64, 48, priv::pixelTypeRaw) && device.StartContinuous(Count, nullptr);
@@ -97,7 +98,7 @@ TEST(ResourceFailure, ADeviceSurvivesEachSingleOne) {
     struct {
         const char* name;
         SFault*& armed;
-        int least;  // requests that a life makes
+        int least;  // requests in one run
     } const kinds[] = {{"socket", noSocket, 4}, {"thread", noThread, 3}, {"memory", noMemory, 60}};
     const CSimulator camera({"127.0.0.11,size=64x48,rate=500"});
     testing::internal::CaptureStderr();  // thousands of lines
@@ -128,8 +129,8 @@ TEST(ResourceFailure, ADeviceSurvivesEachSingleOne) {
             }
             device->Close();
             if (!Begin(*device)) {
-                // With the memory for an answer goes what it said. The session then stands for this
-                // object, as after any lost answer, and the next one is free of it.
+                // Without memory for a response its contents are lost. The session then remains in
+                // this object, as after any lost response, but not in a new one.
                 EXPECT_EQ(&armed, &noMemory);
                 device = MakeDevice();
                 ASSERT_TRUE(Begin(*device));
@@ -139,7 +140,7 @@ TEST(ResourceFailure, ADeviceSurvivesEachSingleOne) {
             EXPECT_TRUE(device->Suspend());
         }
         EXPECT_GE(request, least) << name;
-        // Destroyed with nothing left of that kind.
+        // Destroys a device when the system has none left.
         qmx::TSharedPtr<IDevice> device = MakeDevice();
         ASSERT_TRUE(Begin(*device));
         SFault fault{0};
@@ -163,8 +164,7 @@ TEST(ResourceFailure, AConnectionEndsWithoutMemoryForTeardown) {
     EXPECT_EQ(peer.Methods(), "OPTIONS SETUP OPTIONS");
 }
 
-/// A run takes memory for its buffers and for a frame larger than all before it, and for nothing
-/// else.
+/// Checks that a run allocates only its buffers and memory for a frame larger than all before.
 struct SThrifty {
     std::atomic<unsigned> frames{0};
     std::atomic<unsigned> faults{0};

@@ -18,7 +18,7 @@ Bytes ToBytes(std::span<const std::uint8_t> bytes) { return {bytes.begin(), byte
 
 constexpr SsrcBytes ssrc = {0xA1, 0xB2, 0xC3, 0xD4};
 
-// A name of five characters leaves one byte for the end of the list; six take another word.
+// A name of five characters leaves one byte for the end of the list; six need another word.
 TEST(RtcpPackets, PadsTheName) {
     const CRtcpPackets five(ssrc, "abcde");
     EXPECT_EQ(ToBytes(five.InitialReport()),
@@ -32,7 +32,7 @@ TEST(RtcpPackets, PadsTheName) {
     EXPECT_EQ(longest.ReportWithBye({}, 0, 0).size(), 308u);
 }
 
-/// Returns a packet of so many words after the first, whose NTP time has "MIDL" in its middle.
+/// Returns a packet of some words after the first. The middle of its NTP time is "MIDL".
 std::string Packet(char first, unsigned type, std::size_t words) {
     const std::string whole =
         first + Big(type, 1) + Big(words, 2) + "SSRCabMIDLyz" + std::string(12, 'x');
@@ -49,8 +49,8 @@ TEST(SenderReportReader, FindsWholeSenderReports) {
         {"after another packet", Packet('\x81', 202, 2) + report, 1},
         {"past the end", report.substr(0, 27), 0},
         {"the second past the end", report + report.substr(0, 24), 1},
-        {"a length beyond all", "\x80\xC8\xFF\xFF" + report.substr(4), 0},
-        {"just its NTP time", Packet('\x80', 200, 3), 1},
+        {"the largest length", "\x80\xC8\xFF\xFF" + report.substr(4), 0},
+        {"only its NTP time", Packet('\x80', 200, 3), 1},
         {"too short for its NTP time", Packet('\x80', 200, 2) + report, 1},
         {"another version", Packet('\x40', 200, 6) + Packet('\xC0', 200, 6) + report, 1},
         {"four bytes", Packet('\x80', 200, 0), 0},

@@ -11,7 +11,7 @@ namespace {
 
 using namespace qmx::cam;
 
-/// A datagram whose first byte is given and whose byte i is i beyond the header fields.
+/// Returns a datagram with the given first byte, whose other bytes have their index as value.
 std::vector<std::uint8_t> Datagram(std::uint8_t first, std::size_t size) {
     std::vector<std::uint8_t> bytes(size);
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i);
@@ -24,7 +24,7 @@ TEST(RtpPacket, FindsThePayloadOrRefuses) {
         const char* name;
         std::uint8_t first;
         std::size_t size;
-        std::uint16_t extensionWords;  // written behind the CSRC list
+        std::uint16_t extensionWords;  // written after the CSRC list
         int payloadAt;                 // -1: refused
     } const cases[] = {
         {"shortest", 0x80, 20, 0, 12},
@@ -32,7 +32,7 @@ TEST(RtpPacket, FindsThePayloadOrRefuses) {
         {"empty", 0x80, 0, 0, -1},
         {"another version", 0x40, 40, 0, -1},
         {"three CSRCs", 0x83, 40, 0, 24},
-        {"padding is not looked at", 0xA0, 40, 0, 12},
+        {"padding is ignored", 0xA0, 40, 0, 12},
         {"CSRC list to the end", 0x82, 20, 0, 20},
         {"fifteen CSRCs to the end", 0x8F, 72, 0, 72},
         {"CSRC list past the end", 0x83, 20, 0, -1},
@@ -68,38 +68,43 @@ TEST(RtpPacket, FindsThePayloadOrRefuses) {
 }
 
 // The first two packets of a run only begin the probation; the third in sequence ends it and is the
-// first to count. The state kept for that, and for a jump, shows in the figures after more packets.
-TEST(RtpSource, CountsAsTheStandardButForTheFirstPacket) {
+// first to count. The figures after more packets reveal the state for that and for a jump.
+TEST(RtpSource, CountsAsTheStandardExceptForTheFirstPackets) {
     struct {
         const char* name;
-        std::vector<std::vector<std::uint16_t>> sequences;  // before the first report, the second
-        std::uint32_t highest;                              // extended by the wraps
+        std::vector<std::vector<std::uint16_t>>
+            sequences;          // before the first report, before the second
+        std::uint32_t highest;  // extended by the wraps
         std::int32_t lost;
-        int fraction = 0;  // of 256, since the report before
+        int fraction = 0;  // of 256, since the previous report
     } const cases[] = {
         {"the first packet is not counted", {{100}}, 99, 0},
         {"nor is the second", {{100, 101}}, 101, 2},
         {"three end the probation", {{100, 101, 102}}, 102, 0},
         {"a loss right after it", {{100, 101, 102, 104}}, 104, 1, 85},
-        {"the first number again counts down", {{100, 100, 101, 103}}, 103, 1, 85},
-        {"a gap begins anew", {{100, 101, 103, 104, 106}}, 106, 1, 85},
-        {"the wrap is no successor", {{65534, 65535, 0}}, 0, -65533},
-        {"behind the wrap", {{65534, 65535, 0, 1, 3}}, 3, 1, 85},
+        {"the first number repeated counts down", {{100, 100, 101, 103}}, 103, 1, 85},
+        {"a gap restarts the probation", {{100, 101, 103, 104, 106}}, 106, 1, 85},
+        {"the wrap does not continue a sequence", {{65534, 65535, 0}}, 0, -65533},
+        {"after the wrap", {{65534, 65535, 0, 1, 3}}, 3, 1, 85},
         {"a wrap when counted", {{65533, 65534, 65535, 2}}, 65538, 2, 128},
         {"largest gap", {{0, 1, 2, 3001}}, 3001, 2998, 255},
         {"a large jump", {{0, 1, 2, 3002}}, 2, 0},
         {"two in a row after it", {{0, 1, 2, 3002, 3003, 3005}}, 3005, 1, 85},
-        {"an old number is no new start", {{0, 1, 2, 3002, 3003, 3200, 3003}}, 3200, 196, 253},
+        {"an old number is not a restart", {{0, 1, 2, 3002, 3003, 3200, 3003}}, 3200, 196, 253},
         {"not in a row", {{0, 1, 2, 3002, 3004, 3}}, 3, 0},
         {"a jump to the last number", {{0, 1, 2, 40000, 65437, 65437}}, 2, 0},
         {"a jump across the wrap", {{30000, 30001, 30002, 65535, 0}}, 0, 0},
-        {"a new start forgets the wraps", {{65533, 65534, 65535, 2, 40000, 40001}}, 40001, 0},
-        {"a new start, new reports",
+        {"a restart clears the wraps", {{65533, 65534, 65535, 2, 40000, 40001}}, 40001, 0},
+        {"a restart, then a report",
          {{65533, 65534, 65535, 2}, {40000, 40001, 40010}},
          40010,
          8,
          204},
-        {"a report covers its own time", {{100, 101, 102, 105}, {106, 107, 109}}, 109, 3, 64},
+        {"a report covers the time since the last",
+         {{100, 101, 102, 105}, {106, 107, 109}},
+         109,
+         3,
+         64},
         {"late", {{998, 999, 1000, 901}}, 1000, -1},
         {"too late", {{998, 999, 1000, 900}}, 1000, 0},
         {"a duplicate", {{998, 999, 1000, 1000}}, 1000, -1},

@@ -10,7 +10,7 @@ using namespace qmx::cam;
 using test::CFrames;
 using test::CUdpPeer;
 
-/// A JPEG-LS frame that makes a datagram of the given size.
+/// Returns a JPEG-LS frame that fills a datagram of the given size.
 std::string Frame(std::size_t size, char filler) {
     return "head\xFF\xD8\xFF\xF7" + std::string(size - 20, filler);
 }
@@ -43,8 +43,8 @@ TEST(RtpReceiver, DeliversFromItsOwnThreadUntilStopped) {
     }
 }
 
-// Whoever sends to the port is the camera. Two at once cost each other frames, a sender that begins
-// anew costs the frame it was in, and no frame is ever made of two.
+// Any sender to the port counts as the camera. Two senders cost each other frames, a sender that
+// restarts loses its current frame, and no frame is ever a mixture.
 TEST(RtpReceiver, NeverMixesFrames) {
     CRtpReceiver receiver;
     CFrames frames;

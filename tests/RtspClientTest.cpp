@@ -21,8 +21,8 @@ std::string Url(const CScriptedPeer& peer, const char* path, const char* host = 
            " RTSP/1.0\r\n";
 }
 
-// Every byte that the client ever says, in one life.
-TEST(RtspClient, SpeaksItsLifeByteForByte) {
+// Every byte of every request.
+TEST(RtspClient, SendsExactRequests) {
     const std::string portsKept = session + "Transport: RTP/AVP\r\n";
     CScriptedPeer peer({Ok("Server: cam\r\n"), Description("v=0\nm=a 0 RTP/AVP 9\n"),
                         Ok(session + transport), Ok(played), Ok(), Ok(played), Ok(), Ok(), Ok(),
@@ -48,7 +48,7 @@ TEST(RtspClient, SpeaksItsLifeByteForByte) {
         EXPECT_FALSE(client.IsPlaying() || client.IsSetUp());
         client.Close();
         client.Close();
-        ASSERT_TRUE(client.Connect("127.1", peer.port()));  // goes into the URLs as it is
+        ASSERT_TRUE(client.Connect("127.1", peer.port()));  // becomes part of the URLs unchanged
         EXPECT_EQ(client.GetServerName(), "");
         EXPECT_TRUE(client.Setup("/sid=96", 1, 2));
         EXPECT_EQ(client.GetServerRtcpPort(), 6971);
@@ -93,7 +93,7 @@ TEST(RtspClient, ReadsSessionAndPorts) {
         {"the last one wins", ports("server_port=1-2;;server_port=3-4"), true, 3, 4, "a"},
         {"low 16 bits", ports("server_port=65546-65557"), true, 10, 21, "a"},
         {"two Transport lines", ports("x") + "Transport: server_port=5-6\r\n", false, 0, 0, ""},
-        {"a blank hides it", ports(" server_port=10-11"), false, 0, 0, ""},
+        {"hidden by a blank", ports(" server_port=10-11"), false, 0, 0, ""},
         {"the last port", ports("server_port=65535"), false, 65535, 0, ""},
         {"no number", ports("server_port="), false, 0, 1, ""},
         {"signs and blanks", ports("server_port=+10-\t 20"), true, 10, 20, "a"},

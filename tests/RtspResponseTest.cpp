@@ -12,7 +12,7 @@ namespace {
 
 using namespace qmx::cam;
 
-/// A connection; what is written to its far end is read from the near one.
+/// A connection. What is written to its far end arrives at the near end.
 struct SConnection {
     std::pair<platform::CSocket, platform::CSocket> ends = test::ConnectedPair();
 
@@ -32,14 +32,14 @@ struct SConnection {
 
 std::string Line(std::size_t length) { return "X:" + std::string(length - 2, 'y'); }
 
-/// Headers as one text, "name=value;" for each.
+/// Returns the headers as "name=value;" each.
 std::string AsText(const CRtspHeaders& headers) {
     std::string text;
     for (const auto& [name, value] : headers) text += name + "=" + value + ";";
     return text;
 }
 
-TEST(RtspResponse, ReadsExactlyOneAnswer) {
+TEST(RtspResponse, ReadsExactlyOneResponse) {
     const std::string ok = "RTSP/1.0 200 OK\r\n";
     const std::string size = ok + "Content-Length: ";
     const std::string full(bodyLimit, 'b');
@@ -51,7 +51,7 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
         std::string rest;  // left in the socket
     } const cases[] = {
         {ok + "CSeq: 7\r\n\r\nnext", 200, "CSeq=7;", "", "next"},
-        // Line ends and blanks: carriage returns vanish wherever they stand, a tab is no blank.
+        // Line ends and blanks: all carriage returns are removed, and a tab is not a blank.
         {"RTSP/1.0 404 Gone\nA:  b \n\n", 404, "A=b ;", "", ""},
         {"RT\rSP/1.0 200\r\n\rA\r:b\r\n\r\r\n", 200, "A=b;", "", ""},
         {ok + "A:\t\r\n\r\n", 200, "A=\t;", "", ""},
@@ -66,7 +66,7 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
         {size + "-1\r\n\r\nb", -1, "Content-Length=-1;", "", "b"},
         {size + "4\r\n\r\nbod", -1, "Content-Length=4;", "bod", ""},
         {ok + "content-length: 4\r\n\r\nbody", 200, "content-length=4;", "", "body"},
-        // Headers: repeated, folded, and what is none.
+        // Headers: repeated, folded and malformed.
         {size + "1\r\nContent-Length: 1\r\n\r\nb", -1, "Content-Length=1;", "", "\r\nb"},
         {ok + "T: a\r\nT: b\r\n\r\n", 200, "T=a,b;", "", ""},
         {ok + "A: b\r\n c: d\r\n\r\n", 200, " c=d;A=b;", "", ""},
@@ -102,7 +102,7 @@ TEST(RtspResponse, ReadsExactlyOneAnswer) {
 
 // A body that arrives in two pieces makes the response fail. The second piece is sent after the
 // first one has been received, and after the receive has had time to return.
-TEST(RtspResponse, TakesABodyOnlyInOnePiece) {
+TEST(RtspResponse, AcceptsABodyOnlyInOnePiece) {
     SConnection connection;
     connection.Write("RTSP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nbo");
     ASSERT_TRUE(test::Readable(connection.ends.first, 20000));

@@ -6,7 +6,8 @@ namespace {
 
 using namespace qmx::cam;
 
-/// A description in one line: each media's name and formats as payload:rtpmap:widthxheight:fmtp.
+/// Returns a description in one line: for each media its name and its formats as
+/// payload:rtpmap:widthxheight:fmtp.
 std::string Summary(const SRtspStream& stream) {
     std::string text;
     for (const SRtspMedia& media : stream.media) {
@@ -28,7 +29,7 @@ TEST(RtspStream, ReadsFormats) {
         std::string body;
         const char* summary;  // null: not valid
     } const cases[] = {
-        {"both ways to tell a size",
+        {"both ways to state a size",
          "v=0\r\no=- 1 1 IN IP4 10.0.0.5\r\ns=Roof\r\n\r\nm=video 0 RTP/AVP 96 97\r\n"
          "a=rtpmap:96 ZRAW\r\na=framesize:96 640-480\r\na=rtpmap:97 ZRAW\r\n"
          "a=fmtp:97 width=320;height=240\r\n",
@@ -65,7 +66,7 @@ TEST(RtspStream, ReadsFormats) {
          "[video 0 RTP/AVP|96:A:0x0:|97::0x0:]"},
         {"no media", "v=0\ns=x\n", nullptr},
         {"empty", "\r\n\r\n", nullptr},
-        {"a text behind the version", "v=0 \nm=a 0 RTP/AVP 1\n", nullptr},
+        {"text after the version", "v=0 \nm=a 0 RTP/AVP 1\n", nullptr},
         {"the version not first", "s=x\nv=0\nm=a 0 RTP/AVP 1\n", nullptr},
         {"a media without a format", head + "m=a 0 RTP/AVP\n", nullptr},
         {"another transport", "v=0\nm=a 0 RTP/SAVP 1\n", nullptr},
@@ -86,7 +87,7 @@ TEST(RtspStream, ReadsFormats) {
 
 // Before the first media a line belongs to the session. After it, a line belongs to the current
 // media, or still to the session if a media has no such field.
-TEST(RtspStream, TellsSessionAndMediaApart) {
+TEST(RtspStream, DistinguishesSessionAndMedia) {
     const std::string session =
         "v=0\no=O\ns=S\ni=I\nu=U\ne=E\np=P\nc=C\nz=Z\nk=K\na=A:1:2\na=B\na=rtpmap:1 X\n";
     const std::string media = "m=a 0 RTP/AVP 1\ni=i\nc=c\nk=k\na=A:3\na=D\na=framesize:1-2\n";

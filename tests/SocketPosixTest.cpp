@@ -1,5 +1,4 @@
-// Signals, child processes and host names: what differs from 64-bit Windows and must not be
-// noticed.
+// Signals, child processes and host names: differences from 64-bit Windows that must not show.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -25,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
-// In place of the C library's.
+// Replaces the function of the C library.
 int gethostname(char* name, std::size_t size) noexcept {
     std::memset(name, 'h', size);
     if (hostName != nullptr) std::strncpy(name, hostName, size);
@@ -78,7 +77,7 @@ TEST_F(SocketSignals, EndNoCall) {
               [&] { (void)platform::SendDatagram(udp.handle(), "x", 1, to); });
     EXPECT_EQ(result, 1);
 
-    // Full once nothing is taken any more although the peer's system has had its time.
+    // The connection is full when it accepts nothing more for some time.
     const int full = static_cast<int>(one.handle());
     const std::vector<char> much(65536);
     pollfd writable{full, POLLOUT, 0};
@@ -97,7 +96,7 @@ TEST_F(SocketSignals, EndNoCall) {
     EXPECT_EQ(result, 1);
 }
 
-// The system goes on connecting after the call has been interrupted.
+// The system continues to connect after the call has been interrupted.
 TEST_F(SocketSignals, EndNoConnection) {
     const platform::CSocket listener = test::Listen("127.0.0.1", 0);
     const auto to = platform::MakeSocketAddress(*platform::ParseIpv4("127.0.0.1"),

@@ -12,8 +12,7 @@ platform::SSocketAddress To(const char* address, std::uint16_t port) {
     return platform::MakeSocketAddress(platform::ParseIpv4(address).value(), port);
 }
 
-// A socket bound to one address only would receive nothing from a real camera, and everything from
-// one on this machine.
+// A socket bound only to the loopback address would receive nothing from a real camera.
 TEST(Socket, ReceivesOnEveryLocalAddress) {
     const platform::CSocket receiver(platform::OpenUdpSocket());
     const platform::CSocket sender(platform::OpenUdpSocket());

@@ -1,5 +1,5 @@
-// Devices under load: stopped at any moment in any way, destroyed by their own callback, and many
-// of them at once.
+// Devices under load: stopped at any moment in any way, destroyed in their callback, and many at
+// once.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ using namespace qmx;
 using namespace qmx::cam;
 using namespace test;
 
-/// Frames of one camera, and how many of them were not as sent.
+/// Counts the frames of a camera, and those that are not as sent.
 struct SFrames {
     std::atomic<unsigned> count{0};
     std::atomic<unsigned> damaged{0};
@@ -37,7 +37,7 @@ struct SFrames {
     }
 };
 
-/// One of the cameras and its host.
+/// A host and its camera.
 struct SHost {
     const char* address;
     SGuid pixelType;
@@ -51,13 +51,13 @@ struct SHost {
     }
     void Stream() {
         if (IsPlaying()) return;
-        // What an earlier call left, a pause for one, may last as long as the object does.
+        // The effect of an earlier call, such as a pause, may last as long as the object.
         if (device->IsStreaming()) device = MakeDevice();
         device->Open(Camera(address), treeAndStreams);
         device->SetFormat(64, 48, pixelType);
         device->StartContinuous(SFrames::Take, &frames);
     }
-    /// Whatever a host may do.
+    /// Makes one of the calls that a host may make.
     void Call(unsigned choice) {
         const std::function<void()> calls[] = {
             [&] { device->Close(); },
@@ -75,7 +75,7 @@ struct SHost {
     }
 };
 
-/// Random calls, none of which may take long: the camera answers at once.
+/// Makes random calls. None may take long, because the camera responds at once.
 void Drive(SHost& host, unsigned seed) {
     std::mt19937 random(seed);
     for (int i = 0; i < 2000; ++i) {
@@ -96,7 +96,7 @@ TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
     const CSimulator cameras({"127.0.0.11,size=64x48,size=32x48,rate=1000,sr=0.01",
                               "127.0.0.12,streams=mjls,size=64x48,size=32x48,rate=1000,sr=0.01"});
     const CNothingLeft guard;
-    testing::internal::CaptureStderr();  // many of the calls fail, and say so
+    testing::internal::CaptureStderr();  // many of the calls fail and log it
     SHost raw{"127.0.0.11", priv::pixelTypeRaw, {}};
     SHost coded{"127.0.0.12", priv::pixelTypeJpegLs, {}};
     constexpr unsigned seed = 20;
@@ -105,7 +105,7 @@ TEST(Stress, AnyCallAtAnyMomentLeavesNothingBehind) {
     other.join();
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(raw.frames.damaged, 0u);  // a coded frame has its stamp inside its coding
-    // The calls met running streams: some 500 of them waited for a frame first, as the seed has it.
+    // With this seed about 500 of the calls wait for a frame first.
     EXPECT_GT(raw.frames.count, 200u) << seed;
     EXPECT_GT(coded.frames.count, 200u) << seed;
 }
@@ -132,7 +132,7 @@ TEST(Stress, ACallbackMayDestroyItsDevice) {
             }
             self.device.Reset();
             self.ended.set_value(refused);
-            throw 1;  // a host's mistake must not end its process
+            throw 1;  // an exception must not end the process
         };
         ASSERT_TRUE(host.device->Open(Camera("127.0.0.11"), treeAndStreams));
         host.device->SetFormat(64, 48, priv::pixelTypeRaw);
@@ -174,7 +174,7 @@ TEST(Stress, FiftyCamerasDoNotDisturbEachOther) {
     for (const SFrames& each : frames) EXPECT_EQ(each.damaged, 0u);
 }
 
-/// What a host may rely on for each frame, with a camera that sends more than it can take.
+/// Checks the guarantees for each frame while the camera sends more than the host accepts.
 struct SBlockingHost {
     std::atomic<int> calls{0};
     std::atomic<int> inside{0};
@@ -187,7 +187,7 @@ struct SBlockingHost {
         auto& self = *static_cast<SBlockingHost*>(context);
         if (++self.inside != 1) ++self.faults;
         const auto before = framestamp::ReadStamp({frame, length});
-        // What arrives meanwhile is lost or waits; it must not touch this frame.
+        // Data that arrives meanwhile must not change this frame.
         if (self.block) std::this_thread::sleep_for(std::chrono::milliseconds(500));
         const auto after = framestamp::ReadStamp({frame, length});
         if (after.state != framestamp::EStamp::Good || before.number != after.number) ++self.faults;
@@ -201,7 +201,7 @@ struct SBlockingHost {
     }
 };
 
-TEST(Stress, ABlockingHostLosesFramesAndGetsNoDamagedOne) {
+TEST(Stress, ABlockingHostLosesFramesButGetsNoDamagedOne) {
     const CSimulator camera({"127.0.0.11,size=640x512,rate=60"});
     const auto device = MakeDevice();
     ASSERT_TRUE(device->Open(Camera("127.0.0.11"), treeAndStreams));
@@ -211,7 +211,7 @@ TEST(Stress, ABlockingHostLosesFramesAndGetsNoDamagedOne) {
     EXPECT_TRUE(WaitFor([&] { return host.calls >= 3; }));
     host.block = true;
     EXPECT_TRUE(WaitFor([&] { return host.missing > 0; }));
-    // The stop waits for the call that is under way, and is the last word.
+    // The stop waits for the current call; no other one follows.
     EXPECT_TRUE(WaitFor([&] { return host.inside == 1; }));
     EXPECT_TRUE(device->StopContinuous());
     EXPECT_EQ(host.inside, 0);

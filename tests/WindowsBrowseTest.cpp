@@ -1,6 +1,6 @@
-// The DNS-SD browse of Windows against a double of the system's functions, whose callbacks come
-// before the call that asked for them has returned, from other threads, after a cancellation, after
-// the browse, or never.
+// The DNS-SD browse of Windows with a double of the system's functions. Its callbacks come before
+// the starting call has returned, on other threads, after a cancellation, after the browse, or
+// never.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -19,7 +19,7 @@ namespace {
 constexpr DNS_STATUS pending = 9506;
 constexpr wchar_t type[] = L"._koru-ircam._tcp.local";
 
-/// An operation as the system keeps it: what to call, and the handle that its owner keeps alive.
+/// An operation as the system stores it: the callback, and the handle that its owner keeps alive.
 struct SOperation {
     DNS_SERVICE_RESOLVE_REQUEST request;
     PDNS_SERVICE_CANCEL cancel;
@@ -29,17 +29,17 @@ struct SSystem {
     std::mutex lock;
     DNS_SERVICE_BROWSE_REQUEST browse{};
     PDNS_SERVICE_CANCEL browseCancel = nullptr;
-    std::map<std::wstring, SOperation> resolves;  // that have not been answered
+    std::map<std::wstring, SOperation> resolves;  // that have not ended
     std::vector<std::wstring> names;              // of the announced instances
     std::deque<std::thread> threads;              // the browse, then the answers
     bool cancelsBrowse = true;
-    int instances = 0;  // that were handed out and not freed
+    int instances = 0;  // that were passed on and not freed
     int records = 0;
     int asked = 0;
 };
 SSystem* fake = nullptr;
 
-/// Marks a handle; the mark must still be there when the system uses the handle for the last time.
+/// Marks a handle. The mark must exist until the system uses the handle for the last time.
 void Mark(PDNS_SERVICE_CANCEL cancel) { cancel->reserved = cancel; }
 void ExpectMarked(PDNS_SERVICE_CANCEL cancel) { EXPECT_EQ(cancel->reserved, cancel); }
 
@@ -57,7 +57,7 @@ void Answer(const SOperation& operation, DWORD status) {
     operation.request.pResolveCompletionCallback(status, operation.request.pQueryContext, instance);
 }
 
-/// Takes an operation that has not been answered; nothing when it has been.
+/// Removes and returns an operation that has not ended, if there is one.
 std::vector<SOperation> Take(const std::wstring& name) {
     const std::lock_guard<std::mutex> guard(fake->lock);
     const auto found = fake->resolves.find(name);
@@ -90,14 +90,14 @@ DNS_STATUS WINAPI Browse(PDNS_SERVICE_BROWSE_REQUEST request, PDNS_SERVICE_CANCE
 DNS_STATUS WINAPI CancelBrowse(PDNS_SERVICE_CANCEL cancel) {
     EXPECT_EQ(cancel, fake->browseCancel);
     ExpectMarked(cancel);
-    // A browse lasts until all that comes in time has come, on a slow machine too.
+    // The browse lasts until all timely results have arrived, even on a slow machine.
     for (std::thread& thread : fake->threads) thread.join();
     if (fake->cancelsBrowse) {
         fake->browse.pBrowseCallback(ERROR_CANCELLED, fake->browse.pQueryContext, nullptr);
     }
     return ERROR_SUCCESS;
 }
-/// The first letter of the name decides when the answer comes.
+/// The first letter of the name determines when the result comes.
 DNS_STATUS WINAPI Resolve(PDNS_SERVICE_RESOLVE_REQUEST request, PDNS_SERVICE_CANCEL cancel) {
     Mark(cancel);
     const SOperation operation{*request, cancel};
@@ -129,7 +129,7 @@ DNS_STATUS WINAPI CancelResolve(PDNS_SERVICE_CANCEL cancel) {
         }
     }
     EXPECT_FALSE(name.empty()) << "this one does not run";
-    if (name[0] == L'l') return ERROR_SUCCESS;  // it comes later
+    if (name[0] == L'l') return ERROR_SUCCESS;  // its callback comes later
     for (const SOperation& operation : Take(name)) Answer(operation, ERROR_CANCELLED);
     return ERROR_SUCCESS;
 }

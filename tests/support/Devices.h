@@ -1,4 +1,4 @@
-/// Devices and descriptions as the device tests need them.
+/// Devices and descriptions for the device tests.
 #pragma once
 
 #include <type_traits>
@@ -55,7 +55,7 @@ inline const char* const jpegBody =
     "v=0\nm=video 0 RTP/AVP 26 27\na=rtpmap:26 JPEG/9\na=rtpmap:27 JPEX\na=framesize:8-6\n";
 inline const char* const setUp = "Session: s\r\nTransport: server_port=7000-7001\r\n";
 
-// What a raw camera answers to an opening, a start and a stop, and a JPEG-LS camera to an opening.
+// Responses of a raw camera to opening, start and stop, and of a JPEG-LS camera to opening.
 inline const Answers opening = {Ok(), Description(rawBody)};
 inline const Answers starting = {Ok(setUp), Ok("Session: s\r\n")};
 inline const Answers stopping = {Ok(), Ok()};

@@ -1,4 +1,4 @@
-// The program of a test suite.
+// The main program of the tests.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -12,10 +12,10 @@
 int main(int count, char** words) {
     testing::InitGoogleTest(&count, words);
 #if defined(SIGPIPE)
-    ::signal(SIGPIPE, SIG_DFL);  // a runner may have left it ignored, and nobody would notice one
+    ::signal(SIGPIPE, SIG_DFL);  // a test runner may ignore it, which would hide one
 #endif
 #if defined(__GLIBC__)
-    ::mallopt(M_PERTURB, 0xEE);  // fresh memory is never zero by chance
+    ::mallopt(M_PERTURB, 0xEE);  // new memory is never zero by chance
 #endif
     return platform::StartSockets() ? RUN_ALL_TESTS() : EXIT_FAILURE;
 }

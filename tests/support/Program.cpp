@@ -41,7 +41,7 @@ CProgram::CProgram(const std::vector<std::string>& nameAndArguments)
     process = ::fork();
     Check(process >= 0, "fork");
     if (process == 0) {
-        ::signal(SIGHUP, SIG_DFL);  // whoever runs the tests may have it ignored
+        ::signal(SIGHUP, SIG_DFL);  // the test runner may ignore it
         ::dup2(toProgram[0], STDIN_FILENO);
         ::dup2(fromProgram[1], STDOUT_FILENO);
         ::dup2(errors, STDERR_FILENO);
@@ -135,7 +135,7 @@ CSimulator::CSimulator(std::vector<std::string> cameras)
           cameras.insert(cameras.begin(), "korusim");
           return cameras;
       }()) {
-    Check(ReadLine() == "ready", "korusim isn't ready");
+    Check(ReadLine() == "ready", "korusim is not ready");
 }
 
 CSimulator::~CSimulator() {

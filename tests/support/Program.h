@@ -1,4 +1,4 @@
-/// A program of this build, run as a user runs it.
+/// Runs the programs of this build.
 #pragma once
 
 #include <sys/types.h>
@@ -8,8 +8,8 @@
 
 namespace test {
 
-/// Runs a program, found in the build's bin folder or else in the path, with pipes on its three
-/// streams. The destructor kills it if it still runs.
+/// Runs a program from the build's bin folder or the path, with pipes to its standard streams. The
+/// destructor kills it if it still runs.
 class CProgram {
    public:
     explicit CProgram(const std::vector<std::string>& nameAndArguments);
@@ -19,16 +19,15 @@ class CProgram {
 
     bool running() const { return process > 0; }
     void Write(const std::string& text) const;
-    /// The next line of standard output without its end; empty at the end of output and when none
-    /// comes within 60 s.
+    /// Returns the next line of standard output without its end; empty at the end of the output and
+    /// after 60 s.
     std::string ReadLine();
-    /// Everything that standard output still brings.
+    /// Returns the rest of standard output.
     std::string ReadAll();
-    /// Sends a signal.
     void Signal(int number) const;
-    /// Closes its input and waits for its end; gives its exit status, 128 and more for a signal.
+    /// Closes its input, waits for its end and returns the exit status, 128 or more for a signal.
     int Wait();
-    /// What it has written to standard error; call after `Wait`.
+    /// Returns its standard error. Call after `Wait`.
     std::string Errors() const;
 
     std::size_t Threads() const { return Count("task"); }
@@ -40,7 +39,7 @@ class CProgram {
     pid_t process = -1;
     int input = -1;
     int output = -1;
-    int errors = -1;  // a file without a name, so that a full pipe never stops the program
+    int errors = -1;  // a file, because a full pipe would block the program
     std::string pending;
 };
 
@@ -48,7 +47,6 @@ inline bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-/// Runs a program to its end.
 struct SOutcome {
     int status;
     std::string output;
@@ -57,18 +55,18 @@ struct SOutcome {
 SOutcome RunProgram(const std::vector<std::string>& nameAndArguments);
 /// Returns the words that run a command in the system's shell.
 std::vector<std::string> InShell(const std::string& command);
-/// Returns why a test must be skipped whose tool does not answer to `command`; empty when it does.
+/// Returns why to skip a test if `command` fails; otherwise an empty text.
 std::string MissingTool(const std::string& command);
-/// True under the sanitizers, which need two descriptors of their own, and more address space than
-/// `ulimit -v` could leave them.
+/// True under the sanitizers, which need two descriptors and more address space than `ulimit -v`
+/// allows.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool sanitized = true;
 #else
 inline constexpr bool sanitized = false;
 #endif
 
-/// A simulator that is ready. Ends in order with the scope; a sanitizer's complaint, or any other
-/// bad end, fails the test.
+/// A running simulator. The destructor ends it; a sanitizer report, or any other failure, fails the
+/// test.
 class CSimulator : public CProgram {
    public:
     explicit CSimulator(std::vector<std::string> cameras);

@@ -1,4 +1,4 @@
-/// What a process holds of its system, and waiting for a condition with a deadline.
+/// Counts resources of the process, and waits for conditions.
 #pragma once
 
 #include <cstddef>

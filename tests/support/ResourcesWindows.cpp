@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <windows.h>
-// After <windows.h>, which it needs and doesn't include.
+// After <windows.h>, which it needs but does not include.
 #include <tlhelp32.h>
 
 namespace test {
 
 std::size_t ThreadCount() {
-    SCOPED_TRACE("");  // with a thread's first one the framework starts a thread of its own
+    SCOPED_TRACE("");  // the first one makes the framework start a thread
     const HANDLE all = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     THREADENTRY32 thread{};
     thread.dwSize = sizeof(thread);

@@ -1,4 +1,4 @@
-/// The two sides of a receiver under test: a camera's UDP socket and a host that collects frames.
+/// The peers of a receiver: the UDP socket of a camera, and a host that collects frames.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ inline std::string Big(std::uint64_t value, int bytes) {
     return text;
 }
 
-/// Collects frames as strings. Its callback is the one to start a receiver with.
+/// Collects frames as strings.
 class CFrames {
    public:
     static void Callback(void* context, const std::uint8_t* frame, std::uint32_t length) {
@@ -34,7 +34,7 @@ class CFrames {
         self.threads.insert(std::this_thread::get_id());
         self.arrived.notify_all();
     }
-    /// Returns true once so many frames have arrived, false if they do not within 20 s.
+    /// Returns true when this many frames have arrived, false after 20 s.
     bool WaitFor(std::size_t count) {
         std::unique_lock<std::mutex> guard(lock);
         return arrived.wait_for(guard, std::chrono::seconds(20),

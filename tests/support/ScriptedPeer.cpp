@@ -10,7 +10,7 @@ namespace {
 
 constexpr char sdp[] = "Content-Type: application/sdp\r\n";
 
-/// The answer with the sequence number of the request in the place that is kept for it.
+/// Inserts the sequence number of the request into a response.
 std::string Numbered(std::string answer, const std::string& request) {
     const std::size_t place = answer.find(sameCSeq);
     if (place == std::string::npos) return answer;
@@ -81,7 +81,7 @@ std::string CJournal::Methods() const {
 
 namespace {
 
-/// Waits until there is something to read; false when the test is over.
+/// Waits until there is something to read. Returns false at the end of the test.
 bool WaitReadable(const platform::CSocket& socket, const std::atomic<bool>& ending) {
     while (!ending) {
         if (Readable(socket, 20)) return true;

@@ -1,6 +1,6 @@
-/// A camera's control side, or its node tree, that follows a script: it records each request and
-/// answers with the next of the given bytes, whatever was asked, on one connection at a time. After
-/// the last answer it closes each connection.
+/// A scripted RTSP server or node tree: it records each request and sends the next response of the
+/// script, whatever the request was, on one connection at a time. After the last response it closes
+/// each connection.
 #pragma once
 
 #include <atomic>
@@ -14,20 +14,20 @@
 
 namespace test {
 
-/// Closes the connection in place of an answer, or behind a part of one; the next connection goes
-/// on with the script.
+/// Closes the connection, possibly after a part of a response. The script continues on the next
+/// one.
 inline const std::string closeConnection = "<close>";
-/// Takes the request and stays silent.
+/// Receives the request and sends nothing.
 inline const std::string staySilent = "<silent>";
 
-/// In place of a response's sequence number: the peer repeats the one of the request.
+/// Replaced by the sequence number of the request.
 inline const std::string sameCSeq = "CSeq: #\r\n";
 
-/// Returns "RTSP/1.0 200 OK" with a sequence number, more header lines, each with its CR LF, and a
-/// body. Without a number it is that of the request.
+/// Returns "RTSP/1.0 200 OK" with a sequence number, by default that of the request, more header
+/// lines, each with its CR LF, and a body.
 std::string Ok(unsigned cseq, const std::string& headers = "", const std::string& body = "");
 std::string Ok(const std::string& headers = "", const std::string& body = "");
-/// Returns a response with a description for its body.
+/// Returns a response whose body is a description.
 std::string Description(unsigned cseq, const std::string& body);
 std::string Description(const std::string& body);
 /// Returns a response that refuses the request.
@@ -36,20 +36,20 @@ inline std::string Refusal(const std::string& status = "404 Not Found") {
 }
 
 using Answers = std::vector<std::string>;
-/// Returns the parts of a script as one.
+/// Concatenates parts of a script.
 Answers Joined(Answers first, const Answers& second, const Answers& third = {},
                const Answers& fourth = {});
 
-/// Returns the number of threads of this process, counted before its first peer began: the system
-/// may list a thread for a moment after it was joined.
+/// Returns the number of threads of this process before its first peer. Counted then, because the
+/// system may list a thread briefly after it was joined.
 std::size_t ThreadsWithoutPeers();
 
-/// What several peers were asked, in one order.
+/// The requests to several peers in their order.
 class CJournal {
    public:
     void Add(const std::string& request);
     std::vector<std::string> Requests() const;
-    /// First words of the requests so far, joined by blanks.
+    /// Returns the first words of the requests, separated by blanks.
     std::string Methods() const;
 
    private:
@@ -62,12 +62,12 @@ class CScriptedPeer {
     /// Listens on an address; port 0 lets the system pick one.
     explicit CScriptedPeer(std::vector<std::string> answers, const char* address = "127.0.0.1",
                            std::uint16_t port = 0, std::string requestEnd = "\r\n\r\n");
-    /// Also writes each request to a journal; before the first request comes.
+    /// Also writes each request to a journal. Call it before the first request.
     void WriteTo(CJournal& shared) { journal = &shared; }
     ~CScriptedPeer();
 
     std::uint16_t port() const { return localPort; }
-    /// The requests so far, each with its end.
+    /// Returns the requests so far, each with its end.
     std::vector<std::string> Requests() const { return own.Requests(); }
     std::string Methods() const { return own.Methods(); }
 

@@ -1,4 +1,4 @@
-/// The shell of the small host, driven command by command.
+/// Drives the shell of the small host.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ class CShell : public CProgram {
         return line.empty() ? nlohmann::json{{"ok", "no answer"}} : nlohmann::json::parse(line);
     }
     bool Ok(const std::string& command) { return (*this)(command)["ok"] == true; }
-    /// Opens a camera of 64x48 and streams until a frame has come.
+    /// Opens a camera, sets 64x48 and streams until a frame has arrived.
     bool Stream(const std::string& type = "raw", const std::string& address = "127.0.0.11") {
         return Ok("open " + address + " 3") && Ok("setformat 64 48 " + type) && Ok("start") &&
                Ok("wait 1 20000");

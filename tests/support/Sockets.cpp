@@ -34,7 +34,7 @@ platform::CSocket Listen(const char* address, std::uint16_t port) {
     local.sin_family = AF_INET;
     local.sin_port = htons(port);
     local.sin_addr.s_addr = platform::ParseIpv4(address).value();
-#if !defined(_WIN32)  // where it would let another program have the same port
+#if !defined(_WIN32)  // where it would allow another program to use the same port
     const int on = 1;
     ::setsockopt(native, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
 #endif
@@ -45,7 +45,7 @@ platform::CSocket Listen(const char* address, std::uint16_t port) {
 
 platform::CSocket Accept(const platform::CSocket& listener) {
     const Native native = ::accept(NativeOf(listener), nullptr, nullptr);
-    // No connection is all bits set on both systems, and widens to the handle that is none.
+    // On failure all bits are set on both systems, as in `invalidSocket`.
     return platform::CSocket(static_cast<platform::SocketHandle>(native));
 }
 

@@ -1,4 +1,4 @@
-/// What a peer needs of sockets beyond what the plug-in does: it listens.
+/// Socket functions for servers, which the plug-in does not need.
 #pragma once
 
 #include <cstdint>
@@ -8,14 +8,14 @@
 
 namespace test {
 
-/// Listens on a TCP port of an address; port 0 lets the system pick one. Raises
-/// `std::runtime_error` when it can't.
+/// Listens on a TCP port of an address; port 0 lets the system pick one. Throws
+/// `std::runtime_error` on failure.
 platform::CSocket Listen(const char* address, std::uint16_t port);
-/// The next connection; blocks. None when it has gone again by then.
+/// Returns the next connection, or an invalid socket if it has gone already. Blocks.
 platform::CSocket Accept(const platform::CSocket& listener);
-/// True as soon as a receive, or `Accept`, won't block; false when it would for so long.
+/// Waits until a receive, or `Accept`, would not block. Returns false at the time limit.
 bool Readable(const platform::CSocket& socket, int milliseconds);
-/// Both ends of a stream connection. Raises `std::runtime_error` when there is none to be had.
+/// Returns both ends of a stream connection. Throws `std::runtime_error` on failure.
 std::pair<platform::CSocket, platform::CSocket> ConnectedPair();
 
 }  // namespace test
