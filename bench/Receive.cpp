@@ -107,18 +107,20 @@ Json Compare(const SStreamPlan& plan, EPlace place, unsigned rounds) {
         if (pair->microseconds.empty()) continue;
         if (!pair->ended) pair->Send(1);
         const SSpread cost = SpreadOf(pair->microseconds);
-        const SSpread ratio = SpreadOf(Ratios(pair->microseconds, pairs.front()->microseconds));
+        const double ratio = cost.median / SpreadOf(pairs.front()->microseconds).median;
+        const SSpread byRound = SpreadOf(Ratios(pair->microseconds, pairs.front()->microseconds));
         const std::uint64_t dropped = QueueOf(pair->receiver.port()).dropped;
         const bool whole = !pair->ended && pair->receiver.HasDeliveredAll();
         if (dropped == 0 && !whole) throw std::runtime_error("frames are missing");
         std::printf("  %-14s %8.3f %7.3f..%7.3f %10.1f %8.3f %6.3f..%6.3f %8llu\n",
                     NameOf(pair->receiver.kind()), cost.median, cost.least, cost.most,
-                    cost.median * packets, ratio.median, ratio.least, ratio.most,
+                    cost.median * packets, ratio, byRound.least, byRound.most,
                     static_cast<unsigned long long>(dropped));
         results.push_back({{"receiver", NameOf(pair->receiver.kind())},
                            {"microsecondsPerPacket", cost},
                            {"microsecondsPerFrame", cost.median * packets},
                            {"toPlainLoop", ratio},
+                           {"toPlainLoopByRound", byRound},
                            {"dropped", dropped}});
     }
     return {{"stream", plan.name},
@@ -170,39 +172,47 @@ STrial TryRate(EReceiver kind, const SStreamPlan& plan, double packetsPerSecond)
     return {static_cast<double>(frames) * perFrame / took, pair.receiver.HasDeliveredAll()};
 }
 
-/// Returns the rate that was reached if everything arrived, otherwise 0. There are three attempts:
-/// on a busy machine a receiver may wait for its processor for longer than its buffer lasts.
-double TakenWhole(EReceiver kind, const SStreamPlan& plan, double rate) {
+/// Returns the first of three trials that loses nothing; nothing if all lose packets. On a busy
+/// machine a receiver may wait for its processor for longer than its buffer lasts.
+std::optional<STrial> TryThrice(EReceiver kind, const SStreamPlan& plan, double rate) {
     for (int chance = 0; chance < 3; ++chance) {
         try {
             const STrial trial = TryRate(kind, plan, rate);
-            if (trial.whole) return trial.sent;
+            if (trial.whole) return trial;
         } catch (const std::runtime_error&) {
             continue;  // the receiver has ended or does not receive
         }
     }
-    return 0;
+    return std::nullopt;
 }
 
-/// Returns the highest rate without loss. It is searched in steps up to a rate that loses packets,
-/// or that the sender does not reach, and then by bisection.
-double FindRate(EReceiver kind, const SStreamPlan& plan) {
+/// The highest rate without loss that was found.
+struct SHighestRate {
+    double packetsPerSecond = 0;
+    bool senderBound = false;  ///< the sender could not go faster
+};
+
+/// Searches the highest rate without loss: in steps up to a rate that loses packets, then by
+/// bisection. Ends at a rate that the sender does not reach.
+SHighestRate FindRate(EReceiver kind, const SStreamPlan& plan) {
     constexpr double firstRate = 50000;
-    constexpr double lastRate = 2e6;
     constexpr double step = 1.6;
     constexpr int halvings = 3;
-    double best = 0;
-    double good = 0;
-    double rate = firstRate;
-    const auto isGood = [&](double wanted) {
-        const double reached = TakenWhole(kind, plan, wanted);
-        best = std::max(best, reached);
-        return reached > 0;
-    };
-    for (; rate < lastRate && isGood(rate); rate *= step) good = rate;
-    for (int i = 0; rate < lastRate && i < halvings; ++i) {
-        const double middle = (good + rate) / 2;
-        (isGood(middle) ? good : rate) = middle;
+    constexpr double reachedShare = 0.95;
+    SHighestRate best;
+    double lost = 0;  // lowest rate that lost packets
+    int halved = 0;
+    for (double good = 0, rate = firstRate; halved <= halvings;) {
+        if (const auto trial = TryThrice(kind, plan, rate)) {
+            best.packetsPerSecond = std::max(best.packetsPerSecond, trial->sent);
+            best.senderBound = trial->sent < reachedShare * rate;
+            if (best.senderBound) break;
+            good = rate;
+        } else {
+            lost = rate;
+        }
+        if (lost > 0) ++halved;
+        rate = lost > 0 ? (good + lost) / 2 : rate * step;
     }
     return best;
 }
@@ -214,24 +224,28 @@ Json FindRates(const std::vector<SStreamPlan>& plans) {
     for (const SStreamPlan& plan : plans) {
         std::printf("%s\n", plan.name.c_str());
         std::map<EReceiver, std::vector<double>> rates;
+        std::map<EReceiver, unsigned> senderBound;  // number of rounds
         for (unsigned round = 0; round < rateRounds; ++round) {
             for (const EReceiver kind : allReceivers) {
-                // Each search takes seconds. The peers differ so much that one search is enough for
-                // them.
-                if (!CanTake(kind, plan) || (IsPeer(kind) && round != 0)) continue;
-                rates[kind].push_back(FindRate(kind, plan));
+                if (!CanTake(kind, plan)) continue;
+                const SHighestRate found = FindRate(kind, plan);
+                rates[kind].push_back(found.packetsPerSecond);
+                senderBound[kind] += found.senderBound ? 1 : 0;
             }
         }
         Json results = Json::array();
         for (const auto& [kind, found] : rates) {
             const SSpread rate = SpreadOf(found);
-            const SSpread ratio = SpreadOf(Ratios(found, rates[EReceiver::Plain]));
-            std::printf("  %-14s %8.0f packets/s %8.0f frames/s %8.3f %6.3f..%6.3f to plain\n",
-                        NameOf(kind), rate.median,
-                        rate.median / CPacketStream(plan).packetsPerFrame(), ratio.median,
-                        ratio.least, ratio.most);
-            results.push_back(
-                {{"receiver", NameOf(kind)}, {"packetsPerSecond", rate}, {"toPlainLoop", ratio}});
+            const double frames = rate.median / CPacketStream(plan).packetsPerFrame();
+            std::printf(
+                "  %-14s %8.0f packets/s %8.0f..%8.0f %8.0f frames/s, sender bound %u of %u\n",
+                NameOf(kind), rate.median, rate.least, rate.most, frames, senderBound[kind],
+                rateRounds);
+            results.push_back({{"receiver", NameOf(kind)},
+                               {"packetsPerSecond", rate},
+                               {"framesPerSecond", frames},
+                               {"senderBoundRounds", senderBound[kind]},
+                               {"rounds", rateRounds}});
         }
         all.push_back({{"stream", plan.name}, {"receivers", results}});
         (void)std::fflush(stdout);
