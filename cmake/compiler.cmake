@@ -1,4 +1,4 @@
-# Compiler options of our targets, and the export rule of the plug-in.
+# Compiler options of our targets, and the exports of the plug-in.
 
 # Warnings. Whether they are errors is the preset's choice (CMAKE_COMPILE_WARNING_AS_ERROR).
 add_library(koru_warnings INTERFACE)
@@ -10,7 +10,7 @@ else()
     -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual)
 endif()
 
-# Further options of our targets, which the warnings bring along.
+# Further options of our targets; linking koru_warnings includes them.
 add_library(koru_options INTERFACE)
 target_link_libraries(koru_warnings INTERFACE koru_options)
 if(NOT MSVC)
@@ -18,8 +18,8 @@ if(NOT MSVC)
   target_compile_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 endif()
 if(WIN32)
-  # Windows 10 is the first version with a DNS-SD browse of its own. The other two definitions keep
-  # macros of the system's headers out.
+  # Windows 10 is the first version with DNS-SD. The other two definitions suppress macros of the
+  # system's headers.
   target_compile_definitions(koru_options
     INTERFACE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
 endif()
@@ -34,11 +34,11 @@ if(KORU_COVERAGE)
   target_link_options(koru_options INTERFACE --coverage)
 endif()
 
-# Lets `target` export the one function `name`: hidden visibility alone still lets the standard
-# library's templates out.
+# Makes `target` export only the function `name`. Hidden visibility alone would still export
+# templates of the standard library.
 function(koru_export_only target name)
   if(WIN32)
-    return() # a DLL exports what is declared so and nothing else
+    return() # a DLL exports only what is declared so
   endif()
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.version)
   file(CONFIGURE OUTPUT ${script} CONTENT "{ global: ${name}; local: *; };\n") # only if it differs

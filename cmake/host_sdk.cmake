@@ -1,4 +1,4 @@
-# The real host libraries in place of the stand-ins: headers in include/, import libraries in lib/.
+# The real host libraries instead of the stand-ins: headers in include/, import libraries in lib/.
 foreach(library qmx qmxcam Arbor dns_sd)
   find_library(KORU_HOST_${library} NAMES ${library} PATHS ${KORU_HOST_SDK}/lib
                NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
