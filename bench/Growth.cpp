@@ -35,7 +35,8 @@ void CountFrame(void* context, const std::uint8_t*, std::uint32_t) {
 class CCameras {
    public:
     CCameras(std::size_t count, const SStreamPlan& plan)
-        : board(Share<SCameraBoard>()), process(EPlace::Behind, [&] { Receive(count, plan); }) {
+        : board(Share<SCameraBoard>()),
+          process(EPlace::SameProcessor, [&] { Receive(count, plan); }) {
         using namespace std::chrono_literals;
         for (int i = 0; !board->ready; ++i) {
             if (i > 5000) throw std::runtime_error("the receivers do not start");
@@ -98,7 +99,7 @@ class CCameras {
 Json GrowWithCameras(unsigned repetitions) {
     const SStreamPlan plan = ComparedStreams().front();
     CPacketStream stream(plan);
-    PlaceSender(EPlace::Behind);
+    PlaceSender(EPlace::SameProcessor);
     std::deque<CCameras> processes;
     for (const std::size_t count : {0U, 1U, 2U, 4U, 8U, 16U, 32U}) {
         processes.emplace_back(count, plan);
@@ -140,9 +141,9 @@ Json GrowWithFrames(unsigned repetitions) {
         const SStreamPlan plan{"", korusim::EEncoding::Raw, {width, height}, 1472, 1};
         CPacketStream stream(plan);
         const double mebibytes = 2.0 * width * height / mebi;
-        PlaceSender(EPlace::Behind);
-        CReceiver plain(EReceiver::PlainAmongThreads, EPlace::Behind, plan, stream, 0);
-        CReceiver plugin(EReceiver::Plugin, EPlace::Behind, plan, stream, 0);
+        PlaceSender(EPlace::SameProcessor);
+        CReceiver plain(EReceiver::PlainAmongThreads, EPlace::SameProcessor, plan, stream, 0);
+        CReceiver plugin(EReceiver::Plugin, EPlace::SameProcessor, plan, stream, 0);
         CSender toPlain(plain.port());
         CSender toPlugin(plugin.port());
         const auto measure = [&](CReceiver& receiver, CSender& sender) {

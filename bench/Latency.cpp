@@ -53,11 +53,11 @@ double TimeFrame(CPacketStream& stream, CSender& sender, const CReceiver& receiv
 Json TimeFrames(unsigned frames) {
     const SStreamPlan plan = ComparedStreams().front();
     CPacketStream stream(plan);
-    CReceiver plain(EReceiver::PlainAmongThreads, EPlace::Beside, plan, stream, 0);
-    CReceiver plugin(EReceiver::Plugin, EPlace::Beside, plan, stream, 0);
+    CReceiver plain(EReceiver::PlainAmongThreads, EPlace::OtherProcessor, plan, stream, 0);
+    CReceiver plugin(EReceiver::Plugin, EPlace::OtherProcessor, plan, stream, 0);
     CSender toPlain(plain.port());
     CSender toPlugin(plugin.port());
-    PlaceSender(EPlace::Beside);
+    PlaceSender(EPlace::OtherProcessor);
     std::vector<double> plainTimes;
     std::vector<double> pluginTimes;
     for (unsigned i = 0; i < frames; ++i) {
@@ -142,18 +142,18 @@ void CSlowCamera::Answer(int connection, const std::string& request) {
     if (const int port = valueOf("client_port="); port != 0) {
         clientPort = static_cast<std::uint16_t>(port);
     }
-    std::string answer = "RTSP/1.0 200 OK\r\nCSeq: " + std::to_string(valueOf("CSeq: ")) +
-                         "\r\nSession: 1\r\nTransport: server_port=7000-7001\r\n";
+    std::string response = "RTSP/1.0 200 OK\r\nCSeq: " + std::to_string(valueOf("CSeq: ")) +
+                           "\r\nSession: 1\r\nTransport: server_port=7000-7001\r\n";
     if (request.starts_with("DESCRIBE")) {
         const std::string body =
             "v=0\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 ZRAW/90000\r\na=framesize:96 640-512\r\n";
-        answer +=
+        response +=
             "Content-Type: application/sdp\r\nContent-Length: " + std::to_string(body.size()) +
             "\r\n\r\n" + body;
     } else {
-        answer += "\r\n";
+        response += "\r\n";
     }
-    (void)::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL);
+    (void)::send(connection, response.data(), response.size(), MSG_NOSIGNAL);
 }
 
 void CSlowCamera::SendFirstFrame() {

@@ -44,7 +44,7 @@ struct SPair {
     void Send(std::uint64_t frames) {
         for (; frames != 0; --frames) {
             const auto packets = stream.NextFrame();
-            if (place == EPlace::Behind) {
+            if (place == EPlace::SameProcessor) {
                 sender.SendDrained(packets);
             } else {
                 sender.SendPaced(packets, WireTime(packets.front().iov_len));
@@ -124,22 +124,22 @@ Json Compare(const SStreamPlan& plan, EPlace place, unsigned rounds) {
                            {"dropped", dropped}});
     }
     return {{"stream", plan.name},
-            {"place", place == EPlace::Behind ? "behind" : "beside"},
+            {"place", place == EPlace::SameProcessor ? "same processor" : "other processor"},
             {"packetsPerFrame", packets},
             {"receivers", results}};
 }
 
 Json CompareAll(const std::vector<SStreamPlan>& plans, unsigned rounds) {
     Json all = Json::array();
-    for (const EPlace place : {EPlace::Behind, EPlace::Beside}) {
+    for (const EPlace place : {EPlace::SameProcessor, EPlace::OtherProcessor}) {
         std::printf("\nCPU time, %s\n  %-14s %8s %16s %10s %8s %14s %8s\n",
-                    place == EPlace::Behind ? "datagrams waiting when the receiver reads"
-                                            : "datagrams arriving at 1 Gbit/s",
+                    place == EPlace::SameProcessor ? "datagrams waiting when the receiver reads"
+                                                   : "datagrams arriving at 1 Gbit/s",
                     "", "us/packet", "min..max", "us/frame", "to plain", "min..max", "dropped");
         for (const SStreamPlan& plan : plans) {
             std::printf("%s\n", plan.name.c_str());
             all.push_back(
-                Compare(plan, place, place == EPlace::Behind ? rounds : (rounds + 2) / 3));
+                Compare(plan, place, place == EPlace::SameProcessor ? rounds : (rounds + 2) / 3));
             (void)std::fflush(stdout);
         }
     }
@@ -157,9 +157,9 @@ STrial TryRate(EReceiver kind, const SStreamPlan& plan, double packetsPerSecond)
     constexpr double seconds = 0.3;
     const double perFrame = CPacketStream(plan).packetsPerFrame();
     const auto frames = static_cast<std::uint64_t>(packetsPerSecond * seconds / perFrame) + 1;
-    PlaceSender(EPlace::Beside);
+    PlaceSender(EPlace::OtherProcessor);
     const std::uint64_t warmUp = IsPeer(kind) ? warmUpFrames : 1;
-    SPair pair(kind, EPlace::Beside, plan, warmUp + frames + 1);
+    SPair pair(kind, EPlace::OtherProcessor, plan, warmUp + frames + 1);
     pair.Send(warmUp);
     const std::chrono::nanoseconds interval(static_cast<std::int64_t>(1e9 / packetsPerSecond));
     const std::int64_t begun = Now();

@@ -173,7 +173,7 @@ void PlaceReceiver(EPlace place) {
     RunOn(ReceiverProcessor());
     // A thread of this scheduling class does not interrupt others when a datagram wakes it.
     const sched_param none{};
-    if (place == EPlace::Behind) (void)::sched_setscheduler(0, SCHED_BATCH, &none);
+    if (place == EPlace::SameProcessor) (void)::sched_setscheduler(0, SCHED_BATCH, &none);
 }
 
 /// Returns a port for a peer; the next one is for its RTCP. The network namespace leaves all ports
@@ -194,7 +194,7 @@ void WaitFor(const std::function<bool()>& condition, const char* complaint) {
 
 }  // namespace
 
-void PlaceSender(EPlace place) { RunOn(place == EPlace::Behind ? ReceiverProcessor() : 0); }
+void PlaceSender(EPlace place) { RunOn(place == EPlace::SameProcessor ? ReceiverProcessor() : 0); }
 
 void PauseForEver() {
     for (;;) ::pause();

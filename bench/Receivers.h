@@ -42,10 +42,10 @@ inline constexpr EReceiver allReceivers[] = {EReceiver::Plain, EReceiver::PlainA
 enum class EPlace {
     /// On the same processor: the receiver runs only while the sender sleeps. The next datagram is
     /// always waiting, so that only the work itself is measured.
-    Behind,
+    SameProcessor,
     /// On the other processor, as with a real network: the receiver sleeps until a datagram
     /// arrives.
-    Beside,
+    OtherProcessor,
 };
 
 /// Moves the calling thread, that of a sender, to the processor of a place.

@@ -1,5 +1,5 @@
-/// Maps the formats that a camera describes to those that the host knows: the kinds of stream, the
-/// catalogue, the search for a requested size, and the URL paths of a format. Pure.
+/// Maps the formats that a camera describes to those of the host: the kinds of stream, the
+/// catalogue, the search for a requested size, and the URL paths of a format. Uses no network.
 #pragma once
 
 #include <cstdint>

@@ -61,22 +61,22 @@ fuzz::ExactBytes Bytes(fuzz::CFuzzInput& input) {
     return bytes;
 }
 
-struct SAnswer {
+struct SResponse {
     std::int32_t status;
     qmx::cam::CRtspHeaders headers;
     std::string body;
     std::size_t taken;
-    bool operator==(const SAnswer&) const = default;
+    bool operator==(const SResponse&) const = default;
 };
 
-SAnswer Read(std::span<const std::uint8_t> bytes, std::size_t inPieces, std::size_t pieceSize) {
+SResponse Read(std::span<const std::uint8_t> bytes, std::size_t inPieces, std::size_t pieceSize) {
     SScript connection{bytes, inPieces, pieceSize};
     script = &connection;
-    SAnswer answer{0, {{"left over", "x"}}, "left over", 0};
-    answer.status = qmx::cam::ReadResponse(0, answer.headers, answer.body);
-    answer.taken = connection.taken;
+    SResponse response{0, {{"left over", "x"}}, "left over", 0};
+    response.status = qmx::cam::ReadResponse(0, response.headers, response.body);
+    response.taken = connection.taken;
     FUZZ_REQUIRE(connection.asked <= qmx::cam::bodyLimit);
-    return answer;
+    return response;
 }
 
 /// Returns the end of the head of a response: after the first empty line.
@@ -90,18 +90,19 @@ std::size_t HeadEnd(std::string_view text) {
     return text.size();
 }
 
-void Check(const SAnswer& answer, std::string_view text) {
+void Check(const SResponse& response, std::string_view text) {
     const std::size_t headEnd = HeadEnd(text);
-    FUZZ_REQUIRE(answer.body.size() <= qmx::cam::bodyLimit);
-    FUZZ_REQUIRE(answer.taken <= headEnd + answer.body.size());
-    for (const auto& [name, value] : answer.headers) FUZZ_REQUIRE(!name.empty() && !value.empty());
-    if (answer.status == qmx::cam::noResponse) return;
+    FUZZ_REQUIRE(response.body.size() <= qmx::cam::bodyLimit);
+    FUZZ_REQUIRE(response.taken <= headEnd + response.body.size());
+    for (const auto& [name, value] : response.headers)
+        FUZZ_REQUIRE(!name.empty() && !value.empty());
+    if (response.status == qmx::cam::noResponse) return;
     // The body is complete, and nothing after it has been read.
-    FUZZ_REQUIRE(answer.taken == headEnd + answer.body.size());
-    FUZZ_REQUIRE(answer.body == text.substr(headEnd, answer.body.size()));
-    const auto length = answer.headers.find("Content-Length");
-    FUZZ_REQUIRE(answer.body.size() ==
-                 (length == answer.headers.end() ? 0 : qmx::cam::ParseUnsigned(length->second)));
+    FUZZ_REQUIRE(response.taken == headEnd + response.body.size());
+    FUZZ_REQUIRE(response.body == text.substr(headEnd, response.body.size()));
+    const auto length = response.headers.find("Content-Length");
+    FUZZ_REQUIRE(response.body.size() ==
+                 (length == response.headers.end() ? 0 : qmx::cam::ParseUnsigned(length->second)));
 }
 
 }  // namespace
@@ -113,9 +114,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::ExactBytes bytes = Bytes(input);
     const std::string_view text = fuzz::AsText(bytes);
 
-    const SAnswer whole = Read(bytes, 0, 0);
+    const SResponse whole = Read(bytes, 0, 0);
     Check(whole, text);
-    const SAnswer pieces = Read(bytes, inPieces, pieceSize);
+    const SResponse pieces = Read(bytes, inPieces, pieceSize);
     Check(pieces, text);
     // Splitting the head makes no difference; splitting the body may only turn success into
     // failure.

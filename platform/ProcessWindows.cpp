@@ -40,7 +40,7 @@ bool ErrorIsTerminal() noexcept {
     return ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
 }
 
-// A socket never takes the number of a standard stream here.
+// On Windows a socket never has the number of a standard stream.
 bool PrepareStandardStreams() noexcept { return true; }
 
 void PrepareByteOutput() noexcept { ::_setmode(::_fileno(stdout), _O_BINARY); }

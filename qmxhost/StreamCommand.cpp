@@ -114,10 +114,10 @@ void CStream::Start() {
         qmx::CVariant rate;
         rate = *options.rate;
         if (!camera->properties.set("/FrameRate", rate)) {
-            throw CFailure(EExit::Failed, "cannot set the frame rate of camera " +
-                                              camera.address() +
-                                              "; a raw camera takes it through its node tree (TCP "
-                                              "port 4554), which must be open and allow it");
+            throw CFailure(EExit::Failed,
+                           "cannot set the frame rate of camera " + camera.address() +
+                               "; the rate of a raw camera is set in its node tree (TCP "
+                               "port 4554), which must be open and allow it");
         }
     }
     if (!camera->StartContinuous(CFrameIntake::OnFrame, &intake)) {

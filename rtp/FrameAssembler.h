@@ -1,5 +1,5 @@
-/// From packets to whole frames, for every kind of stream. Pure: takes parsed packets, returns
-/// finished frames, knows no socket, no thread and no host.
+/// Assembles packets to complete frames, for every kind of stream. The input is parsed packets, the
+/// output finished frames; it uses no socket, no thread and no host.
 #pragma once
 
 #include <cstdint>

@@ -7,9 +7,9 @@
 namespace qmx::cam {
 
 /// Counts failed receives in a row. A single failure says nothing about the next receive: a
-/// datagram was too large, an earlier one of ours could not be delivered, a signal came. Many in a
-/// row mean that the socket itself no longer works, for instance because its interface is gone or
-/// the host has shut the socket library down. Used by one thread.
+/// datagram was too large, one that was sent earlier could not be delivered, or a signal arrived.
+/// Many in a row mean that the socket itself no longer works, for instance because its interface is
+/// gone or the host has shut the socket library down. Used by one thread.
 class CReceivePause {
    public:
     void Succeeded() noexcept { failures = 0; }

@@ -1,4 +1,5 @@
-/// Who this end of a stream is in RTCP. Allocates nothing: it is made on a thread of the receiver.
+/// The identity of this receiver in RTCP. Allocates nothing, because it is created on a thread of
+/// the receiver.
 #pragma once
 
 #include <array>

@@ -3,7 +3,7 @@
 namespace qmx::cam {
 namespace {
 
-/// Sender reports of the camera for each report of ours.
+/// Sender reports from the camera per receiver report.
 constexpr unsigned reportEvery = 4;
 
 /// Converts seconds to the unit of "delay since last SR", 1/65536 s; the low 32 bits count.

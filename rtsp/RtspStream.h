@@ -32,7 +32,8 @@ struct SRtspMedia {
     std::vector<SRtspFormat> formats;
 };
 
-/// One description, complete; the device reads only its version and its media sections.
+/// One complete description. The device uses only its version and its media sections; the other
+/// fields are kept so that the record contains everything that the camera has sent.
 struct SRtspStream {
     std::string version;
     std::string origin;

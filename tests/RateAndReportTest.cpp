@@ -81,7 +81,7 @@ TEST_P(EachKind, APauseKeepsSessionAndReceiver) {
         EXPECT_EQ(shell("state")["streaming"], true);  // the host sees a running stream
         EXPECT_EQ(shell("callback")["callback"], true);
         ASSERT_TRUE(shell.Ok("clear"));
-        EXPECT_FALSE(shell.Ok("wait 5 200"));  // but for one that was on its way
+        EXPECT_FALSE(shell.Ok("wait 5 200"));  // except for frames in transit
         EXPECT_EQ(shell.Threads(), threads);
         EXPECT_EQ(shell.Descriptors(), descriptors);
         ASSERT_TRUE(shell.Ok("set Paused false"));
@@ -122,16 +122,16 @@ TEST(RateAndReport, ASilentReceiverLosesItsStream) {
                         "127.0.0.12,size=64x48,rate=50,sr=0.1,rtcp-timeout=1.5"});
     CShell silent;
     ASSERT_TRUE(silent.Stream());
-    CShell heard;
-    ASSERT_TRUE(heard.Stream("raw", "127.0.0.12"));
+    CShell reporting;
+    ASSERT_TRUE(reporting.Stream("raw", "127.0.0.12"));
     EXPECT_TRUE(WaitFor([&] { return silent.Ok("clear") && !silent.Ok("wait 1 500"); }));
     EXPECT_TRUE(silent.Ok("set Paused true"));
     EXPECT_EQ(silent("get Paused")["value"], false);  // there is no session any more
-    EXPECT_TRUE(heard.Ok("wait 110 20000"));          // 2.2 s
-    EXPECT_TRUE(heard.Ok("set Paused true"));
-    EXPECT_TRUE(heard.Ok("sleep 1600"));  // in a pause there are no sender reports to answer
-    EXPECT_TRUE(heard.Ok("set Paused false"));
-    EXPECT_TRUE(heard.Ok("clear") && heard.Ok("wait 20 20000") && heard.Ok("stop"));
+    EXPECT_TRUE(reporting.Ok("wait 110 20000"));      // 2.2 s
+    EXPECT_TRUE(reporting.Ok("set Paused true"));
+    EXPECT_TRUE(reporting.Ok("sleep 1600"));  // in a pause there are no sender reports to answer
+    EXPECT_TRUE(reporting.Ok("set Paused false"));
+    EXPECT_TRUE(reporting.Ok("clear") && reporting.Ok("wait 20 20000") && reporting.Ok("stop"));
 
     EXPECT_TRUE(silent.Ok("new"));  // the camera is free again
     EXPECT_TRUE(silent.Stream() && silent.Ok("stop"));

@@ -48,7 +48,7 @@ CNodeTree::CNodeTree(const SCameraSettings& settings) : rate(settings.rate) {
     nodes.emplace(switchPath, settings.tree != ETree::SwitchedOff);
 }
 
-std::string CNodeTree::Answer(std::string_view request) {
+std::string CNodeTree::Reply(std::string_view request) {
     const std::string_view verb = TakeWord(request);
     const std::string_view path = TakeWord(request);
     if (verb == "VERIFY" && request.empty()) return Verify(path);
@@ -92,7 +92,7 @@ std::string CNodeTreeReader::Feed(std::string_view bytes, CNodeTree& tree) {
     std::string replies;
     std::size_t begin = 0;
     for (std::size_t end; (end = pending.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        replies += tree.Answer(std::string_view(pending).substr(begin, end - begin)) + '\n';
+        replies += tree.Reply(std::string_view(pending).substr(begin, end - begin)) + '\n';
     }
     pending.erase(0, begin);
     return replies;

@@ -22,7 +22,7 @@ class CNodeTree {
     explicit CNodeTree(const SCameraSettings& settings);
 
     /// Returns the reply to a request, both without line ends.
-    [[nodiscard]] std::string Answer(std::string_view request);
+    [[nodiscard]] std::string Reply(std::string_view request);
     /// Returns the frame rate that clients have set, in frames per second.
     [[nodiscard]] double frequency() const noexcept { return rate; }
 

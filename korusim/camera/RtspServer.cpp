@@ -75,11 +75,11 @@ bool ParseRateQuery(std::string_view path, std::optional<double>& rate) {
 CRtspServer::CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports)
     : settings(cameraSettings), serverPorts(ports), random(settings.seed) {}
 
-SRtspAnswer CRtspServer::Answer(ConnectionId connection, const SRtspRequest& request) {
+SRtspResponse CRtspServer::Respond(ConnectionId connection, const SRtspRequest& request) {
     return Format(Dispatch(connection, request), request);
 }
 
-SRtspAnswer CRtspServer::Refuse(const SRtspRequest& request) const {
+SRtspResponse CRtspServer::Refuse(const SRtspRequest& request) const {
     return Format(SReply{400, {}, {}}, request);
 }
 
@@ -200,20 +200,20 @@ std::string CRtspServer::HeaderLine(std::string_view name, std::string_view valu
     return line + ": " + std::string(value) + "\r\n";
 }
 
-SRtspAnswer CRtspServer::Format(const SReply& reply, const SRtspRequest& request) const {
-    SRtspAnswer answer;
-    answer.head = "RTSP/1.0 " + std::to_string(reply.status) + " " +
-                  std::string(ReasonOf(reply.status)) + "\r\n";
+SRtspResponse CRtspServer::Format(const SReply& reply, const SRtspRequest& request) const {
+    SRtspResponse response;
+    response.head = "RTSP/1.0 " + std::to_string(reply.status) + " " +
+                    std::string(ReasonOf(reply.status)) + "\r\n";
     const std::string* const sequence = request.Find("CSeq");
-    if (sequence != nullptr) answer.head += HeaderLine("CSeq", *sequence);
-    answer.head += HeaderLine("Server", serverName);
-    for (const auto& [name, value] : reply.headers) answer.head += HeaderLine(name, value);
+    if (sequence != nullptr) response.head += HeaderLine("CSeq", *sequence);
+    response.head += HeaderLine("Server", serverName);
+    for (const auto& [name, value] : reply.headers) response.head += HeaderLine(name, value);
     if (!reply.body.empty()) {
-        answer.head += HeaderLine("Content-Length", std::to_string(reply.body.size()));
+        response.head += HeaderLine("Content-Length", std::to_string(reply.body.size()));
     }
-    answer.head += "\r\n";
-    answer.body = reply.body;
-    return answer;
+    response.head += "\r\n";
+    response.body = reply.body;
+    return response;
 }
 
 }  // namespace korusim

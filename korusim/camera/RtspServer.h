@@ -33,7 +33,7 @@ struct SRtspSession {
 };
 
 /// A response in the two pieces that one quirk sends separately.
-struct SRtspAnswer {
+struct SRtspResponse {
     std::string head;
     std::string body;
 };
@@ -53,9 +53,9 @@ class CRtspServer {
     CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports);
 
     /// Returns the response to a request. `session` shows what the request changed.
-    [[nodiscard]] SRtspAnswer Answer(ConnectionId connection, const SRtspRequest& request);
+    [[nodiscard]] SRtspResponse Respond(ConnectionId connection, const SRtspRequest& request);
     /// Returns the response to bytes that are not a request.
-    [[nodiscard]] SRtspAnswer Refuse(const SRtspRequest& request) const;
+    [[nodiscard]] SRtspResponse Refuse(const SRtspRequest& request) const;
     void ConnectionClosed(ConnectionId connection);
     /// Ends the session, if there is one, without notifying its client.
     void GiveUpSession() { current.reset(); }
@@ -81,7 +81,7 @@ class CRtspServer {
     [[nodiscard]] SReply WrongState() const;
     [[nodiscard]] std::string NewSessionId();
     [[nodiscard]] std::string HeaderLine(std::string_view name, std::string_view value) const;
-    [[nodiscard]] SRtspAnswer Format(const SReply& reply, const SRtspRequest& request) const;
+    [[nodiscard]] SRtspResponse Format(const SReply& reply, const SRtspRequest& request) const;
 
     SCameraSettings settings;
     SPortPair serverPorts;

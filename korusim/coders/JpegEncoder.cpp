@@ -114,7 +114,7 @@ JpegTables OwnTables() {
     return tables;
 }
 
-/// Quantises by the tables as a decoder will read them: it takes the entries in zigzag order.
+/// Quantises by the tables as a decoder will read them, with the entries in zigzag order.
 void UseTables(jpeg_compress_struct& jpeg, const JpegTables& tables) {
     for (int which = 0; which < 2; ++which) {
         const auto entries =

@@ -14,7 +14,7 @@ namespace {
 constexpr int listenBacklog = 16;
 constexpr std::size_t receivePieceBytes = 4096;
 /// Most bytes that may wait for a peer. One that lets more pile up does not read them.
-constexpr std::size_t maxQueuedAnswers = 256;
+constexpr std::size_t maxQueuedResponses = 256;
 /// Datagrams per system call.
 constexpr std::size_t outboxSlots = 64;
 /// Send buffer in bytes; it has to hold a burst.
@@ -115,7 +115,7 @@ void CPeer::Queue(std::string bytes, TimePoint due) {
 }
 
 bool CPeer::Flush(TimePoint now) {
-    if (waiting.size() > maxQueuedAnswers) return false;
+    if (waiting.size() > maxQueuedResponses) return false;
     blocked = false;
     while (!waiting.empty() && waiting.front().due <= now) {
         std::string& bytes = waiting.front().bytes;

@@ -249,30 +249,30 @@ bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
             case ERtspRead::NeedMore:
                 return true;
             case ERtspRead::Request:
-                QueueAnswer(peer, server->Answer(peer.id, request), now);
+                QueueResponse(peer, server->Respond(peer.id, request), now);
                 FollowSession(now, peer.link.remote());
                 break;
             case ERtspRead::Malformed:
-                QueueAnswer(peer, server->Refuse(request), now);
+                QueueResponse(peer, server->Refuse(request), now);
                 break;
             case ERtspRead::Broken:
-                QueueAnswer(peer, server->Refuse(request), now);
+                QueueResponse(peer, server->Refuse(request), now);
                 peer.link.CloseWhenSent();
                 return true;
         }
     }
 }
 
-void CVirtualCamera::QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const {
+void CVirtualCamera::QueueResponse(SRtspPeer& peer, SRtspResponse response, TimePoint now) const {
     const TimePoint due = settings.Has(EQuirk::LateAnswers) ? now + lateBy : now;
     if (settings.Has(EQuirk::SplitBody)) {
-        const std::size_t half = answer.body.size() / 2;
-        peer.link.Queue(answer.head + answer.body.substr(0, half), due);
-        peer.link.Queue(answer.body.substr(half), due + splitBy);
+        const std::size_t half = response.body.size() / 2;
+        peer.link.Queue(response.head + response.body.substr(0, half), due);
+        peer.link.Queue(response.body.substr(half), due + splitBy);
         return;
     }
     // In one piece, because some clients read the body by a single receive.
-    peer.link.Queue(answer.head + answer.body, due);
+    peer.link.Queue(response.head + response.body, due);
 }
 
 void CVirtualCamera::ServeTree(TimePoint now) {

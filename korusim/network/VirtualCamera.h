@@ -93,7 +93,7 @@ class CVirtualCamera {
     [[nodiscard]] bool HasSession(const STreePeer&) const { return false; }
     void ServeRtsp(TimePoint now);
     [[nodiscard]] bool ServeRtspPeer(SRtspPeer& peer, TimePoint now);
-    void QueueAnswer(SRtspPeer& peer, SRtspAnswer answer, TimePoint now) const;
+    void QueueResponse(SRtspPeer& peer, SRtspResponse response, TimePoint now) const;
     void ServeTree(TimePoint now);
     [[nodiscard]] bool ServeTreePeer(STreePeer& peer, TimePoint now);
     void ServeRtcp(TimePoint now);

@@ -20,7 +20,7 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
                            TimePoint now)
     : sending(std::make_unique<CFramePipeline>(settings, format, scene)),
       coding(std::make_unique<CFramePipeline>(settings, format, scene)),
-      // A raw frame takes less time than it takes to use a thread.
+      // Making a raw frame takes less time than starting a thread.
       codingPolicy(format.encoding == EEncoding::Raw ? std::launch::deferred : std::launch::async),
       pacer(rate),
       impairments(settings, seed),

@@ -239,8 +239,8 @@ bool RunBrowse(const std::shared_ptr<SBrowse>& browse, const std::wstring& servi
 
 bool SystemHasBrowse() {
     if (WindowsServices().complete()) return true;
-    static std::atomic<bool> told{false};
-    if (!told.exchange(true)) {
+    static std::atomic<bool> reported{false};
+    if (!reported.exchange(true)) {
         std::fputs(
             "dns_sd: this system has no DNS-SD browse (dnsapi.dll has one from Windows 10 on): no "
             "camera will be found; a camera can still be opened by its address\n",
