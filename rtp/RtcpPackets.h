@@ -1,5 +1,5 @@
 /// RTCP packets (RFC 3550 section 6) of a receiver of one stream: those that it sends, and the one
-/// field of the sender's that it reads. Pure.
+/// field of a sender report that it reads.
 #pragma once
 
 #include <array>

@@ -1,4 +1,4 @@
-/// Decides what this receiver sends by RTCP, and when. Pure.
+/// Decides what this receiver sends by RTCP, and when.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-/// Text functions for RTSP and SDP. Pure; independent of the locale.
+/// Text functions for RTSP and SDP, without side effects and independent of the locale.
 #pragma once
 
 #include <cstdint>
