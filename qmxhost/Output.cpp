@@ -1,6 +1,5 @@
 #include "Output.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -21,17 +20,17 @@ void PrintJson(const Json& value) {
 
 void PrintError(const std::string& text) { std::fprintf(stderr, "qmxhost: %s\n", text.c_str()); }
 
-std::string Printable(std::string text) {
-    constexpr unsigned char firstPlain = 0x20;
-    constexpr unsigned char del = 0x7F;
-    std::ranges::replace_if(
-        text,
-        [](char letter) {
-            const auto code = static_cast<unsigned char>(letter);
-            return code < firstPlain || code == del;
-        },
-        '?');
-    return text;
+Json ValueAsJson(const qmx::CVariant& value) {
+    switch (value.type()) {
+        case qmx::EType::Bool:
+            return value.ToBool();
+        case qmx::EType::Float64:
+            return value.ToFlt64();
+        case qmx::EType::String:
+            return Text(value.ToString());
+        default:
+            return nullptr;
+    }
 }
 
 void PrintHint(const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); }

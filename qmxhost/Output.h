@@ -1,34 +1,15 @@
-/// The output of the small host: exit statuses, failures that end a command, results on standard
-/// output and everything else on standard error.
+/// The output of the small host: results on standard output and everything else on standard error.
 #pragma once
 
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <string>
 
+#include "Failure.h"
 #include "qmx.h"
 
 namespace qmxhost {
 
-/// The exit status of the process.
-enum class EExit : int {
-    Done = 0,
-    Failed = 1,
-    Usage = 2,
-    NoCamera = 3,
-    TooFewFrames = 4,
-    Damage = 5,
-};
-
-/// Thrown to end a command. The text says in one line what failed, on which camera, and what to do
-/// next; `main` prints it.
-class CFailure : public std::runtime_error {
-   public:
-    CFailure(EExit exitStatus, const std::string& text)
-        : std::runtime_error(text), status(exitStatus) {}
-
-    const EExit status;
-};
+using namespace hostkit;  // what every command uses
 
 /// Keeps the keys in the order in which they were set, because people read these lines too.
 using Json = nlohmann::ordered_json;
@@ -44,8 +25,7 @@ void PrintError(const std::string& text);
 /// Writes a hint for a person to standard error.
 void PrintHint(const std::string& text);
 
-[[nodiscard]] inline std::string Text(const qmx::CString& text) { return text.c_str(); }
-/// Returns a text from the network without control characters, which could control a terminal.
-[[nodiscard]] std::string Printable(std::string text);
+/// Returns a variant as JSON, which is null for an empty one.
+[[nodiscard]] Json ValueAsJson(const qmx::CVariant& value);
 
 }  // namespace qmxhost

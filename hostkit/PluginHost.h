@@ -10,7 +10,7 @@
 
 #include "qmxcam.h"
 
-namespace qmxhost {
+namespace hostkit {
 
 /// Bits of the flag word of `IDevice::Open`.
 inline constexpr std::uint32_t openTree = 1;
@@ -58,4 +58,4 @@ class COpenCamera {
 /// Returns the value of a parameter as text; empty if there is no such parameter.
 [[nodiscard]] std::string ParameterText(const qmx::cam::SDeviceInfo& info, const char* key);
 
-}  // namespace qmxhost
+}  // namespace hostkit

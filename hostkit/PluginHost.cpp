@@ -4,11 +4,11 @@
 
 #include "Arguments.h"
 #include "NetworkState.h"
-#include "Output.h"
+#include "Failure.h"
 #include "Process.h"
 #include "SharedLibrary.h"
 
-namespace qmxhost {
+namespace hostkit {
 namespace {
 
 using qmx::cam::IDevice;
@@ -138,4 +138,4 @@ std::vector<IDevice::SFormat> COpenCamera::Formats() {
     return {formats.begin(), formats.end()};
 }
 
-}  // namespace qmxhost
+}  // namespace hostkit

@@ -1,14 +1,13 @@
-/// Converts the values of properties between typed text, the host's variants and JSON.
+/// Finds properties of a device by name, and converts typed text to their values.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "Output.h"
 #include "qmxcam.h"
 
-namespace qmxhost {
+namespace hostkit {
 
 struct SProperty {
     qmx::CString name;
@@ -23,7 +22,5 @@ struct SProperty {
 /// Parses a text as a value of a type. The conversion of the variant itself would silently turn a
 /// typing error into 0.
 [[nodiscard]] std::optional<qmx::CVariant> ParseValue(std::string_view text, qmx::EType type);
-/// Returns a variant as JSON, which is null for an empty one.
-[[nodiscard]] Json ValueAsJson(const qmx::CVariant& value);
 
-}  // namespace qmxhost
+}  // namespace hostkit

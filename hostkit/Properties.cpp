@@ -2,7 +2,7 @@
 
 #include "Arguments.h"
 
-namespace qmxhost {
+namespace hostkit {
 
 std::optional<SProperty> FindProperty(const qmx::cam::CProperties& properties,
                                       std::string_view name) {
@@ -41,17 +41,4 @@ std::optional<qmx::CVariant> ParseValue(std::string_view text, qmx::EType type) 
     return value;
 }
 
-Json ValueAsJson(const qmx::CVariant& value) {
-    switch (value.type()) {
-        case qmx::EType::Bool:
-            return value.ToBool();
-        case qmx::EType::Float64:
-            return value.ToFlt64();
-        case qmx::EType::String:
-            return Text(value.ToString());
-        default:
-            return nullptr;
-    }
-}
-
-}  // namespace qmxhost
+}  // namespace hostkit

@@ -9,7 +9,7 @@
 #include "Arguments.h"
 #include "qmxcam.h"
 
-namespace qmxhost {
+namespace hostkit {
 
 /// The requested format. With nothing set, it is the first one of the catalogue.
 struct SFormatChoice {
@@ -24,4 +24,4 @@ struct SFormatChoice {
     const std::vector<qmx::cam::IDevice::SFormat>& formats, const SFormatChoice& choice,
     const std::string& camera);
 
-}  // namespace qmxhost
+}  // namespace hostkit

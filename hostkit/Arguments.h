@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-namespace qmxhost {
+namespace hostkit {
 
 struct SSize {
     std::uint16_t width = 0;
@@ -24,4 +24,4 @@ struct SSize {
 /// forms such as "127.1" that some systems accept as an address.
 [[nodiscard]] bool IsAddress(std::string_view text);
 
-}  // namespace qmxhost
+}  // namespace hostkit

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "Output.h"
+#include "Failure.h"
 #include "PixelTypeNames.h"
 
-namespace qmxhost {
+namespace hostkit {
 namespace {
 
 using SFormat = qmx::cam::IDevice::SFormat;
@@ -33,4 +33,4 @@ SFormat ChooseFormat(const std::vector<SFormat>& formats, const SFormatChoice& c
                                      camera + "' lists the formats it has");
 }
 
-}  // namespace qmxhost
+}  // namespace hostkit

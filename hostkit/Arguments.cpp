@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-namespace qmxhost {
+namespace hostkit {
 
 std::optional<std::uint64_t> ParseWhole(std::string_view text, std::uint64_t most) {
     int base = 10;
@@ -55,4 +55,4 @@ bool IsAddress(std::string_view text) {
     return true;
 }
 
-}  // namespace qmxhost
+}  // namespace hostkit
