@@ -36,22 +36,23 @@ Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
 )";
 
 constexpr const char* streamHelp =
-    R"(Streams until Ctrl-C when neither --count nor --duration is given, and takes the
-first format of the catalogue when none is chosen. A stream that has been silent
-for about 10 s is given up, or sooner when the camera has closed its control
+    R"(Streams until Ctrl-C unless --count or --duration sets a limit. Without a choice
+of format it uses the first one of the catalogue. The stream ends when no frame
+has arrived for about 10 s, or sooner if the camera has closed its control
 connection.
 
---as native saves frames as they came: raw is 16-bit little-endian lines without
-a header (.raw), JPEG-LS has 4 bytes of the camera before the image (.jls), JPEG
-is a whole file (.jpg). --as png makes pictures to look at: of raw and JPEG-LS
-16-bit grey with the contrast stretched, or false colours with --palette; of JPEG
-what the camera made. Frames that cannot be decoded are passed over and counted.
+--as native saves frames unchanged: raw frames are 16-bit little-endian rows
+without a header (.raw), JPEG-LS frames begin with 4 bytes of the camera before
+the image (.jls), JPEG frames are complete files (.jpg). --as png saves pictures
+to look at: raw and JPEG-LS as 16-bit grey with stretched contrast, or in false
+colours with --palette; JPEG in its own colours. Frames that cannot be decoded are
+skipped and counted.
 )";
 
 constexpr const char* setHelp =
-    R"(The frame rate of a raw camera stays in the camera. All else, also the rate of
-a compressed one, ends with this command's connection: 'qmxhost stream --rate'
-sets a rate and streams with it.
+    R"(The frame rate of a raw camera remains set in the camera. All other properties,
+including the rate of a compressed camera, last only as long as the connection of
+this command: use 'qmxhost stream --rate' to stream with a rate.
 )";
 
 /// The options of all commands, and the chosen command.
