@@ -13,7 +13,7 @@ void CFrameQueue::Reserve(std::size_t frameLength) {
     }
 }
 
-bool CFrameQueue::Push(std::span<const std::uint8_t> frame, std::uint64_t arrival) {
+bool CFrameQueue::Push(std::span<const std::uint8_t> frame, const SArrival& arrival) {
     {
         const std::lock_guard guard(lock);
         if (used == slots) return false;

@@ -12,10 +12,17 @@
 
 namespace frames {
 
+/// When a frame arrived.
+struct SArrival {
+    std::uint64_t number = 0;  ///< 1 for the first counted frame of a stream
+    std::chrono::system_clock::time_point utc;
+    double elapsed = 0;  ///< seconds since the first counted frame
+};
+
 /// A frame, copied from the plug-in's buffer.
 struct SFrame {
     std::vector<std::uint8_t> bytes;
-    std::uint64_t arrival = 0;  ///< 1 for the first counted frame of a stream
+    SArrival arrival;
 };
 
 /// Has one producer and one consumer. The memory of a slot is reused, so that pushing allocates
@@ -35,7 +42,7 @@ class CFrameQueue {
 
     /// Copies a frame into the queue without waiting for the consumer. Returns false, and keeps
     /// nothing, if the queue is full.
-    [[nodiscard]] bool Push(std::span<const std::uint8_t> frame, std::uint64_t arrival);
+    [[nodiscard]] bool Push(std::span<const std::uint8_t> frame, const SArrival& arrival);
 
     /// Returns the oldest frame, which stays valid until `Pop`, or null if none arrives within the
     /// limit.

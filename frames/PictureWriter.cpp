@@ -2,48 +2,18 @@
 
 #include <png.h>
 
-#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <utility>
 
-#include "FrameStamp.h"
 #include "OutputFile.h"
 
 namespace frames {
 namespace {
 
-constexpr std::uint32_t fullScale = 0xFFFF;
-/// One in this many pixels is ignored by `StretchContrast` at either end.
-constexpr std::size_t ignoredShare = 1000;
 /// Compression level. Higher ones barely compress sensor noise better and are too slow for a live
 /// stream.
 constexpr int compressionLevel = 1;
-
-/// The stamp would show as odd dots in the corner; the pixel next to it replaces it.
-void HideStamp(SGreyPicture& picture) {
-    if (picture.pixels.size() <= framestamp::stampPixels) return;
-    const std::uint16_t neighbour = picture.pixels[framestamp::stampPixels];
-    std::fill_n(picture.pixels.begin(), framestamp::stampPixels, neighbour);
-}
-
-struct SRange {
-    std::uint32_t low = 0;
-    std::uint32_t high = 0;
-};
-
-/// Returns the darkest and the brightest value beyond the ignored share of the pixels.
-SRange UsedRange(const std::vector<std::uint16_t>& pixels) {
-    std::vector<std::size_t> histogram(fullScale + 1);
-    for (const std::uint16_t pixel : pixels) ++histogram[pixel];
-    const std::size_t ignored = pixels.size() / ignoredShare;
-    SRange range{0, fullScale};
-    std::size_t below = histogram[range.low];
-    while (below <= ignored && range.low < range.high) below += histogram[++range.low];
-    std::size_t above = histogram[range.high];
-    while (above <= ignored && range.high > range.low) above += histogram[--range.high];
-    return range;
-}
 
 /// Returns the bytes of a PNG's rows, one after the other.
 struct SPngImage {
@@ -111,37 +81,6 @@ bool WriteImage(const std::string& file, SPngImage image) {
 }
 
 }  // namespace
-
-SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width) {
-    SGreyPicture picture{width, 0, {}};
-    const std::size_t pixels = frame.size() / 2;
-    if (width == 0 || pixels == 0) return picture;
-    const std::size_t lines = (pixels + width - 1) / width;
-    picture.height = static_cast<std::uint32_t>(lines);
-    picture.pixels.resize(lines * width);
-    for (std::size_t i = 0; i < pixels; ++i) {
-        picture.pixels[i] = static_cast<std::uint16_t>(frame[2 * i] | frame[2 * i + 1] << 8);
-    }
-    // Zeros would be darker than any pixel and spoil the contrast.
-    std::fill(picture.pixels.begin() + static_cast<std::ptrdiff_t>(pixels), picture.pixels.end(),
-              picture.pixels[pixels - 1]);
-    if (framestamp::ReadStamp(frame).state != framestamp::EStamp::Absent) HideStamp(picture);
-    return picture;
-}
-
-void StretchContrast(SGreyPicture& picture) {
-    const SRange range = UsedRange(picture.pixels);
-    if (range.high <= range.low) {
-        std::ranges::fill(picture.pixels, static_cast<std::uint16_t>(fullScale / 2));
-        return;
-    }
-    for (std::uint16_t& pixel : picture.pixels) {
-        const std::uint32_t inside = std::clamp<std::uint32_t>(pixel, range.low, range.high);
-        // At most 0xFFFF times 0xFFFF, which fits in 32 bits.
-        const std::uint32_t stretched = (inside - range.low) * fullScale / (range.high - range.low);
-        pixel = static_cast<std::uint16_t>(stretched);
-    }
-}
 
 bool WritePng(const std::string& file, const SGreyPicture& picture, const Palette* palette) {
     if (picture.pixels.empty()) return false;

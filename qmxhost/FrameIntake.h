@@ -32,13 +32,14 @@ class CFrameIntake {
 
    private:
     void Add(std::span<const std::uint8_t> frame);
-    [[nodiscard]] bool Push(std::span<const std::uint8_t> frame);
+    [[nodiscard]] bool Push(std::span<const std::uint8_t> frame, frames::Clock::time_point now);
 
     const std::uint64_t skip;
     const std::uint64_t count;
     const bool keep;
-    std::uint64_t skipped = 0;  // accessed only by the callback thread
-    std::uint64_t taken = 0;    // likewise
+    std::uint64_t skipped = 0;        // accessed only by the callback thread
+    std::uint64_t taken = 0;          // likewise
+    frames::Clock::time_point begun;  // arrival of the first counted frame; likewise
     frames::CFrameStatistics statistics;
     frames::CFrameQueue waiting;
 };

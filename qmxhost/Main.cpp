@@ -45,7 +45,8 @@ connection.
 without a header (.raw), JPEG-LS frames begin with 4 bytes of the camera before
 the image (.jls), JPEG frames are complete files (.jpg). --as png saves pictures
 to look at: raw and JPEG-LS as 16-bit grey with stretched contrast, or in false
-colours with --palette; JPEG in its own colours. Frames that cannot be decoded are
+colours with --palette; JPEG in its own colours. --as tiff records all frames with
+their exact values and times in one BigTIFF file. Frames that cannot be decoded are
 skipped and counted.
 )";
 
@@ -156,18 +157,25 @@ void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
 }
 
 void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
-    auto* const save = command.add_option("--save", stream.save.target,
-                                          "folder for the frames, or - for standard output");
-    auto* const form =
-        command
-            .add_option_function<std::string>(
-                "--as", [&stream](const std::string& text) { stream.save.asPng = text == "png"; },
-                "native (unchanged) or png")
-            ->needs(save)
-            ->check(CLI::IsMember({"native", "png"}));
+    auto* const save =
+        command.add_option("--save", stream.save.target,
+                           "folder for the frames, file for a recording, or - for standard output");
+    auto* const form = command
+                           .add_option_function<std::string>(
+                               "--as",
+                               [&stream](const std::string& text) {
+                                   stream.save.as = text == "png"    ? ESaveAs::Png
+                                                    : text == "tiff" ? ESaveAs::Tiff
+                                                                     : ESaveAs::Native;
+                               },
+                               "native (unchanged), png or tiff (one recording)")
+                           ->needs(save)
+                           ->check(CLI::IsMember({"native", "png", "tiff"}));
     command.add_option("--palette", stream.save.palette, "false colours for png")
         ->needs(form)
         ->check(CLI::IsMember(frames::PaletteNames()));
+    command.add_flag("--overwrite", stream.save.overwrite, "replace the frames of another run")
+        ->needs(save);
     command.add_flag("--check", stream.check, "verify korusim's checksum in each picture");
 }
 
@@ -178,10 +186,11 @@ void RefuseContradictions(const SCommandLine& line) {
     if (toOutput && line.json) {
         throw CLI::ValidationError("--save", "- and --json would both write to standard output");
     }
-    if (toOutput && save.asPng) {
-        throw CLI::ValidationError("--save", "- writes native frames only; name a folder for png");
+    if (toOutput && save.as != ESaveAs::Native) {
+        throw CLI::ValidationError("--save",
+                                   "- writes native frames only; name a folder or a file");
     }
-    if (!save.palette.empty() && !save.asPng) {
+    if (!save.palette.empty() && save.as != ESaveAs::Png) {
         throw CLI::ValidationError("--palette", "colours pictures: add --as png");
     }
 }

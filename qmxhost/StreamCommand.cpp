@@ -33,11 +33,12 @@ constexpr auto stopPoll = 50ms;
 void RefuseUnsuitable(const SStreamOptions& options, const SFormat& format) {
     const std::string name = frames::TypeName(format.pixelType);
     // A type that cannot be checked is one that cannot be decoded here.
-    if ((options.save.asPng || options.check) &&
-        !frames::CFrameChecker::CanCheck(format.pixelType)) {
-        throw CFailure(EExit::Usage, "frames of type " + name +
-                                         " cannot be decoded, which --as png and --check need; "
-                                         "use --as native to save them unchanged");
+    const bool decodes = options.save.as != ESaveAs::Native || options.check;
+    if (decodes && !frames::CFrameChecker::CanCheck(format.pixelType)) {
+        throw CFailure(EExit::Usage,
+                       "frames of type " + name +
+                           " cannot be decoded, which --as png, --as tiff and --check "
+                           "need; use --as native to save them unchanged");
     }
     if (!options.save.palette.empty() && format.pixelType == frames::jpegType) {
         throw CFailure(EExit::Usage, "--palette applies to raw and jls frames; " + name +
@@ -97,7 +98,7 @@ CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
       checker(format.pixelType),
       report(options.json, options.save.target == standardOutput) {
     RefuseUnsuitable(options, format);
-    if (!options.save.target.empty()) saver.emplace(options.save, format);
+    if (!options.save.target.empty()) saver.emplace(options.save, format, camera.address());
 }
 
 std::string CStream::FormatText() const {
@@ -132,7 +133,7 @@ void CStream::Start() {
 void CStream::HandleOneFrame(std::chrono::milliseconds limit) {
     const frames::SFrame* const frame = intake.queue().Front(limit);
     if (frame == nullptr) return;
-    if (options.check) checker.Check(frame->bytes, frame->arrival);
+    if (options.check) checker.Check(frame->bytes, frame->arrival.number);
     if (saver) saver->Save(*frame);
     intake.queue().Pop();
 }

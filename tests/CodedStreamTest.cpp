@@ -16,6 +16,7 @@
 #include "FrameSaver.h"
 #include "FrameStamp.h"
 #include "PixelTypeNames.h"
+#include "support/Folder.h"
 #include "support/Program.h"
 #include "support/Resources.h"
 #include "support/ScriptedPeer.h"
@@ -29,15 +30,7 @@ using test::CProgram;
 using test::CSimulator;
 using test::InShell;
 using test::RunProgram;
-
-/// A temporary folder, removed at the end of the scope.
-struct SFolder {
-    SFolder() : path(::mkdtemp((fs::temp_directory_path() / "koru-XXXXXX").string().data())) {}
-    SFolder(const SFolder&) = delete;
-    SFolder& operator=(const SFolder&) = delete;
-    ~SFolder() { fs::remove_all(path); }
-    const std::string path;
-};
+using test::SFolder;
 
 /// Returns the name under which the host saves a frame.
 std::string Frame(const SFolder& folder, int number, const char* extension) {
@@ -169,8 +162,9 @@ TEST(SavedFrames, AFailedSaveIsReportedAndLeavesNoPartialFile) {
 TEST(SavedFrames, AFrameWithoutAPictureIsSkipped) {
     const SFolder folder;
     for (const auto& type : {frames::rawType, frames::jlsType, frames::jpegType}) {
-        qmxhost::CFrameSaver saver({folder.path, true, ""}, {1, 1, type});
-        for (const Bytes& frame : {Bytes(1, 0xFF), Bytes()}) saver.Save({frame, 1});
+        qmxhost::CFrameSaver saver({folder.path, qmxhost::ESaveAs::Png, "", false}, {1, 1, type},
+                                   "camera");
+        for (const Bytes& frame : {Bytes(1, 0xFF), Bytes()}) saver.Save({frame, {}});
         EXPECT_EQ(saver.totals().undecodable + 10 * saver.totals().empty, 11u);
     }
     EXPECT_TRUE(fs::is_empty(folder.path));
