@@ -70,7 +70,7 @@ struct CRecording::SCallbacks {
     static int Close(thandle_t) { return 0; }
 };
 
-void CRecording::SClose::operator()(tiff* handle) const { TIFFClose(handle); }
+void CRecording::SClose::operator()(tiff* open) const { TIFFClose(open); }
 
 CRecording::CRecording(const std::filesystem::path& file) : target{CPagedFile(file), 0} {
     if (!error().empty()) return;

@@ -51,7 +51,7 @@ class CRecording {
     };
     struct SCallbacks;
     struct SClose {
-        void operator()(tiff* handle) const;
+        void operator()(tiff* open) const;
     };
 
     STarget target;
