@@ -218,7 +218,7 @@ SHighestRate FindRate(EReceiver kind, const SStreamPlan& plan) {
 }
 
 Json FindRates(const std::vector<SStreamPlan>& plans) {
-    constexpr unsigned rateRounds = 5;
+    constexpr unsigned rateRounds = 3;
     std::printf("\nHighest rate without loss, on two processors\n");
     Json all = Json::array();
     for (const SStreamPlan& plan : plans) {
@@ -256,7 +256,7 @@ Json FindRates(const std::vector<SStreamPlan>& plans) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    unsigned rounds = 101;
+    unsigned rounds = 41;
     std::string only;
     std::string file;
     CLI::App app("CPU time per packet, and the highest rate without loss, of receivers");
