@@ -11,7 +11,7 @@ std::string LastError() { return std::generic_category().message(errno); }
 
 }  // namespace
 
-CPagedFile::CPagedFile(const std::filesystem::path& filePath) : path(filePath) {
+CPagedFile::CPagedFile(const std::filesystem::path& path) {
     // Without a buffer of the stream, a write reaches the system at once and in this order.
     file.rdbuf()->pubsetbuf(nullptr, 0);
     errno = 0;
@@ -76,12 +76,7 @@ bool CPagedFile::Commit() {
     if (!errorText.empty()) return false;
     bool done = WriteNow(committed, tail);
     for (const auto& [offset, bytes] : patches) done = done && WriteNow(offset, bytes);
-    if (!done) {
-        std::error_code ignored;
-        file.close();
-        std::filesystem::resize_file(path, committed, ignored);
-        return false;
-    }
+    if (!done) return false;
     committed += tail.size();
     tail.clear();
     patches.clear();

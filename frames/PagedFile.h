@@ -28,8 +28,8 @@ class CPagedFile {
     /// Returns the size of the file in bytes, including bytes that are held back.
     [[nodiscard]] std::uint64_t size() const noexcept { return committed + tail.size(); }
 
-    /// Writes what is held back. On failure the file keeps the size of the last commit; `error`
-    /// returns the reason, and later calls fail as well.
+    /// Writes what is held back. On failure nothing in the file refers to the bytes of this page;
+    /// `error` returns the reason, and later calls fail as well.
     [[nodiscard]] bool Commit();
     /// Returns the reason of the first failure; empty if there was none.
     [[nodiscard]] const std::string& error() const noexcept { return errorText; }
@@ -39,9 +39,8 @@ class CPagedFile {
 
     [[nodiscard]] bool WriteNow(std::uint64_t offset, const Bytes& bytes);
 
-    const std::filesystem::path path;
     std::fstream file;
-    std::uint64_t committed = 0;  // size of the file
+    std::uint64_t committed = 0;  // size of the file at the last commit
     Bytes tail;                   // held back, from `committed` on
     std::vector<std::pair<std::uint64_t, Bytes>> patches;
     std::string errorText;
