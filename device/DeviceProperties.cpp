@@ -87,8 +87,8 @@ bool CKORURTSPDevice::SetPaused(const CVariant& value) {
     if (pause == !rtsp.IsPlaying()) return true;
     if (pause) {
         rtsp.Pause();
-    } else {
-        rtsp.Play();
+    } else if (rtsp.Play()) {
+        receiverIsLeftOver = false;
     }
     return true;
 }

@@ -201,10 +201,8 @@ std::optional<double> CKORURTSPDevice::ResolveSetupRate() {
 }
 
 /// Returns true while a session plays or is paused. The receiver that a `Close` has left running is
-/// no stream, unless its session plays again: a camera that refused TEARDOWN may have kept it.
-bool CKORURTSPDevice::StreamExists() const {
-    return receiver.IsRunning() && (!receiverIsLeftOver || rtsp.IsPlaying());
-}
+/// no stream, until its session plays again: a camera that refused TEARDOWN may have kept it.
+bool CKORURTSPDevice::StreamExists() const { return receiver.IsRunning() && !receiverIsLeftOver; }
 
 bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     // Without a callback the receiver would not count as running.
@@ -228,6 +226,7 @@ bool CKORURTSPDevice::StartContinuous(FrameCallback callback, void* context) {
     }
     frameCallback = callback;
     callbackContext = context;
+    receiverIsLeftOver = false;
     return true;
 }
 

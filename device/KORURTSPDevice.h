@@ -168,7 +168,7 @@ class CKORURTSPDevice final : public IDevice {
     std::optional<double> frameRate;  // requested of a compressed stream
     bool connected = false;
     bool opened = false;
-    bool receiverIsLeftOver = false;  // by a `Close` that could not stop the stream
+    bool receiverIsLeftOver = false;  // a `Close` could not stop it, and nothing played since
 };
 
 }  // namespace qmx::cam

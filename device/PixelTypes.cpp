@@ -14,8 +14,8 @@ bool RegisterPixelTypes() {
         EDataType dataType;
         SGuid family;
     };
-    // Only the first one occurs in a catalogue. The byte of "Y800" is 2, as for the packed types, not
-    // 1.
+    // Only the first one occurs in a catalogue. The byte of "Y800" is 2, as for the packed types,
+    // not 1.
     static constexpr SRow rows[] = {
         {"F7M0", pixelTypeRaw, 2, radiometric, pixelFamilyRadiometric},
         {"F7M2",

@@ -237,8 +237,10 @@ TEST(Device, StartsStopsAndStartsAgain) {
 // fails and ends that receiver; the second one streams.
 TEST(Device, StreamsAgainAfterACloseWhilePaused) {
     const Answers leftOver = Joined(opening, starting, stopping, opening);
-    CScriptedPeer peer(Joined(leftOver, {Ok(setUp), Ok()}, starting, stopping), "127.0.0.1",
-                       rtspPort);
+    const Answers pauseAndPlay = {Ok(), starting.back()};
+    CScriptedPeer peer(
+        Joined(Joined(leftOver, {Ok(setUp), Ok()}, starting), pauseAndPlay, stopping), "127.0.0.1",
+        rtspPort);
     const std::size_t threads = ThreadsWithoutPeers() + 1;
     const TSharedPtr<IDevice> device = MakeDevice();
     const auto start = [&] { return device->StartContinuous(Ignore, nullptr); };
@@ -257,36 +259,51 @@ TEST(Device, StreamsAgainAfterACloseWhilePaused) {
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(start()); }), notStarted);
     EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
     EXPECT_TRUE(start());
+    EXPECT_TRUE(Set(*device, "/Paused", true));
     EXPECT_EQ(LogOf([&] { EXPECT_FALSE(start()); }), notStarted);
+    EXPECT_EQ(ThreadCount(), threads + 3) << "a paused stream is not one that was left over";
+    EXPECT_TRUE(Set(*device, "/Paused", false));
     EXPECT_TRUE(device->StopContinuous());
     EXPECT_EQ(peer.Methods(),
               "OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE SETUP TEARDOWN SETUP "
-              "PLAY PAUSE TEARDOWN");
+              "PLAY PAUSE PLAY PAUSE TEARDOWN");
 }
 
 // If a camera refuses TEARDOWN, the session of a paused device survives a close. If it can be
 // resumed, it is a stream like any other; if not, a start ends the receiver.
 TEST(Device, APausedSessionMayOutliveAClose) {
     const Answers kept = Joined(opening, starting, {Ok(), Refusal()}, opening);
-    CScriptedPeer peer(Joined(kept, {starting.back()}, stopping, starting), "127.0.0.1", rtspPort);
+    const Answers failing = Joined(opening, {Ok(setUp), Ok()});
     const std::size_t threads = ThreadsWithoutPeers() + 1;
-    const TSharedPtr<IDevice> device = MakeDevice();
-    const auto refused = [&] { EXPECT_FALSE(device->StartContinuous(Ignore, nullptr)); };
-    ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    device->SetFormat(640, 480, priv::pixelTypeRaw);
-    ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
-    EXPECT_TRUE(Set(*device, "/Paused", true));
-    device->Close();
-    ASSERT_TRUE(device->Open(Camera(), streamsOnly));
-    EXPECT_TRUE(Set(*device, "/Paused", false));
-    EXPECT_EQ(LogOf(refused), notStarted);
-    EXPECT_EQ(ThreadCount(), threads + 3) << "it plays, and nothing has changed";
-    EXPECT_TRUE(Set(*device, "/Paused", true));
-    EXPECT_EQ(LogOf(refused), noSetup);
-    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
-    device->Close();
-    EXPECT_EQ(peer.Methods(),
-              "OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE PLAY PAUSE TEARDOWN");
+    for (const bool resumes : {true, false}) {
+        CScriptedPeer peer(
+            resumes ? Joined(kept, {starting.back()}, stopping, failing) : Joined(kept, {Ok()}),
+            "127.0.0.1", rtspPort);
+        const TSharedPtr<IDevice> device = MakeDevice();
+        const auto refused = [&] { EXPECT_FALSE(device->StartContinuous(Ignore, nullptr)); };
+        ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+        device->SetFormat(640, 480, priv::pixelTypeRaw);
+        ASSERT_TRUE(device->StartContinuous(Ignore, nullptr));
+        EXPECT_TRUE(Set(*device, "/Paused", true));
+        device->Close();
+        ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+        if (resumes) {
+            for (const bool paused : {false, true}) {
+                EXPECT_TRUE(Set(*device, "/Paused", paused));
+                EXPECT_EQ(LogOf(refused), notStarted);
+                EXPECT_EQ(ThreadCount(), threads + 3) << "it is a stream, and nothing has changed";
+            }
+            device->Close();
+            ASSERT_TRUE(device->Open(Camera(), streamsOnly));
+        }
+        EXPECT_EQ(LogOf(refused), resumes ? notStarted : noSetup);
+        EXPECT_TRUE(WaitFor([&] { return ThreadCount() == threads; }));
+        device->Close();
+        EXPECT_EQ(
+            peer.Methods(),
+            std::string("OPTIONS DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS DESCRIBE ") +
+                (resumes ? "PLAY PAUSE TEARDOWN OPTIONS DESCRIBE SETUP TEARDOWN" : "TEARDOWN"));
+    }
 }
 
 // A stop from the frame callback would wait for its own thread. Operations that stop the stream
