@@ -108,7 +108,7 @@ TEST(RtspStream, DistinguishesSessionAndMedia) {
     EXPECT_EQ(two.information + two.connection + two.encryptionKey, "d");
     EXPECT_EQ(two.attributes, (SdpAttributes{{"A", "4"}}));
     stream.Reset();
-    EXPECT_FALSE(stream.IsValid());
+    EXPECT_TRUE(!stream.IsValid() && stream.media.empty());
     EXPECT_EQ(stream.version + stream.origin, "O");
 }
 
