@@ -17,9 +17,10 @@ void CFrameStatistics::Add(std::uint32_t length, Clock::time_point when) {
     const std::lock_guard guard(lock);
     if (totals.frames == 0) {
         totals.first = when;
-    } else {
+    } else if (!pauseExpected) {
         totals.longestGap = std::max(totals.longestGap, when - totals.last);
     }
+    pauseExpected = false;
     totals.last = when;
     ++totals.frames;
     totals.bytes += length;
@@ -34,6 +35,11 @@ void CFrameStatistics::AddSkipped(Clock::time_point when) {
 void CFrameStatistics::AddNotKept() {
     const std::lock_guard guard(lock);
     ++totals.notKept;
+}
+
+void CFrameStatistics::ExpectPause() {
+    const std::lock_guard guard(lock);
+    pauseExpected = true;
 }
 
 SFrameTotals CFrameStatistics::Totals() const {

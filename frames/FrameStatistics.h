@@ -30,11 +30,15 @@ class CFrameStatistics {
     void Add(std::uint32_t length, Clock::time_point when);
     void AddSkipped(Clock::time_point when);
     void AddNotKept();
+    /// Excludes the time until the next frame from the gaps, because the stream was stopped on
+    /// purpose.
+    void ExpectPause();
     [[nodiscard]] SFrameTotals Totals() const;
 
    private:
     mutable std::mutex lock;
     SFrameTotals totals;
+    bool pauseExpected = false;
 };
 
 /// Returns the rates between two snapshots.

@@ -1,6 +1,7 @@
 #include "Picture.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "FrameDecoders.h"
@@ -34,19 +35,23 @@ SRange UsedRange(const std::vector<std::uint16_t>& pixels) {
 
 }  // namespace
 
-SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width) {
-    SGreyPicture picture{width, 0, {}};
-    const std::size_t pixels = frame.size() / 2;
-    if (width == 0 || pixels == 0) return picture;
-    const std::size_t lines = (pixels + width - 1) / width;
+void ReadRawPicture(SGreyPicture& picture, std::span<const std::uint8_t> frame,
+                    std::uint32_t width) {
+    const std::size_t pixels = width == 0 ? 0 : frame.size() / 2;
+    const std::size_t lines = pixels == 0 ? 0 : (pixels + width - 1) / width;
+    picture.width = width;
     picture.height = static_cast<std::uint32_t>(lines);
     picture.pixels.resize(lines * width);
-    for (std::size_t i = 0; i < pixels; ++i) {
-        picture.pixels[i] = static_cast<std::uint16_t>(frame[2 * i] | frame[2 * i + 1] << 8);
-    }
+    if (pixels == 0) return;
+    std::memcpy(framestamp::BytesOf(picture.pixels).data(), frame.data(), 2 * pixels);
     // Zeros would be darker than any pixel and spoil the contrast.
     std::fill(picture.pixels.begin() + static_cast<std::ptrdiff_t>(pixels), picture.pixels.end(),
               picture.pixels[pixels - 1]);
+}
+
+SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width) {
+    SGreyPicture picture;
+    ReadRawPicture(picture, frame, width);
     return picture;
 }
 
@@ -67,6 +72,11 @@ std::optional<Picture> DecodePicture(std::span<const std::uint8_t> frame, const 
     }
     if (picture.pixels.empty()) return std::nullopt;
     return picture;
+}
+
+std::size_t StampPixels(const SGreyPicture& picture) {
+    if (picture.width <= framestamp::stampPixels) return 0;
+    return framestamp::HasMagicNumber(picture.pixels) ? framestamp::stampPixels : 0;
 }
 
 void HideStamp(SGreyPicture& picture) {

@@ -1,6 +1,7 @@
 /// Statistics of a region of a picture.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -32,7 +33,9 @@ struct SRegionStatistics {
 };
 
 /// Returns the statistics of the part of a region that is within the picture, or nothing if that
-/// part is empty.
-[[nodiscard]] std::optional<SRegionStatistics> Measure(const SGreyPicture& picture, SRegion region);
+/// part is empty. The first `ignored` pixels of the picture do not count; they must be in its first
+/// row.
+[[nodiscard]] std::optional<SRegionStatistics> Measure(const SGreyPicture& picture, SRegion region,
+                                                       std::size_t ignored = 0);
 
 }  // namespace frames

@@ -56,12 +56,18 @@ SLevels CAutomaticLevels::Follow(const CHistogram& histogram, double percent, do
 }
 
 void FillToneTable(ToneTable& table, const SLevels& levels) {
-    const double width = levels.high - levels.low;
-    for (std::size_t value = 0; value < table.size(); ++value) {
-        const double above = static_cast<double>(value) - levels.low;
-        const double part = width > 0 ? above / width : (above < 0 ? 0 : 1);
-        table[value] = static_cast<std::uint8_t>(std::lround(std::clamp(part, 0.0, 1.0) * 255));
+    constexpr double values = std::tuple_size_v<ToneTable>;
+    // Only the values between the levels need arithmetic, and they are usually few.
+    const auto first = static_cast<std::size_t>(std::clamp(std::ceil(levels.low), 0.0, values));
+    const auto last = static_cast<std::size_t>(
+        std::clamp(std::ceil(levels.high), static_cast<double>(first), values));
+    std::fill_n(table.begin(), first, std::uint8_t{0});
+    const double steps = 255 / (levels.high - levels.low);
+    for (std::size_t value = first; value < last; ++value) {
+        const double step = (static_cast<double>(value) - levels.low) * steps;
+        table[value] = static_cast<std::uint8_t>(step + 0.5);
     }
+    std::fill(table.begin() + static_cast<std::ptrdiff_t>(last), table.end(), std::uint8_t{255});
 }
 
 }  // namespace frames

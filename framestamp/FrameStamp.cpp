@@ -45,6 +45,10 @@ void WriteStamp(std::span<std::uint8_t> picture, std::uint32_t number) {
     PutWord(&picture[checksumAt], Checksum(picture));
 }
 
+bool HasMagicNumber(std::span<const std::uint16_t> picture) {
+    return picture.size() >= stampPixels && (picture[0] | std::uint32_t{picture[1]} << 16) == magic;
+}
+
 SStamp ReadStamp(std::span<const std::uint8_t> picture) {
     if (picture.size() < stampEnd || GetWord(&picture[magicAt]) != magic) return {};
     const bool good = GetWord(&picture[checksumAt]) == Checksum(picture);

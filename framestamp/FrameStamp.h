@@ -31,6 +31,9 @@ inline constexpr std::size_t stampPixels = 6;
 /// picture smaller than the stamp is not changed.
 void WriteStamp(std::span<std::uint8_t> picture, std::uint32_t number);
 
+/// Returns true if a picture begins with the magic number of a stamp. Verifies nothing else.
+[[nodiscard]] bool HasMagicNumber(std::span<const std::uint16_t> picture);
+
 /// Parses and verifies the stamp of such a picture.
 [[nodiscard]] SStamp ReadStamp(std::span<const std::uint8_t> picture);
 

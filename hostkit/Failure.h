@@ -25,7 +25,7 @@ class CFailure : public std::runtime_error {
     CFailure(EExit exitStatus, const std::string& text)
         : std::runtime_error(text), status(exitStatus) {}
 
-    const EExit status;
+    EExit status;
 };
 
 [[nodiscard]] inline std::string Text(const qmx::CString& text) { return text.c_str(); }

@@ -1,10 +1,11 @@
 #include "PluginHost.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "Arguments.h"
-#include "NetworkState.h"
 #include "Failure.h"
+#include "NetworkState.h"
 #include "Process.h"
 #include "SharedLibrary.h"
 
@@ -18,6 +19,8 @@ using qmx::cam::SDeviceInfo;
 constexpr const char* pluginName = "qmxcamKORURTSP";
 constexpr const char* initFunction = "qmxInitPlugin";
 constexpr const char* registeredId = "KORURTSP";
+/// Age up to which the result of a search is used for a name that it contains.
+constexpr std::chrono::seconds recentSearch{3};
 
 /// Returns the file to load: the named one, or the plug-in beside the program.
 std::string PluginFile(const std::string& wanted) {
@@ -75,6 +78,11 @@ CPluginHost::CPluginHost(const std::string& wanted) {
 CPluginHost::~CPluginHost() { qmx::cam::interfaceFactory().DestroyInterface(registeredId, object); }
 
 std::vector<SDeviceInfo> CPluginHost::Enumerate() {
+    const std::lock_guard guard(lock);
+    return Search();
+}
+
+std::vector<SDeviceInfo> CPluginHost::Search() {
     // If the search cannot run, the plug-in returns the same as for an empty network.
     const std::string obstacle = platform::MulticastDnsObstacle(platform::searchDescriptors);
     if (!obstacle.empty()) {
@@ -84,17 +92,25 @@ std::vector<SDeviceInfo> CPluginHost::Enumerate() {
     if (!object->EnumerateDevices(qmx::cam::IInterface::DeviceSink(Collect, &cameras))) {
         throw CFailure(EExit::Failed, "the plug-in's search for cameras failed");
     }
+    found = cameras;
+    foundAt = std::chrono::steady_clock::now();
     return cameras;
 }
 
 SDeviceInfo CPluginHost::Find(const std::string& camera) {
+    const std::lock_guard guard(lock);
     if (IsAddress(camera)) {
         SDeviceInfo info = object->defaultDevice;
         info.deviceId = camera.c_str();
         info.parameters["IP"].setValue(qmx::CVariant(camera.c_str()));
         return info;
     }
-    const std::vector<SDeviceInfo> cameras = Enumerate();
+    // Several cameras that are opened together need only one search.
+    const bool recent = std::chrono::steady_clock::now() - foundAt < recentSearch;
+    const bool known = recent && std::ranges::any_of(found, [&](const SDeviceInfo& info) {
+                           return ParameterText(info, "Name") == camera;
+                       });
+    const std::vector<SDeviceInfo> cameras = known ? found : Search();
     const SDeviceInfo* match = nullptr;
     for (const SDeviceInfo& info : cameras) {
         if (ParameterText(info, "Name") != camera) continue;
@@ -109,7 +125,10 @@ SDeviceInfo CPluginHost::Find(const std::string& camera) {
                                         "; a camera can also be named by its address");
 }
 
-qmx::TSharedPtr<IDevice> CPluginHost::NewDevice() { return object->CreateDevice(); }
+qmx::TSharedPtr<IDevice> CPluginHost::NewDevice() {
+    const std::lock_guard guard(lock);
+    return object->CreateDevice();
+}
 
 COpenCamera::COpenCamera(CPluginHost& host, const std::string& camera, std::uint32_t flags) {
     const SDeviceInfo info = host.Find(camera);

@@ -4,7 +4,9 @@
 /// Nothing here may include a header of the plug-in.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -16,7 +18,9 @@ namespace hostkit {
 inline constexpr std::uint32_t openTree = 1;
 inline constexpr std::uint32_t openStream = 2;
 
-/// Owns the interface object of the loaded plug-in. Throws a `CFailure` on failure.
+/// Owns the interface object of the loaded plug-in. Throws a `CFailure` on failure. `Enumerate`,
+/// `Find` and `NewDevice` may be called from several threads; they take turns, because the interface
+/// serves one thread at a time.
 class CPluginHost {
    public:
     /// Loads `file`; an empty name means the plug-in beside the program.
@@ -28,12 +32,18 @@ class CPluginHost {
     [[nodiscard]] qmx::cam::IInterface& interfaceObject() const noexcept { return *object; }
     /// Returns all cameras on the network. Blocks for the search; fails if it cannot run.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
-    /// Returns the description of a camera. An address needs no search, a name does.
+    /// Returns the description of a camera. A name needs a search, unless the last one has just found
+    /// it; an address does not.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);
     [[nodiscard]] qmx::TSharedPtr<qmx::cam::IDevice> NewDevice();
 
    private:
+    [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Search();
+
     qmx::cam::IInterface* object = nullptr;
+    std::mutex lock;  // held while the interface is used
+    std::vector<qmx::cam::SDeviceInfo> found;  // by the last search
+    std::chrono::steady_clock::time_point foundAt{};
 };
 
 /// A camera that stays open during the lifetime of this object.

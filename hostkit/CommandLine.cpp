@@ -1,0 +1,35 @@
+#include "CommandLine.h"
+
+#include <limits>
+
+namespace hostkit {
+
+std::string CheckWhole(const std::string& text) {
+    const auto value = ParseWhole(text, std::numeric_limits<std::int64_t>::max());
+    return value ? std::string() : "'" + text + "' is not a whole number";
+}
+
+std::string CheckPositive(const std::string& text) {
+    const auto value = ParseReal(text);
+    return value && *value > 0 ? std::string() : "'" + text + "' is not a number above 0";
+}
+
+void AddFormatOptions(CLI::App& command, SFormatChoice& choice) {
+    auto* const format = command.add_option("--format", choice.index, "number in the catalogue")
+                             ->check(CheckWhole, "", "N");
+    command
+        .add_option_function<std::string>(
+            "--size", [&choice](const std::string& text) { choice.size = ParseSize(text); },
+            "WxH, such as 640x512")
+        ->excludes(format)
+        ->check(
+            [](const std::string& text) {
+                return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
+            },
+            "", "WxH");
+    command.add_option("--type", choice.type, "raw, jls or jpeg")
+        ->excludes(format)
+        ->check(CLI::IsMember({"raw", "jls", "jpeg"}));
+}
+
+}  // namespace hostkit

@@ -1,0 +1,20 @@
+/// Starts streams.
+#pragma once
+
+#include "PluginHost.h"
+#include "qmxcam.h"
+
+namespace hostkit {
+
+/// Sets the frame rate of an open camera, in frames per second. Throws a `CFailure` if the camera
+/// refuses.
+void SetFrameRate(COpenCamera& camera, double framesPerSecond);
+
+/// Starts a stream in a format of the camera's catalogue. Throws a `CFailure` if that fails.
+void StartStream(COpenCamera& camera, const qmx::cam::IDevice::SFormat& format,
+                 qmx::cam::FrameCallback callback, void* context);
+
+/// Returns a format as a text such as "640x512 raw".
+[[nodiscard]] std::string FormatText(const qmx::cam::IDevice::SFormat& format);
+
+}  // namespace hostkit

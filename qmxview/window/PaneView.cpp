@@ -1,0 +1,202 @@
+#include "PaneView.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <tuple>
+
+namespace qmxview {
+namespace {
+
+/// Movement, in screen pixels, below which a drag is a click.
+constexpr int clickTolerance = 3;
+
+ImVec2 Corner(const SPoint& point) {
+    return {static_cast<float>(std::round(point.x)), static_cast<float>(std::round(point.y))};
+}
+
+SRect Inset(const SRect& rect, double unit) {
+    const int margin = static_cast<int>(8 * unit);
+    return {rect.x + margin, rect.y, std::max(0, rect.width - 2 * margin), rect.height};
+}
+
+void PushClip(ImDrawList& list, const SRect& rect) {
+    list.PushClipRect(ImVec2(static_cast<float>(rect.x), static_cast<float>(rect.y)),
+                      ImVec2(static_cast<float>(rect.x + rect.width),
+                             static_cast<float>(rect.y + rect.height)),
+                      true);
+}
+
+void Fill(SDL_Renderer* renderer, const SRect& rect, ImU32 colour) {
+    const ImVec4 parts = ImGui::ColorConvertU32ToFloat4(colour);
+    const auto byte = [](float part) { return static_cast<Uint8>(std::lround(part * 255)); };
+    SDL_SetRenderDrawColor(renderer, byte(parts.x), byte(parts.y), byte(parts.z), 255);
+    const SDL_Rect area{rect.x, rect.y, rect.width, rect.height};
+    SDL_RenderFillRect(renderer, &area);
+}
+
+/// Draws lines in the middle of a dark border, so that they are visible on any picture.
+void DrawCross(ImDrawList& list, ImVec2 at, float size, ImU32 colour) {
+    for (const auto& [tint, width] : {std::pair(IM_COL32(0, 0, 0, 255), 3.0F), {colour, 1.0F}}) {
+        list.AddLine(ImVec2(at.x - size, at.y), ImVec2(at.x + size + 1, at.y), tint, width);
+        list.AddLine(ImVec2(at.x, at.y - size), ImVec2(at.x, at.y + size + 1), tint, width);
+    }
+}
+
+/// Writes a text on a dark ground, to the right of a point or, with a negative distance, to the left,
+/// and within a rectangle.
+void DrawLabel(ImDrawList& list, ImVec2 at, float distance, const SRect& within,
+               const std::string& text) {
+    const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
+    const ImVec2 size = font->CalcTextSizeA(font->FontSize, FLT_MAX, 0, text.c_str());
+    const auto right = static_cast<float>(within.x + within.width);
+    const auto bottom = static_cast<float>(within.y + within.height);
+    const auto left = static_cast<float>(within.x);
+    const float wanted = distance > 0 ? at.x + distance : at.x + distance - size.x;
+    const bool fits = wanted >= left && wanted + size.x <= right;
+    const float x = fits ? wanted : distance > 0 ? at.x - distance - size.x : at.x - distance;
+    const float y = std::clamp(at.y - size.y / 2, static_cast<float>(within.y),
+                               std::max(static_cast<float>(within.y), bottom - size.y));
+    list.AddRectFilled(ImVec2(x - 3, y), ImVec2(x + size.x + 3, y + size.y),
+                       IM_COL32(0, 0, 0, 200));
+    list.AddText(font, font->FontSize, ImVec2(std::floor(x), std::floor(y)), textColour,
+                 text.c_str());
+}
+
+}  // namespace
+
+void CPaneView::SetLayout(const SPaneLayout& place) {
+    where = place;
+    pane.model.viewport.SetArea(place.picture);
+}
+
+void CPaneView::Paint(SDL_Renderer* renderer, frames::Clock::time_point now) {
+    painted = pane.model.hasPicture() ? pane.model.viewport.Visible() : SRect{};
+    if (painted.empty()) return canvas.Release();
+    canvas.Resize(renderer, painted.width, painted.height);
+    const CCanvas::SRows rows = canvas.BeginWriting();
+    if (rows.pixels == nullptr) return;
+    pane.model.Paint(rows.pixels, rows.pitch, pane.stale(now));
+    canvas.EndWriting();
+}
+
+void CPaneView::Draw(SDL_Renderer* renderer, COverlay& overlay, double unit, bool selected,
+                     frames::Clock::time_point now) const {
+    Fill(renderer, where.header, panelColour);
+    Fill(renderer, where.footer, panelColour);
+    canvas.Draw(renderer, painted.x, painted.y);
+    DrawMarks(overlay, unit);
+    DrawTexts(overlay, unit, selected, now);
+}
+
+void CPaneView::DrawMarks(COverlay& overlay, double unit) const {
+    const CPaneModel& model = pane.model;
+    if (painted.empty()) return;
+    ImDrawList& list = overlay.list();
+    PushClip(list, painted);
+    if (const auto& region = model.region()) {
+        const ImVec2 a = Corner(model.viewport.ToScreen(
+            {static_cast<double>(region->left), static_cast<double>(region->top)}));
+        const ImVec2 b = Corner(model.viewport.ToScreen(
+            {static_cast<double>(region->right), static_cast<double>(region->bottom)}));
+        const ImVec2 low(std::min(a.x, b.x), std::min(a.y, b.y));
+        const ImVec2 high(std::max(a.x, b.x), std::max(a.y, b.y));
+        list.AddRect(low, high, IM_COL32(0, 0, 0, 255), 0, 0, 3);
+        list.AddRect(low, high, IM_COL32(255, 255, 255, 255));
+    }
+    if (const auto& spots = model.spots()) {
+        const auto size = static_cast<float>(std::round(7 * unit));
+        // The labels are on different sides, because both pixels may be next to each other.
+        for (const auto& [spot, colour, side] :
+             {std::tuple(spots->hottest, recordColour, 1.8F),
+              std::tuple(spots->coldest, accentColour, -1.8F)}) {
+            const ImVec2 at = Corner(model.viewport.ToScreen({spot.x + 0.5, spot.y + 0.5}));
+            DrawCross(list, at, size, colour);
+            DrawLabel(list, at, side * size, painted, model.ValueText(spot.value));
+        }
+    }
+    list.PopClipRect();
+}
+
+void CPaneView::DrawTexts(COverlay& overlay, double unit, bool selected,
+                          frames::Clock::time_point now) const {
+    const SRect header = Inset(where.header, unit);
+    const SRect footer = Inset(where.footer, unit);
+    const int line = footer.height / 2;
+    const SRect upper{footer.x, footer.y + static_cast<int>(2 * unit), footer.width, line};
+    const SRect lower{footer.x, footer.y + line, footer.width, line};
+    const std::string title = pane.HeaderText();
+    overlay.Text(header, selected ? accentColour : textColour, title);
+    const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
+    const float titleWidth = font->CalcTextSizeA(font->FontSize, FLT_MAX, 0, title.c_str()).x;
+    const int used = static_cast<int>(titleWidth + 16 * unit);
+    const std::string state = pane.StateText(now);
+    const bool failed = pane.state().phase == EPhase::Failed;
+    if (!failed) {
+        overlay.Text({header.x + used, header.y, header.width - used, header.height},
+                     warningColour, state, true);
+    } else {
+        // A failure is explained in full sentences.
+        const SRect room = Inset(where.picture, 4 * unit);
+        const ImVec2 size = font->CalcTextSizeA(font->FontSize, FLT_MAX,
+                                                static_cast<float>(room.width), state.c_str());
+        const auto x = static_cast<float>(room.x);
+        const float y = static_cast<float>(room.y) +
+                        std::max(0.0F, (static_cast<float>(room.height) - size.y) / 3);
+        overlay.list().AddRectFilled(ImVec2(x - 8, y - 6), ImVec2(x + size.x + 8, y + size.y + 6),
+                                     IM_COL32(0, 0, 0, 220));
+        overlay.list().AddText(font, font->FontSize, ImVec2(x, y), warningColour, state.c_str(),
+                               nullptr, static_cast<float>(room.width));
+    }
+    overlay.Text(upper, textColour, pane.model.CursorText());
+    overlay.Text(upper, pane.recording() ? recordColour : faintColour, pane.RecordingText(), true);
+    overlay.Text(lower, faintColour, pane.RateText());
+}
+
+std::optional<frames::SRegion> CPaneView::DraggedRegion() const {
+    const SRect visible = pane.model.viewport.Visible();
+    if (visible.empty()) return std::nullopt;
+    const auto inside = [&](int x, int y) {
+        return pane.model.viewport.PixelAt(
+            std::clamp(x, visible.x, visible.x + visible.width - 1),
+            std::clamp(y, visible.y, visible.y + visible.height - 1));
+    };
+    const auto from = inside(drag->startX, drag->startY);
+    const auto to = inside(drag->lastX, drag->lastY);
+    if (!from || !to) return std::nullopt;
+    return frames::SRegion{std::min(from->x, to->x), std::min(from->y, to->y),
+                           std::max(from->x, to->x) + 1, std::max(from->y, to->y) + 1};
+}
+
+void CPaneView::MousePressed(int button, int x, int y) {
+    if (!drag && where.picture.Contains(x, y)) drag = SDrag{button, x, y, x, y};
+}
+
+void CPaneView::MouseMoved(int x, int y) {
+    pane.model.SetCursor(pane.model.viewport.PixelAt(x, y));
+    if (!drag) return;
+    if (drag->button != SDL_BUTTON_LEFT) {
+        pane.model.viewport.Pan(x - drag->lastX, y - drag->lastY);
+    }
+    drag->lastX = x;
+    drag->lastY = y;
+    if (drag->button != SDL_BUTTON_LEFT) return;
+    const bool moved = std::abs(x - drag->startX) > clickTolerance ||
+                       std::abs(y - drag->startY) > clickTolerance;
+    if (moved) pane.model.SetRegion(DraggedRegion());
+}
+
+void CPaneView::MouseReleased(int button) {
+    if (!drag || drag->button != button) return;
+    const bool clicked = std::abs(drag->lastX - drag->startX) <= clickTolerance &&
+                         std::abs(drag->lastY - drag->startY) <= clickTolerance;
+    if (button == SDL_BUTTON_LEFT && clicked) pane.model.SetRegion(std::nullopt);
+    drag.reset();
+}
+
+void CPaneView::Wheel(int steps, int x, int y) {
+    pane.model.viewport.Zoom(steps, {x + 0.5, y + 0.5});
+    pane.model.SetCursor(pane.model.viewport.PixelAt(x, y));
+}
+
+}  // namespace qmxview

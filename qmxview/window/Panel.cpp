@@ -1,0 +1,321 @@
+#include "Panel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "Streaming.h"
+
+namespace qmxview {
+namespace {
+
+void Row(const char* name, const std::string& value) {
+    ImGui::TextDisabled("%s", name);
+    ImGui::SameLine(ImGui::GetFontSize() * 7.5F);
+    ImGui::TextUnformatted(value.c_str());
+}
+
+void Heading(const char* text) {
+    ImGui::Spacing();
+    ImGui::Separator();
+    ImGui::TextDisabled("%s", text);
+}
+
+/// Returns how a width is shared by several buttons in a row.
+float ButtonWidth(int count) {
+    const float gaps = ImGui::GetStyle().ItemSpacing.x * static_cast<float>(count - 1);
+    return std::floor((ImGui::GetContentRegionAvail().x - gaps) / static_cast<float>(count));
+}
+
+/// Shown where there is no value.
+constexpr const char* none = "\u2013";
+
+/// Percentage of the pixels at either end that do not widen the histogram.
+constexpr double outlierPercent = 0.05;
+
+int Inside(double value) { return static_cast<int>(std::clamp(value, 0.0, 65535.0)); }
+
+}  // namespace
+
+SPanelResult CPanel::Show(CPane& pane, const SRect& place, double unit, bool several, bool& linked,
+                          std::optional<std::uint64_t> droppedDatagrams) {
+    result = {};
+    unitPixels = static_cast<float>(unit);
+    if (shownPane != &pane) {
+        shownPane = &pane;
+        histogramRange = {};
+        typingRate = false;
+    }
+    ImGui::SetNextWindowPos(ImVec2(static_cast<float>(place.x), static_cast<float>(place.y)));
+    ImGui::SetNextWindowSize(
+        ImVec2(static_cast<float>(place.width), static_cast<float>(place.height)));
+    ImGui::Begin("panel", nullptr,
+                 ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize | ImGuiWindowFlags_NoMove |
+                     ImGuiWindowFlags_NoCollapse | ImGuiWindowFlags_NoBringToFrontOnFocus |
+                     ImGuiWindowFlags_NoNav);
+    ShowCamera(pane);
+    ShowPicture(pane);
+    ShowLevels(pane, several, linked);
+    ShowMarks(pane);
+    ShowMeasurements(pane);
+    ShowReception(pane, droppedDatagrams);
+    ImGui::End();
+    return result;
+}
+
+void CPanel::Button(const char* text, ECommand command, float width) {
+    if (ImGui::Button(text, ImVec2(width, 0))) result.command = command;
+}
+
+void CPanel::ShowCamera(CPane& pane) {
+    const SCameraState& state = pane.state();
+    ImGui::PushStyleColor(ImGuiCol_Text, accentColour);
+    ImGui::TextUnformatted(pane.camera().c_str());
+    ImGui::PopStyleColor();
+    ImGui::SameLine();
+    ImGui::TextDisabled("%s", state.busy ? "working" : state.address.c_str());
+    const char* const hint = "H: keys";
+    ImGui::SameLine(ImGui::GetWindowContentRegionMax().x - ImGui::CalcTextSize(hint).x);
+    ImGui::TextDisabled("%s", hint);
+
+    ImGui::SetNextItemWidth(-1);
+    const std::string present =
+        state.format.width == 0 ? "no format" : hostkit::FormatText(state.format);
+    if (ImGui::BeginCombo("##format", present.c_str())) {
+        for (std::size_t i = 0; i < state.formats.size(); ++i) {
+            const std::string text = hostkit::FormatText(state.formats[i]);
+            ImGui::PushID(static_cast<int>(i));
+            if (ImGui::Selectable(text.c_str(), text == present)) pane.Request(SSetFormat{i});
+            ImGui::PopID();
+        }
+        ImGui::EndCombo();
+    }
+    if (!typingRate) rate = static_cast<float>(state.rate.value_or(0));
+    ImGui::SetNextItemWidth(ImGui::GetFontSize() * 5);
+    ImGui::InputFloat("frames/s", &rate, 0, 0, "%.2f");
+    typingRate = ImGui::IsItemActive();
+    if (ImGui::IsItemDeactivatedAfterEdit() && rate > 0) {
+        pane.Request(SSetRate{static_cast<double>(rate)});
+    }
+    const float width = ButtonWidth(2);
+    Button(state.phase == EPhase::Paused ? "Resume camera" : "Pause camera", ECommand::PauseCamera,
+           width);
+    ImGui::SameLine();
+    Button("Connect again", ECommand::Reconnect, width);
+    Button(pane.frozen() ? "Go on" : "Freeze", ECommand::Freeze, width);
+    ImGui::SameLine();
+    Button("Snapshot", ECommand::Snapshot, width);
+    if (pane.recording()) ImGui::PushStyleColor(ImGuiCol_Button, recordColour);
+    const bool wasRecording = pane.recording();
+    Button(wasRecording ? "Stop recording" : "Record", ECommand::Record, -1);
+    if (wasRecording) ImGui::PopStyleColor();
+}
+
+void CPanel::ShowPicture(CPane& pane) {
+    Heading("PICTURE");
+    ImGui::SetNextItemWidth(ImGui::GetFontSize() * 8);
+    std::string& palette = pane.model.settings.palette;
+    if (ImGui::BeginCombo("palette", palette.c_str())) {
+        for (const std::string& name : frames::PaletteNames()) {
+            if (ImGui::Selectable(name.c_str(), name == palette)) palette = name;
+        }
+        ImGui::EndCombo();
+    }
+    const float width = ButtonWidth(6);
+    Button("-", ECommand::ZoomOut, width);
+    ImGui::SameLine();
+    Button("+", ECommand::ZoomIn, width);
+    ImGui::SameLine();
+    Button("Fit", ECommand::Fit, width);
+    ImGui::SameLine();
+    Button("1:1", ECommand::OneToOne, width);
+    ImGui::SameLine();
+    Button("Turn", ECommand::Rotate, width);
+    ImGui::SameLine();
+    Button("Flip", ECommand::Mirror, width);
+}
+
+void CPanel::ShowLevels(CPane& pane, bool several, bool& linked) {
+    CPaneModel& model = pane.model;
+    Heading("LEVELS");
+    if (model.coloured() && !model.hasReference()) {
+        ImGui::TextDisabled("JPEG frames have their own colours.");
+        return;
+    }
+    bool automatic = model.settings.automaticLevels;
+    if (ImGui::Checkbox("automatic", &automatic)) result.command = ECommand::AutomaticLevels;
+    if (several) {
+        ImGui::SameLine();
+        ImGui::Checkbox("same in all panes", &linked);
+    }
+    ImGui::SetNextItemWidth(ImGui::GetFontSize() * 8);
+    auto percentile = static_cast<float>(model.settings.percentile);
+    if (ImGui::SliderFloat("left out", &percentile, 0, 10, "%.1f %%",
+                           ImGuiSliderFlags_AlwaysClamp)) {
+        model.settings.percentile = static_cast<double>(percentile);
+    }
+    ShowHistogram(pane);
+    const frames::SLevels levels = model.levels();
+    ImGui::TextUnformatted(model.ValueText(levels.low).c_str());
+    const std::string high = model.ValueText(levels.high);
+    const float width = ImGui::CalcTextSize(high.c_str()).x;
+    ImGui::SameLine(ImGui::GetWindowContentRegionMax().x - width);
+    ImGui::TextUnformatted(high.c_str());
+}
+
+/// Draws the histogram between the smallest and the largest value, with both levels as handles.
+void CPanel::ShowHistogram(CPane& pane) {
+    CPaneModel& model = pane.model;
+    const frames::CHistogram& histogram = model.histogram();
+    frames::SLevels levels = model.levels();
+    frames::SLevels values = histogram.Percentile(outlierPercent);
+    values = {std::min(values.low, levels.low), std::max(values.high, levels.high)};
+    frames::SLevels& range = histogramRange;
+    const double span = std::max(values.high - values.low, 16.0);
+    const bool outside = values.low < range.low || values.high > range.high;
+    const bool small = range.high - range.low > 4 * span;
+    if (draggedLevel == 0 && (outside || small)) {
+        range = {std::max(0.0, values.low - span / 4), std::min(65535.0, values.high + span / 4)};
+    }
+    const ImVec2 size(ImGui::GetContentRegionAvail().x, 84 * unitPixels);
+    const ImVec2 corner = ImGui::GetCursorScreenPos();
+    ImGui::InvisibleButton("histogram", size);
+    const bool active = ImGui::IsItemActive();
+    ImDrawList& list = *ImGui::GetWindowDrawList();
+    list.AddRectFilled(corner, ImVec2(corner.x + size.x, corner.y + size.y), backgroundColour);
+
+    const double width = range.high - range.low + 1;
+    const int columns = static_cast<int>(size.x);
+    const auto toScreen = [&](double value) {
+        return corner.x + static_cast<float>((value - range.low) / width) * size.x;
+    };
+    // Each column shows the values that it covers; the logarithm keeps small peaks visible.
+    double largest = 1;
+    std::vector<double> heights(static_cast<std::size_t>(columns));
+    for (int i = 0; i < columns; ++i) {
+        const int first = Inside(range.low + width * i / columns);
+        const int last = std::max(first + 1, Inside(range.low + width * (i + 1) / columns));
+        double sum = 0;
+        for (int value = first; value < last && value <= 65535; ++value) {
+            sum += histogram.at(static_cast<std::uint16_t>(value));
+        }
+        heights[static_cast<std::size_t>(i)] = std::log1p(sum);
+        largest = std::max(largest, std::log1p(sum));
+    }
+    for (int i = 0; i < columns; ++i) {
+        const auto height =
+            static_cast<float>(heights[static_cast<std::size_t>(i)] / largest) * (size.y - 4);
+        const float x = corner.x + static_cast<float>(i);
+        list.AddRectFilled(ImVec2(x, corner.y + size.y - height),
+                           ImVec2(x + 1, corner.y + size.y), faintColour);
+    }
+    for (const double level : {levels.low, levels.high}) {
+        const float x = std::clamp(toScreen(level), corner.x, corner.x + size.x - 2);
+        list.AddRectFilled(ImVec2(x, corner.y), ImVec2(x + 2 * unitPixels, corner.y + size.y),
+                           accentColour);
+    }
+    if (!active) {
+        draggedLevel = 0;
+        return;
+    }
+    const double value =
+        range.low + static_cast<double>((ImGui::GetMousePos().x - corner.x) / size.x) * width;
+    if (draggedLevel == 0) {
+        draggedLevel = std::abs(value - levels.low) < std::abs(value - levels.high) ? -1 : 1;
+    }
+    if (draggedLevel < 0) {
+        levels.low = std::clamp(std::round(value), 0.0, levels.high);
+    } else {
+        levels.high = std::clamp(std::round(value), levels.low, 65535.0);
+    }
+    model.LockLevels(levels);
+}
+
+void CPanel::ShowMarks(CPane& pane) {
+    SPaneSettings& settings = pane.model.settings;
+    Heading("MARKS");
+    if (ImGui::Checkbox("hottest and coldest pixel", &settings.markSpots)) pane.model.Remeasure();
+    ImGui::Checkbox("saturated from", &settings.markSaturation);
+    ImGui::SameLine();
+    ImGui::SetNextItemWidth(-1);
+    if (ImGui::InputInt("##saturation", &settings.saturation, 0)) {
+        settings.saturation = Inside(settings.saturation);
+    }
+    bool isotherm = settings.markIsotherm;
+    if (ImGui::Checkbox("isotherm", &isotherm)) result.command = ECommand::Isotherm;
+    ImGui::SameLine();
+    ImGui::SetNextItemWidth(-1);
+    int range[2] = {settings.isotherm.low, settings.isotherm.high};
+    if (ImGui::InputInt2("##isotherm", range)) {
+        settings.isotherm = {static_cast<std::uint16_t>(Inside(range[0])),
+                             static_cast<std::uint16_t>(Inside(range[1]))};
+    }
+}
+
+void CPanel::ShowMeasurements(CPane& pane) {
+    CPaneModel& model = pane.model;
+    const auto& statistics = model.regionStatistics();
+    Heading("MEASURE");
+    ImGui::SameLine();
+    const std::string about =
+        statistics ? std::to_string(statistics->pixels) + " pixels" : "drag over the picture";
+    ImGui::TextDisabled("%s", about.c_str());
+    // The rows are always there, so that nothing moves when a region comes or goes.
+    const auto value = [&](double number) { return model.ValueText(number); };
+    Row("minimum", statistics ? value(statistics->coldest.value) : none);
+    Row("maximum", statistics ? value(statistics->hottest.value) : none);
+    Row("mean", statistics ? value(statistics->mean) : none);
+    Row("deviation", statistics ? model.DistanceText(statistics->deviation) : none);
+    const std::vector<float>& series = model.series().all();
+    const auto [low, high] =
+        series.empty() ? std::ranges::minmax_result<float>{0, 0} : std::ranges::minmax(series);
+    const float margin = std::max((high - low) / 8, 0.5F);
+    ImGui::PlotLines("##series", series.data(), static_cast<int>(series.size()), 0, nullptr,
+                     low - margin, high + margin,
+                     ImVec2(ImGui::GetContentRegionAvail().x, 48 * unitPixels));
+    const auto decimal = [](float number) { return Plain(static_cast<double>(number)); };
+    const std::string text =
+        series.empty() ? "value over time: cursor or region"
+                       : std::string(statistics ? "region mean " : "cursor ") + decimal(low) +
+                             ".." + decimal(high) + ", " + std::to_string(series.size()) +
+                             " frames";
+    ImGui::TextDisabled("%s", text.c_str());
+    bool subtract = model.hasReference();
+    if (ImGui::Checkbox("subtract reference", &subtract)) result.command = ECommand::Reference;
+}
+
+void CPanel::ShowReception(CPane& pane, std::optional<std::uint64_t> droppedDatagrams) {
+    const SPaneRates rates = pane.rates();
+    Heading("RECEPTION");
+    Row("shown", Fixed(rates.shownPerSecond, 1) + "/s, " + Fixed(rates.medianAgeMs, 1) + " ms old");
+    Row("longest gap", Fixed(frames::Milliseconds(pane.counts().received.longestGap), 0) + " ms");
+    Row("dropped here",
+        droppedDatagrams ? std::to_string(*droppedDatagrams) + " datagrams" : "not counted");
+}
+
+void CPanel::ShowHelp(const SRect& area, double unit) {
+    const float lineHeight = ImGui::GetTextLineHeightWithSpacing();
+    const auto lines = static_cast<float>(KeyHelp().size());
+    const ImVec2 size(std::min(static_cast<float>(area.width), static_cast<float>(520 * unit)),
+                      std::min(static_cast<float>(area.height),
+                               lineHeight * lines + static_cast<float>(16 * unit)));
+    ImGui::SetNextWindowPos(
+        ImVec2(std::floor(static_cast<float>(area.x) +
+                          (static_cast<float>(area.width) - size.x) / 2),
+               std::floor(static_cast<float>(area.y) +
+                          (static_cast<float>(area.height) - size.y) / 2)));
+    ImGui::SetNextWindowSize(size);
+    ImGui::Begin("keys", nullptr,
+                 ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize | ImGuiWindowFlags_NoMove |
+                     ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoInputs);
+    for (const SKeyHelp& line : KeyHelp()) {
+        ImGui::PushStyleColor(ImGuiCol_Text, accentColour);
+        ImGui::TextUnformatted(line.keys.data(), line.keys.data() + line.keys.size());
+        ImGui::PopStyleColor();
+        ImGui::SameLine(ImGui::GetFontSize() * 10);
+        ImGui::TextUnformatted(line.meaning.data(), line.meaning.data() + line.meaning.size());
+    }
+    ImGui::End();
+}
+
+}  // namespace qmxview

@@ -1,0 +1,334 @@
+#include "Viewer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <thread>
+
+#include "NetworkState.h"
+#include "Process.h"
+#include "Snapshot.h"
+
+namespace qmxview {
+namespace {
+
+using namespace std::chrono_literals;
+using frames::Clock;
+using hostkit::CFailure;
+using hostkit::EExit;
+
+/// Size of the window on a screen of ordinary resolution: a picture of 960 pixels beside the panel.
+constexpr int windowWidth = 1280;
+constexpr int windowHeight = 860;
+/// Time between two pictures of the panel. Its numbers cannot be read faster.
+constexpr auto interfacePeriod = 66ms;
+/// Longest wait for a frame, and so the longest delay of a key.
+constexpr auto eventPeriod = 10ms;
+constexpr auto droppedPeriod = 1s;
+/// Wait for the first frames of a screenshot, after which it has failed.
+constexpr auto screenshotPatience = 10s;
+
+std::string Title(const SViewOptions& options) {
+    std::string title = "qmxview";
+    for (const SCameraRequest& request : options.cameras) title += " " + request.camera;
+    return title;
+}
+
+}  // namespace
+
+CViewer::CViewer(hostkit::CPluginHost& host, const SViewOptions& viewOptions)
+    : options(viewOptions),
+      screen(options.renderer, Title(options).c_str(), windowWidth, windowHeight, options.uiScale),
+      interfaceLayer(screen),
+      overlay(screen),
+      started(Clock::now()),
+      droppedBefore(platform::DroppedDatagrams()) {
+    for (const SCameraRequest& request : options.cameras) {
+        panes.push_back(std::make_unique<CPane>(host, request, options.settings, options.scale,
+                                                signal));
+        if (options.zoom) panes.back()->model.viewport.SetScale(*options.zoom);
+        views.emplace_back(*panes.back());
+    }
+}
+
+EExit CViewer::Run() {
+    Watch();
+    Stop();
+    if (failure) throw CFailure(*failure);
+    return EExit::Done;
+}
+
+void CViewer::Watch() {
+    while (!ended) {
+        HandleEvents();
+        if (platform::StopRequested()) ended = true;
+        const Clock::time_point now = Clock::now();
+        const bool newPicture = Refresh(now);
+        const bool interfaceToo = interfaceDue || now >= nextInterface;
+        if (newPicture || interfaceToo) Draw(now, interfaceToo);
+        EndIfFailed();
+        EndIfSilent(now);
+        if (options.slowMs != 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(options.slowMs));
+        }
+        if (!ended) signal.Wait(eventPeriod);
+    }
+}
+
+void CViewer::HandleEvents() {
+    SDL_Event event;
+    while (SDL_PollEvent(&event) != 0) {
+        interfaceDue = true;
+        interfaceLayer.HandleEvent(event);
+        HandleEvent(event);
+    }
+}
+
+void CViewer::HandleEvent(const SDL_Event& event) {
+    switch (event.type) {
+        case SDL_QUIT:
+            ended = true;
+            break;
+        case SDL_KEYDOWN: {
+            if (CInterface::WantsKeys()) break;
+            const SDL_Keysym key = event.key.keysym;
+            const auto command =
+                CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
+            // A key that is held down repeats movements only.
+            const bool repeats = command >= ECommand::ZoomIn && command <= ECommand::PanDown;
+            if (command && (event.key.repeat == 0 || repeats)) Do(*command);
+            break;
+        }
+        case SDL_WINDOWEVENT:
+            if (event.window.event == SDL_WINDOWEVENT_LEAVE) {
+                for (CPaneView& view : views) view.MouseLeft();
+            }
+            break;
+        case SDL_MOUSEBUTTONDOWN:
+        case SDL_MOUSEBUTTONUP:
+        case SDL_MOUSEMOTION:
+        case SDL_MOUSEWHEEL:
+            HandleMouse(event);
+            break;
+        default:
+            break;
+    }
+}
+
+void CViewer::HandleMouse(const SDL_Event& event) {
+    if (event.type == SDL_MOUSEBUTTONUP) {
+        for (CPaneView& view : views) view.MouseReleased(event.button.button);
+        return;
+    }
+    if (event.type == SDL_MOUSEMOTION) {
+        for (CPaneView& view : views) view.MouseMoved(event.motion.x, event.motion.y);
+        return;
+    }
+    int x = 0;
+    int y = 0;
+    SDL_GetMouseState(&x, &y);
+    if (panelPlace.Contains(x, y) || CInterface::WantsMouse()) return;
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        if (!views[i].layout().whole.Contains(x, y)) continue;
+        if (event.type == SDL_MOUSEWHEEL) {
+            views[i].Wheel(event.wheel.y, x, y);
+        } else {
+            selected = i;
+            views[i].MousePressed(event.button.button, event.button.x, event.button.y);
+        }
+    }
+}
+
+void CViewer::Do(ECommand command) {
+    switch (command) {
+        case ECommand::Quit:
+            // Escape closes the help first.
+            ended = !showHelp;
+            showHelp = false;
+            break;
+        case ECommand::Help:
+            showHelp = !showHelp;
+            break;
+        case ECommand::NextPane:
+            selected = (selected + 1) % panes.size();
+            break;
+        case ECommand::Snapshot:
+            snapshotWanted = true;
+            break;
+        case ECommand::LinkLevels:
+            linked = !linked;
+            break;
+        case ECommand::NextPalette:
+            ChangePalette(1);
+            break;
+        case ECommand::PreviousPalette:
+            ChangePalette(-1);
+            break;
+        default:
+            (void)selectedPane().Do(command);
+    }
+    interfaceDue = true;
+}
+
+void CViewer::ChangePalette(int by) {
+    const std::vector<std::string> names = frames::PaletteNames();
+    std::string& palette = selectedPane().model.settings.palette;
+    const auto at = std::ranges::find(names, palette) - names.begin();
+    const auto count = static_cast<std::ptrdiff_t>(names.size());
+    palette = names[static_cast<std::size_t>((at + by + count) % count)];
+}
+
+/// Returns true if a pane has a new picture.
+bool CViewer::Refresh(Clock::time_point now) {
+    bool changed = false;
+    for (std::size_t i = 0; i < panes.size(); ++i) {
+        if (!panes[i]->Refresh(now)) continue;
+        changed = true;
+        interfaceDue |= !options.screenshot.empty() && ScreenshotDue();
+    }
+    if (now >= nextDropped) {
+        nextDropped = now + droppedPeriod;
+        const auto total = platform::DroppedDatagrams();
+        if (total && droppedBefore) dropped = *total - *droppedBefore;
+    }
+    LinkLevels();
+    for (std::size_t i = 0; changed && i < panes.size(); ++i) {
+        views[i].Paint(screen.renderer(), now);
+    }
+    return changed;
+}
+
+void CViewer::LinkLevels() {
+    std::vector<frames::SLevels> levels;
+    for (const auto& pane : panes) {
+        if (linked && pane->model.hasPicture() && !pane->model.coloured()) {
+            levels.push_back(pane->model.ownLevels());
+        }
+    }
+    for (const auto& pane : panes) {
+        pane->model.LinkLevels(levels.empty() ? std::optional<frames::SLevels>()
+                                              : CommonLevels(levels));
+    }
+}
+
+void CViewer::Draw(Clock::time_point now, bool interfaceToo) {
+    SDL_Renderer* const renderer = screen.renderer();
+    const SRect area = screen.area();
+    const SLayout layout = DivideWindow(area.width, area.height, panes.size(), screen.unit());
+    panelPlace = layout.panel;
+    for (std::size_t i = 0; i < views.size(); ++i) views[i].SetLayout(layout.panes[i]);
+    if (interfaceToo) {
+        DrawInterface();
+        // Whatever has just been changed in it becomes visible now.
+        for (CPaneView& view : views) view.Paint(renderer, now);
+        interfaceDue = false;
+        nextInterface = now + interfacePeriod;
+    }
+    const ImVec4 background = ImGui::ColorConvertU32ToFloat4(backgroundColour);
+    const auto byte = [](float part) { return static_cast<Uint8>(std::lround(part * 255)); };
+    SDL_SetRenderDrawColor(renderer, byte(background.x), byte(background.y), byte(background.z),
+                           255);
+    SDL_RenderClear(renderer);
+    overlay.Begin();
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        views[i].Draw(renderer, overlay, screen.unit(), panes.size() > 1 && i == selected, now);
+    }
+    overlay.End();
+    interfaceLayer.Draw(panelPlace, showHelp || popupOpen);
+    TakePictures();
+    SDL_RenderPresent(renderer);
+    const Clock::time_point presented = Clock::now();
+    for (const auto& pane : panes) pane->Presented(presented);
+}
+
+void CViewer::DrawInterface() {
+    interfaceLayer.Begin();
+    SPanelResult result;
+    if (!panelPlace.empty()) {
+        result = panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked,
+                            dropped);
+    }
+    const SRect area = screen.area();
+    if (showHelp) CPanel::ShowHelp({0, 0, area.width - panelPlace.width, area.height}, screen.unit());
+    popupOpen = ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel);
+    interfaceLayer.End();
+    if (result.command) Do(*result.command);
+}
+
+bool CViewer::ScreenshotDue() const {
+    return !options.screenshot.empty() && std::ranges::all_of(panes, [this](const auto& pane) {
+        return pane->counts().shown >= options.after;
+    });
+}
+
+/// Saves what has been drawn, if that was asked for.
+void CViewer::TakePictures() {
+    if (snapshotWanted) {
+        snapshotWanted = false;
+        CPane& pane = selectedPane();
+        const std::string file = pane.FileStem() + ".png";
+        const std::string error = SaveSnapshot(file, screen.Read(), {&pane});
+        pane.SetMessage(error.empty() ? "saved " + file : error);
+        interfaceDue = true;
+    }
+    if (!ScreenshotDue() || ended) return;
+    std::vector<const CPane*> all;
+    for (const auto& pane : panes) all.push_back(pane.get());
+    const std::string error = SaveSnapshot(options.screenshot, screen.Read(), all);
+    if (!error.empty()) failure.emplace(EExit::Failed, error);
+    ended = true;
+}
+
+/// A mistake in the command line ends the view; a camera that does not work ends it only if there
+/// is no other one.
+void CViewer::EndIfFailed() {
+    std::size_t failed = 0;
+    for (const auto& pane : panes) {
+        const auto& why = pane->state().failure;
+        if (!why) continue;
+        ++failed;
+        const bool mistake = why->status == EExit::NoCamera || why->status == EExit::Usage;
+        const bool fresh = pane->counts().received.frames == 0;
+        if (fresh && (mistake || failed == panes.size())) {
+            failure.emplace(*why);
+            ended = true;
+            return;
+        }
+    }
+}
+
+void CViewer::EndIfSilent(Clock::time_point now) {
+    if (options.screenshot.empty() || ended || now - started < screenshotPatience) return;
+    for (const auto& pane : panes) {
+        const SFeedCounts counts = pane->counts();
+        if (counts.shown >= options.after || !pane->stale(now)) continue;
+        failure.emplace(EExit::TooFewFrames,
+                        "camera " + pane->camera() + " has sent " +
+                            std::to_string(counts.received.frames) + " of " +
+                            std::to_string(options.after) +
+                            " frames: no screenshot; 'qmxhost doctor " + pane->camera() +
+                            "' looks for the reason");
+        ended = true;
+        return;
+    }
+}
+
+/// Stops all cameras at the same time, and prints what became of their frames.
+void CViewer::Stop() {
+    screen.Hide();
+    for (const auto& pane : panes) pane->BeginStop();
+    for (const auto& pane : panes) {
+        pane->EndStop();
+        const SFeedCounts counts = pane->counts();
+        const SPaneRates rates = pane->rates();
+        std::printf(
+            "camera %s: %llu frames received, %llu shown, %llu not shown, median age %.1f ms, "
+            "longest callback %.2f ms\n",
+            pane->camera().c_str(), static_cast<unsigned long long>(counts.received.frames),
+            static_cast<unsigned long long>(counts.shown),
+            static_cast<unsigned long long>(counts.notShown), rates.medianAgeMs,
+            frames::Milliseconds(counts.longestCallback));
+    }
+}
+
+}  // namespace qmxview
