@@ -19,8 +19,8 @@ inline constexpr std::uint32_t openTree = 1;
 inline constexpr std::uint32_t openStream = 2;
 
 /// Owns the interface object of the loaded plug-in. Throws a `CFailure` on failure. `Enumerate`,
-/// `Find` and `NewDevice` may be called from several threads; they take turns, because the interface
-/// serves one thread at a time.
+/// `Find` and `NewDevice` may be called from several threads; they take turns, because the
+/// interface serves one thread at a time.
 class CPluginHost {
    public:
     /// Loads `file`; an empty name means the plug-in beside the program.
@@ -32,8 +32,8 @@ class CPluginHost {
     [[nodiscard]] qmx::cam::IInterface& interfaceObject() const noexcept { return *object; }
     /// Returns all cameras on the network. Blocks for the search; fails if it cannot run.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
-    /// Returns the description of a camera. A name needs a search, unless the last one has just found
-    /// it; an address does not.
+    /// Returns the description of a camera. A name needs a search, unless the last one has just
+    /// found it; an address does not.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);
     [[nodiscard]] qmx::TSharedPtr<qmx::cam::IDevice> NewDevice();
 
@@ -41,7 +41,7 @@ class CPluginHost {
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Search();
 
     qmx::cam::IInterface* object = nullptr;
-    std::mutex lock;  // held while the interface is used
+    std::mutex lock;                           // held while the interface is used
     std::vector<qmx::cam::SDeviceInfo> found;  // by the last search
     std::chrono::steady_clock::time_point foundAt{};
 };
