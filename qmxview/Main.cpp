@@ -75,16 +75,15 @@ void AddPictureOptions(CLI::App& app, SCommandLine& line) {
     app.add_option("--palette", settings.palette, "colours")
         ->check(CLI::IsMember(frames::PaletteNames()))
         ->capture_default_str();
-    auto* const levels =
-        app.add_option_function<std::string>(
-               "--levels",
-               [&settings](const std::string& text) {
-                   const auto locked = ParseLevels(text);
-                   settings.automaticLevels = !locked;
-                   settings.lockedLevels = locked.value_or(frames::SLevels{});
-               },
-               "auto, or the values of the coldest and the hottest colour")
-            ->check(CheckLevels, "", "auto|LOW:HIGH");
+    auto* const levels = app.add_option_function<std::string>(
+                                "--levels",
+                                [&settings](const std::string& text) {
+                                    const auto locked = ParseLevels(text);
+                                    settings.automaticLevels = !locked;
+                                    settings.lockedLevels = locked.value_or(frames::SLevels{});
+                                },
+                                "auto, or the values of the coldest and the hottest colour")
+                             ->check(CheckLevels, "", "auto|LOW:HIGH");
     app.add_option("--percentile", settings.percentile,
                    "percentage of the pixels that automatic levels leave out at either end")
         ->check(CheckPercentile, "", "P")
@@ -102,8 +101,7 @@ void AddWindowOptions(CLI::App& app, SCommandLine& line) {
     app.add_option_function<std::string>(
            "--renderer",
            [&line](const std::string& text) {
-               line.view.renderer =
-                   text == "software" ? ERenderer::Software : ERenderer::Automatic;
+               line.view.renderer = text == "software" ? ERenderer::Software : ERenderer::Automatic;
            },
            "auto, or software to draw without a graphics processor")
         ->check(CLI::IsMember({"auto", "software"}));

@@ -50,8 +50,8 @@ TEST(Viewport, TurnsAndMirrors) {
             for (std::size_t x = 0; x < map.columns.size(); ++x) {
                 const std::size_t index = map.columns[x] + map.rows[y];
                 ASSERT_EQ(index, row.shown[y / side][x / side]) << x << ", " << y;
-                const auto pixel = view.PixelAt(place.x + static_cast<int>(x),
-                                                place.y + static_cast<int>(y));
+                const auto pixel =
+                    view.PixelAt(place.x + static_cast<int>(x), place.y + static_cast<int>(y));
                 ASSERT_TRUE(pixel && pixel->y * 3 + pixel->x == index);
                 // The centre of a pixel is shown within the pixel.
                 const SPoint centre = view.ToScreen({pixel->x + 0.5, pixel->y + 0.5});
@@ -100,7 +100,8 @@ TEST(Viewport, ZoomsAndMovesWithinThePicture) {
 
 TEST(Layout, DividesTheWindowWithoutOverlap) {
     for (const double unit : {1.0, 2.0}) {
-        for (const auto& [width, height] : {std::pair(1280, 860), {2560, 1720}, {300, 200}, {1, 1}}) {
+        for (const auto& [width, height] :
+             {std::pair(1280, 860), {2560, 1720}, {300, 200}, {1, 1}}) {
             for (std::size_t panes = 1; panes <= 7; ++panes) {
                 const SLayout layout = DivideWindow(width, height, panes, unit);
                 ASSERT_EQ(layout.panes.size(), panes);
@@ -217,10 +218,14 @@ TEST(Keys, SelectCommands) {
         bool shift;
         std::optional<ECommand> command;
     } cases[] = {
-        {"Space", false, ECommand::Freeze},     {"P", false, ECommand::NextPalette},
-        {"P", true, ECommand::PreviousPalette}, {"=", true, ECommand::ZoomIn},
-        {"Keypad -", false, ECommand::ZoomOut}, {"Escape", false, ECommand::Quit},
-        {"S", true, ECommand::Snapshot},        {"Z", false, std::nullopt},
+        {"Space", false, ECommand::Freeze},
+        {"P", false, ECommand::NextPalette},
+        {"P", true, ECommand::PreviousPalette},
+        {"=", true, ECommand::ZoomIn},
+        {"Keypad -", false, ECommand::ZoomOut},
+        {"Escape", false, ECommand::Quit},
+        {"S", true, ECommand::Snapshot},
+        {"Z", false, std::nullopt},
         {"", false, std::nullopt},
     };
     for (const auto& row : cases) EXPECT_EQ(CommandOfKey(row.name, row.shift), row.command);

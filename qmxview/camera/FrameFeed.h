@@ -1,9 +1,9 @@
 /// The path of a frame from the plug-in's callback to the screen.
 ///
 /// The callback copies a raw frame straight into a picture and leaves. Coded frames take some
-/// milliseconds to decode, so they go to a thread that always decodes the newest one. Either way the
-/// screen fetches the newest picture when it is ready for one; pictures that it does not fetch are
-/// replaced and counted. Nobody waits for anybody.
+/// milliseconds to decode, so they go to a thread that always decodes the newest one. Either way
+/// the screen fetches the newest picture when it is ready for one; pictures that it does not fetch
+/// are replaced and counted. Nobody waits for anybody.
 #pragma once
 
 #include <atomic>

@@ -66,11 +66,10 @@ void CPaneModel::Subtract() {
     difference.width = reference.width;
     difference.height = reference.height;
     difference.pixels.resize(reference.pixels.size());
-    std::ranges::transform(frame->values.pixels, reference.pixels, difference.pixels.begin(),
-                           [](int now, int then) {
-                               return static_cast<std::uint16_t>(
-                                   std::clamp(differenceZero + now - then, 0, 65535));
-                           });
+    std::ranges::transform(
+        frame->values.pixels, reference.pixels, difference.pixels.begin(), [](int now, int then) {
+            return static_cast<std::uint16_t>(std::clamp(differenceZero + now - then, 0, 65535));
+        });
 }
 
 void CPaneModel::SetReference() {
@@ -173,7 +172,8 @@ void CPaneModel::Paint(frames::Argb* to, std::size_t pitch, bool greyed) {
         return frames::Opaque({samples[3 * i], samples[3 * i + 1], samples[3 * i + 2]});
     };
     const bool ownColours = coloured() && !hasReference();
-    if (greyed && ownColours) return paint([&](std::size_t i) { return frames::Greyed(colour(i)); });
+    if (greyed && ownColours)
+        return paint([&](std::size_t i) { return frames::Greyed(colour(i)); });
     if (greyed) return paint([&](std::size_t i) { return frames::Greyed(grey(i)); });
     if (ownColours) return paint(colour);
     paint(grey);
@@ -212,7 +212,8 @@ std::string CPaneModel::UniformText() const {
     const frames::SLevels& used = levels();
     if (most.high <= used.low || most.low >= used.high) {
         return std::string("values ") + value(most.low) + ".." + value(most.high) + " are all " +
-               (most.high <= used.low ? "below" : "above") + " the levels; A sets them automatically";
+               (most.high <= used.low ? "below" : "above") +
+               " the levels; A sets them automatically";
     }
     return {};
 }

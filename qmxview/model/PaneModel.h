@@ -21,13 +21,14 @@ namespace qmxview {
 struct SPaneSettings {
     std::string palette = "iron";
     bool automaticLevels = true;
-    double percentile = 0.5;      ///< percentage of the pixels that automatic levels leave out, at either end
-    frames::SLevels lockedLevels{};///< used unless the levels are automatic
+    double percentile =
+        0.5;  ///< percentage of the pixels that automatic levels leave out, at either end
+    frames::SLevels lockedLevels{};  ///< used unless the levels are automatic
     bool markSaturation = false;
-    int saturation = 65535;       ///< values from here on count as saturated
+    int saturation = 65535;  ///< values from here on count as saturated
     bool markIsotherm = false;
     frames::SValueRange isotherm{};
-    bool markSpots = false;       ///< the hottest and the coldest pixel
+    bool markSpots = false;  ///< the hottest and the coldest pixel
 };
 
 /// Holds the difference to the reference around this value, because pixels have no sign.
@@ -68,7 +69,9 @@ class CPaneModel {
     /// Returns true once a picture has been shown.
     [[nodiscard]] bool hasPicture() const noexcept { return !shown().pixels.empty(); }
     /// Returns true if the picture has colours and therefore no levels.
-    [[nodiscard]] bool coloured() const noexcept { return frame != nullptr && !frame->colours.empty(); }
+    [[nodiscard]] bool coloured() const noexcept {
+        return frame != nullptr && !frame->colours.empty();
+    }
     /// Returns the frame that is shown, or null.
     [[nodiscard]] const SViewFrame* current() const noexcept { return frame; }
     /// Returns the values that are shown: those of the camera, or the difference to the reference
@@ -81,7 +84,8 @@ class CPaneModel {
     [[nodiscard]] const frames::CHistogram& histogram() const noexcept { return counts; }
     [[nodiscard]] const std::optional<frames::SRegion>& region() const noexcept { return measured; }
     /// Returns the statistics of the region, if there is one.
-    [[nodiscard]] const std::optional<frames::SRegionStatistics>& regionStatistics() const noexcept {
+    [[nodiscard]] const std::optional<frames::SRegionStatistics>& regionStatistics()
+        const noexcept {
         return regionResult;
     }
     /// Returns the statistics of the whole picture, if `markSpots` is set.
@@ -94,7 +98,9 @@ class CPaneModel {
 
     /// Returns a value of `shown()` as a text; that of a difference has a sign.
     [[nodiscard]] std::string ValueText(double value) const;
-    [[nodiscard]] std::string DistanceText(double distance) const { return texts.Distance(distance); }
+    [[nodiscard]] std::string DistanceText(double distance) const {
+        return texts.Distance(distance);
+    }
     /// Returns position and value of the pixel under the cursor; empty if there is none.
     [[nodiscard]] std::string CursorText() const;
     /// Returns why the picture looks uniform, such as "all values 7188..7190"; empty if it does

@@ -21,7 +21,8 @@ struct SValueScale {
 class CValueTexts {
    public:
     /// Without a scale, texts contain the value alone.
-    explicit CValueTexts(std::optional<SValueScale> valueScale = {}) : scale(std::move(valueScale)) {}
+    explicit CValueTexts(std::optional<SValueScale> valueScale = {})
+        : scale(std::move(valueScale)) {}
 
     /// Makes values differences from a reference: they get a sign, and the scale's offset does not
     /// apply.

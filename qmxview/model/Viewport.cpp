@@ -12,8 +12,8 @@ constexpr double zoomSteps[] = {0.125, 0.25, 0.5, 1, 2, 3, 4, 6, 8, 12, 16, 24, 
 double NextScale(double scale, bool larger) {
     constexpr double tolerance = 1e-9;
     if (larger) {
-        const auto* const next = std::upper_bound(std::begin(zoomSteps), std::end(zoomSteps),
-                                                  scale * (1 + tolerance));
+        const auto* const next =
+            std::upper_bound(std::begin(zoomSteps), std::end(zoomSteps), scale * (1 + tolerance));
         return next == std::end(zoomSteps) ? scale : *next;
     }
     const auto* const next =
@@ -170,8 +170,7 @@ SIndexMap CViewport::Map() const {
     // the first row and of the first column suffice.
     const auto index = [&](int x, int y) {
         const SPixel pixel = PixelAt(x, y).value_or(SPixel{});
-        return turns % 2 == 0 ? SPixel{pixel.x, pixel.y * width}
-                              : SPixel{pixel.y * width, pixel.x};
+        return turns % 2 == 0 ? SPixel{pixel.x, pixel.y * width} : SPixel{pixel.y * width, pixel.x};
     };
     for (int i = 0; i < visible.width; ++i) {
         map.columns.push_back(index(visible.x + i, visible.y).x);

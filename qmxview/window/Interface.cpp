@@ -48,7 +48,8 @@ void AddFont(double unit) {
     ImGuiIO& io = ImGui::GetIO();
     ImFontConfig config;
     config.FontDataOwnedByAtlas = false;
-    static constexpr ImWchar ranges[] = {0x20, 0xFF, 0x3C3, 0x3C3, 0x2013, 0x2026, 0x2190, 0x2193, 0};
+    static constexpr ImWchar ranges[] = {0x20,   0xFF,   0x3C3,  0x3C3, 0x2013,
+                                         0x2026, 0x2190, 0x2193, 0};
     io.Fonts->AddFontFromMemoryTTF(const_cast<unsigned char*>(embeddedFont),
                                    static_cast<int>(embeddedFontSize),
                                    fontPixels * static_cast<float>(unit), &config, ranges);
@@ -131,8 +132,8 @@ void COverlay::Begin() {
     const SRect size = screen.area();
     drawing._ResetForNewFrame();
     drawing.PushTextureID(ImGui::GetIO().Fonts->TexID);
-    drawing.PushClipRect(ImVec2(0, 0), ImVec2(static_cast<float>(size.width),
-                                              static_cast<float>(size.height)));
+    drawing.PushClipRect(ImVec2(0, 0),
+                         ImVec2(static_cast<float>(size.width), static_cast<float>(size.height)));
 }
 
 void COverlay::End() {

@@ -21,10 +21,10 @@ SRect Inset(const SRect& rect, double unit) {
 }
 
 void PushClip(ImDrawList& list, const SRect& rect) {
-    list.PushClipRect(ImVec2(static_cast<float>(rect.x), static_cast<float>(rect.y)),
-                      ImVec2(static_cast<float>(rect.x + rect.width),
-                             static_cast<float>(rect.y + rect.height)),
-                      true);
+    list.PushClipRect(
+        ImVec2(static_cast<float>(rect.x), static_cast<float>(rect.y)),
+        ImVec2(static_cast<float>(rect.x + rect.width), static_cast<float>(rect.y + rect.height)),
+        true);
 }
 
 void Fill(SDL_Renderer* renderer, const SRect& rect, ImU32 colour) {
@@ -43,8 +43,8 @@ void DrawCross(ImDrawList& list, ImVec2 at, float size, ImU32 colour) {
     }
 }
 
-/// Writes a text on a dark ground, to the right of a point or, with a negative distance, to the left,
-/// and within a rectangle.
+/// Writes a text on a dark ground, to the right of a point or, with a negative distance, to the
+/// left, and within a rectangle.
 void DrawLabel(ImDrawList& list, ImVec2 at, float distance, const SRect& within,
                const std::string& text) {
     const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
@@ -107,9 +107,8 @@ void CPaneView::DrawMarks(COverlay& overlay, double unit) const {
     if (const auto& spots = model.spots()) {
         const auto size = static_cast<float>(std::round(7 * unit));
         // The labels are on different sides, because both pixels may be next to each other.
-        for (const auto& [spot, colour, side] :
-             {std::tuple(spots->hottest, recordColour, 1.8F),
-              std::tuple(spots->coldest, accentColour, -1.8F)}) {
+        for (const auto& [spot, colour, side] : {std::tuple(spots->hottest, recordColour, 1.8F),
+                                                 std::tuple(spots->coldest, accentColour, -1.8F)}) {
             const ImVec2 at = Corner(model.viewport.ToScreen({spot.x + 0.5, spot.y + 0.5}));
             DrawCross(list, at, size, colour);
             DrawLabel(list, at, side * size, painted, model.ValueText(spot.value));
@@ -133,8 +132,8 @@ void CPaneView::DrawTexts(COverlay& overlay, double unit, bool selected,
     const std::string state = pane.StateText(now);
     const bool failed = pane.state().phase == EPhase::Failed;
     if (!failed) {
-        overlay.Text({header.x + used, header.y, header.width - used, header.height},
-                     warningColour, state, true);
+        overlay.Text({header.x + used, header.y, header.width - used, header.height}, warningColour,
+                     state, true);
     } else {
         // A failure is explained in full sentences.
         const SRect room = Inset(where.picture, 4 * unit);
@@ -181,8 +180,8 @@ void CPaneView::MouseMoved(int x, int y) {
     drag->lastX = x;
     drag->lastY = y;
     if (drag->button != SDL_BUTTON_LEFT) return;
-    const bool moved = std::abs(x - drag->startX) > clickTolerance ||
-                       std::abs(y - drag->startY) > clickTolerance;
+    const bool moved =
+        std::abs(x - drag->startX) > clickTolerance || std::abs(y - drag->startY) > clickTolerance;
     if (moved) pane.model.SetRegion(DraggedRegion());
 }
 

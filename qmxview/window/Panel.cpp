@@ -206,8 +206,8 @@ void CPanel::ShowHistogram(CPane& pane) {
         const auto height =
             static_cast<float>(heights[static_cast<std::size_t>(i)] / largest) * (size.y - 4);
         const float x = corner.x + static_cast<float>(i);
-        list.AddRectFilled(ImVec2(x, corner.y + size.y - height),
-                           ImVec2(x + 1, corner.y + size.y), faintColour);
+        list.AddRectFilled(ImVec2(x, corner.y + size.y - height), ImVec2(x + 1, corner.y + size.y),
+                           faintColour);
     }
     for (const double level : {levels.low, levels.high}) {
         const float x = std::clamp(toScreen(level), corner.x, corner.x + size.x - 2);
@@ -274,11 +274,10 @@ void CPanel::ShowMeasurements(CPane& pane) {
                      low - margin, high + margin,
                      ImVec2(ImGui::GetContentRegionAvail().x, 48 * unitPixels));
     const auto decimal = [](float number) { return Plain(static_cast<double>(number)); };
-    const std::string text =
-        series.empty() ? "value over time: cursor or region"
-                       : std::string(statistics ? "region mean " : "cursor ") + decimal(low) +
-                             ".." + decimal(high) + ", " + std::to_string(series.size()) +
-                             " frames";
+    const std::string text = series.empty() ? "value over time: cursor or region"
+                                            : std::string(statistics ? "region mean " : "cursor ") +
+                                                  decimal(low) + ".." + decimal(high) + ", " +
+                                                  std::to_string(series.size()) + " frames";
     ImGui::TextDisabled("%s", text.c_str());
     bool subtract = model.hasReference();
     if (ImGui::Checkbox("subtract reference", &subtract)) result.command = ECommand::Reference;
@@ -299,11 +298,9 @@ void CPanel::ShowHelp(const SRect& area, double unit) {
     const ImVec2 size(std::min(static_cast<float>(area.width), static_cast<float>(520 * unit)),
                       std::min(static_cast<float>(area.height),
                                lineHeight * lines + static_cast<float>(16 * unit)));
-    ImGui::SetNextWindowPos(
-        ImVec2(std::floor(static_cast<float>(area.x) +
-                          (static_cast<float>(area.width) - size.x) / 2),
-               std::floor(static_cast<float>(area.y) +
-                          (static_cast<float>(area.height) - size.y) / 2)));
+    ImGui::SetNextWindowPos(ImVec2(
+        std::floor(static_cast<float>(area.x) + (static_cast<float>(area.width) - size.x) / 2),
+        std::floor(static_cast<float>(area.y) + (static_cast<float>(area.height) - size.y) / 2)));
     ImGui::SetNextWindowSize(size);
     ImGui::Begin("keys", nullptr,
                  ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize | ImGuiWindowFlags_NoMove |

@@ -35,7 +35,7 @@ class CPanel {
     SPanelResult result;
     float unitPixels = 1;
     const CPane* shownPane = nullptr;
-    float rate = 0;                  // as typed
+    float rate = 0;  // as typed
     bool typingRate = false;
     frames::SLevels histogramRange;  // shown; changes only when the picture leaves it
     int draggedLevel = 0;            // -1: low, 1: high

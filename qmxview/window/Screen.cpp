@@ -17,9 +17,10 @@ using hostkit::EExit;
 constexpr double ordinaryDpi = 96;
 
 [[noreturn]] void FailWithoutWindow(const std::string& why) {
-    throw CFailure(EExit::Failed,
-                   "cannot open a window: " + why +
-                       "; use 'qmxhost stream CAMERA --save DIR --as png' to save pictures instead");
+    throw CFailure(
+        EExit::Failed,
+        "cannot open a window: " + why +
+            "; use 'qmxhost stream CAMERA --save DIR --as png' to save pictures instead");
 }
 
 /// Returns the resolution of the first screen in steps of one half, at least 1.
@@ -83,8 +84,8 @@ SRect CScreen::area() const {
 
 frames::SColourPicture CScreen::Read() const {
     const SRect size = area();
-    frames::SColourPicture picture{static_cast<std::uint32_t>(size.width),
-                                   static_cast<std::uint32_t>(size.height), {}};
+    frames::SColourPicture picture{
+        static_cast<std::uint32_t>(size.width), static_cast<std::uint32_t>(size.height), {}};
     picture.samples.resize(std::size_t{3} * picture.width * picture.height);
     const int failed = SDL_RenderReadPixels(rendererHandle, nullptr, SDL_PIXELFORMAT_RGB24,
                                             picture.samples.data(), 3 * size.width);

@@ -44,8 +44,8 @@ CViewer::CViewer(hostkit::CPluginHost& host, const SViewOptions& viewOptions)
       started(Clock::now()),
       droppedBefore(platform::DroppedDatagrams()) {
     for (const SCameraRequest& request : options.cameras) {
-        panes.push_back(std::make_unique<CPane>(host, request, options.settings, options.scale,
-                                                signal));
+        panes.push_back(
+            std::make_unique<CPane>(host, request, options.settings, options.scale, signal));
         if (options.zoom) panes.back()->model.viewport.SetScale(*options.zoom);
         views.emplace_back(*panes.back());
     }
@@ -92,8 +92,7 @@ void CViewer::HandleEvent(const SDL_Event& event) {
         case SDL_KEYDOWN: {
             if (CInterface::WantsKeys()) break;
             const SDL_Keysym key = event.key.keysym;
-            const auto command =
-                CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
+            const auto command = CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
             // A key that is held down repeats movements only.
             const bool repeats = command >= ECommand::ZoomIn && command <= ECommand::PanDown;
             if (command && (event.key.repeat == 0 || repeats)) Do(*command);
@@ -249,7 +248,8 @@ void CViewer::DrawInterface() {
                             dropped);
     }
     const SRect area = screen.area();
-    if (showHelp) CPanel::ShowHelp({0, 0, area.width - panelPlace.width, area.height}, screen.unit());
+    if (showHelp)
+        CPanel::ShowHelp({0, 0, area.width - panelPlace.width, area.height}, screen.unit());
     popupOpen = ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel);
     interfaceLayer.End();
     if (result.command) Do(*result.command);
@@ -302,12 +302,11 @@ void CViewer::EndIfSilent(Clock::time_point now) {
     for (const auto& pane : panes) {
         const SFeedCounts counts = pane->counts();
         if (counts.shown >= options.after || !pane->stale(now)) continue;
-        failure.emplace(EExit::TooFewFrames,
-                        "camera " + pane->camera() + " has sent " +
-                            std::to_string(counts.received.frames) + " of " +
-                            std::to_string(options.after) +
-                            " frames: no screenshot; 'qmxhost doctor " + pane->camera() +
-                            "' looks for the reason");
+        failure.emplace(EExit::TooFewFrames, "camera " + pane->camera() + " has sent " +
+                                                 std::to_string(counts.received.frames) + " of " +
+                                                 std::to_string(options.after) +
+                                                 " frames: no screenshot; 'qmxhost doctor " +
+                                                 pane->camera() + "' looks for the reason");
         ended = true;
         return;
     }

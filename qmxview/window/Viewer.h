@@ -22,10 +22,10 @@ struct SViewOptions {
     std::optional<SValueScale> scale;
     std::optional<double> zoom;  ///< screen pixels for each pixel of a picture; nothing: fit
     ERenderer renderer = ERenderer::Automatic;
-    double uiScale = 0;          ///< pixels for each pixel of an ordinary screen; 0: as the screen
-    std::string screenshot;      ///< file to save before the view ends; empty: none
-    std::uint64_t after = 1;     ///< frames that each camera shows before the screenshot
-    std::uint64_t slowMs = 0;    ///< time that each pass waits in addition, to imitate a slow screen
+    double uiScale = 0;        ///< pixels for each pixel of an ordinary screen; 0: as the screen
+    std::string screenshot;    ///< file to save before the view ends; empty: none
+    std::uint64_t after = 1;   ///< frames that each camera shows before the screenshot
+    std::uint64_t slowMs = 0;  ///< time that each pass waits in addition, to imitate a slow screen
 };
 
 /// Runs the live view on the calling thread. The cameras stream on others.
