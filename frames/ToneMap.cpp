@@ -62,9 +62,10 @@ void FillToneTable(ToneTable& table, const SLevels& levels) {
     const auto last = static_cast<std::size_t>(
         std::clamp(std::ceil(levels.high), static_cast<double>(first), values));
     std::fill_n(table.begin(), first, std::uint8_t{0});
-    const double steps = 255 / (levels.high - levels.low);
+    const double width = levels.high - levels.low;
     for (std::size_t value = first; value < last; ++value) {
-        const double step = (static_cast<double>(value) - levels.low) * steps;
+        // Multiplied first, so that halves are exact and round the same way everywhere.
+        const double step = (static_cast<double>(value) - levels.low) * 255 / width;
         table[value] = static_cast<std::uint8_t>(step + 0.5);
     }
     std::fill(table.begin() + static_cast<std::ptrdiff_t>(last), table.end(), std::uint8_t{255});

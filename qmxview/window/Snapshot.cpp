@@ -35,12 +35,22 @@ Json RegionAsJson(const CPaneModel& model) {
             {"deviation", statistics->deviation}};
 }
 
+Json CursorAsJson(const CPaneModel& model) {
+    const auto& cursor = model.cursor();
+    const frames::SGreyPicture& picture = model.shown();
+    if (!cursor || cursor->x >= picture.width || cursor->y >= picture.height) return nullptr;
+    return {{"x", cursor->x},
+            {"y", cursor->y},
+            {"value", picture.pixels[std::size_t{cursor->y} * picture.width + cursor->x]}};
+}
+
 Json PaneAsJson(const CPane& pane, const std::string& valuesFile) {
     const CPaneModel& model = pane.model;
     const SRect place = model.viewport.Visible();
     Json json{{"camera", pane.camera()},
               {"address", pane.state().address},
               {"format", hostkit::FormatText(pane.state().format)},
+              {"state", pane.StateText(frames::Clock::now())},
               {"picture", nullptr}};
     if (!model.hasPicture()) return json;
     const frames::SArrival& arrival = model.current()->arrival;
@@ -59,6 +69,7 @@ Json PaneAsJson(const CPane& pane, const std::string& valuesFile) {
                       {"high", model.levels().high},
                       {"automatic", model.settings.automaticLevels}};
     json["minusReference"] = model.hasReference();
+    json["cursor"] = CursorAsJson(model);
     json["region"] = RegionAsJson(model);
     return json;
 }

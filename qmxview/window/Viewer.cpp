@@ -280,7 +280,7 @@ void CViewer::TakePictures() {
 }
 
 /// A mistake in the command line ends the view; a camera that does not work ends it only if there
-/// is no other one.
+/// is no other one, or if a screenshot needs it.
 void CViewer::EndIfFailed() {
     std::size_t failed = 0;
     for (const auto& pane : panes) {
@@ -289,7 +289,7 @@ void CViewer::EndIfFailed() {
         ++failed;
         const bool mistake = why->status == EExit::NoCamera || why->status == EExit::Usage;
         const bool fresh = pane->counts().received.frames == 0;
-        if (fresh && (mistake || failed == panes.size())) {
+        if (fresh && (mistake || failed == panes.size() || !options.screenshot.empty())) {
             failure.emplace(*why);
             ended = true;
             return;
