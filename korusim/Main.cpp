@@ -7,12 +7,15 @@
 #include <cstdio>
 #include <cstring>
 #include <list>
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Announcer.h"
 #include "CameraSettings.h"
+#include "ImageFiles.h"
 #include "NetworkState.h"
 #include "Process.h"
 #include "VirtualCamera.h"
@@ -71,7 +74,7 @@ sigset_t HoldStopSignals() {
 
 /// Parses the camera arguments. Returns what is wrong with them, or an empty text.
 std::string ParseCameras(const std::vector<std::string>& arguments,
-                         std::list<CVirtualCamera>& cameras) {
+                         std::vector<SCameraSettings>& cameras) {
     std::set<std::string> addresses;
     for (const std::string& argument : arguments) {
         const korusim::SParsedCamera parsed = korusim::ParseCamera(argument);
@@ -79,7 +82,26 @@ std::string ParseCameras(const std::vector<std::string>& arguments,
         if (!addresses.insert(parsed.settings.address).second) {
             return "camera " + parsed.settings.address + ": the address is given twice";
         }
-        cameras.emplace_back(parsed.settings);
+        cameras.push_back(parsed.settings);
+    }
+    return {};
+}
+
+/// Makes the cameras and opens the files that they serve. Returns what went wrong, or an empty
+/// text.
+std::string MakeCameras(std::vector<SCameraSettings> settings, std::list<CVirtualCamera>& cameras) {
+    for (SCameraSettings& each : settings) {
+        std::shared_ptr<const korusim::CImageFiles> images;
+        if (!each.images.empty()) {
+            try {
+                images = std::make_shared<const korusim::CImageFiles>(each.images);
+            } catch (const std::runtime_error& failure) {
+                return "camera " + each.address + ": images=: " + failure.what();
+            }
+            const std::string wrong = korusim::UseImageSize(each, images->size());
+            if (!wrong.empty()) return wrong;
+        }
+        cameras.emplace_back(std::move(each), std::move(images));
     }
     return {};
 }
@@ -104,7 +126,10 @@ std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer
     return announcer.Announce(announcements);
 }
 
-int RunCameras(std::list<CVirtualCamera>& cameras) {
+int RunCameras(std::vector<SCameraSettings> settings) {
+    std::list<CVirtualCamera> cameras;
+    const std::string unreadable = MakeCameras(std::move(settings), cameras);
+    if (!unreadable.empty()) return PrintError(Failed, unreadable);
     RaiseDescriptorLimit();
     const sigset_t signals = HoldStopSignals();
     korusim::CAnnouncer announcer;
@@ -137,10 +162,10 @@ int Run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return PrintError(WrongUsage, std::string(error.what()) + " (--help lists the settings)");
     }
-    std::list<CVirtualCamera> cameras;
+    std::vector<SCameraSettings> cameras;
     const std::string wrong = ParseCameras(arguments, cameras);
     if (!wrong.empty()) return PrintError(WrongUsage, wrong + " (--help lists the settings)");
-    return RunCameras(cameras);
+    return RunCameras(std::move(cameras));
 }
 
 }  // namespace

@@ -7,13 +7,12 @@
 #include <set>
 #include <system_error>
 
+#include "PictureLimits.h"
+
 namespace korusim {
 namespace {
 
 constexpr SPictureSize defaultSize{640, 512};
-/// Narrower pictures cannot hold the frame stamp; no camera has larger ones.
-constexpr std::uint32_t minSide = 8;
-constexpr std::uint32_t maxSide = 4096;
 /// JPEG over RTP encodes width and height in one byte each, in units of 8 pixels.
 constexpr std::uint32_t jpegSideUnit = 8;
 constexpr std::uint32_t maxJpegSide = 2040;
@@ -47,6 +46,7 @@ template <class T>
 struct SWord {
     std::string_view word;
     T value;
+    std::string_view meaning{};  ///< for the help page
 };
 
 constexpr std::array<SWord<EStreams>, 4> streamWords{{{"raw", EStreams::Raw},
@@ -54,26 +54,30 @@ constexpr std::array<SWord<EStreams>, 4> streamWords{{{"raw", EStreams::Raw},
                                                       {"mjls+mjpg", EStreams::MjlsAndMjpg},
                                                       {"mjpg", EStreams::Mjpg}}};
 
-constexpr std::array<SWord<ETree>, 6> treeWords{{{"on", ETree::On},
-                                                 {"off", ETree::Off},
-                                                 {"gcam", ETree::Gcam},
-                                                 {"no-rtp", ETree::NoRtp},
-                                                 {"no-switch", ETree::NoSwitch},
-                                                 {"switched-off", ETree::SwitchedOff}}};
+constexpr auto treeWords = std::to_array<SWord<ETree>>(
+    {{"on", ETree::On, "an infrared camera with RTSP streaming enabled"},
+     {"off", ETree::Off, "nothing listens: connections are refused"},
+     {"gcam", ETree::Gcam, "a camera of another kind, with a .gcam node in addition"},
+     {"no-rtp", ETree::NoRtp, "a camera without streaming: there is no .rtp node"},
+     {"no-switch", ETree::NoSwitch, "the node that enables RTSP streaming does not exist"},
+     {"switched-off", ETree::SwitchedOff, "that node exists, and streaming is disabled"}});
 
 constexpr std::array<SWord<ESubsampling>, 2> subsamplingWords{
     {{"422", ESubsampling::Chroma422}, {"420", ESubsampling::Chroma420}}};
 
-constexpr std::array<SWord<EQuirk>, 9> quirkWords{
-    {{"silent", EQuirk::Silent},
-     {"session-timeout-in-play", EQuirk::SessionTimeoutInPlay},
-     {"no-server-port", EQuirk::NoServerPort},
-     {"split-body", EQuirk::SplitBody},
-     {"lower-case-headers", EQuirk::LowerCaseHeaders},
-     {"late-answers", EQuirk::LateAnswers},
-     {"refuse-play", EQuirk::RefusePlay},
-     {"refuse-pause", EQuirk::RefusePause},
-     {"refuse-teardown", EQuirk::RefuseTeardown}}};
+constexpr auto quirkWords = std::to_array<SWord<EQuirk>>(
+    {{"silent", EQuirk::Silent, "requests are read, but get no response"},
+     {"session-timeout-in-play", EQuirk::SessionTimeoutInPlay,
+      "the Session header of the response to PLAY has a parameter after the identifier"},
+     {"no-server-port", EQuirk::NoServerPort,
+      "the Transport header of the response to SETUP lacks the ports of the camera"},
+     {"split-body", EQuirk::SplitBody,
+      "the second half of a body is sent 100 ms after the first half"},
+     {"lower-case-headers", EQuirk::LowerCaseHeaders, "header names are in lower case"},
+     {"late-answers", EQuirk::LateAnswers, "every response is sent 6 s after its request"},
+     {"refuse-play", EQuirk::RefusePlay, "the response to PLAY is 500"},
+     {"refuse-pause", EQuirk::RefusePause, "the response to PAUSE is 455"},
+     {"refuse-teardown", EQuirk::RefuseTeardown, "the response to TEARDOWN is 500"}});
 
 template <class T, std::size_t N>
 std::optional<T> FindWord(const std::array<SWord<T>, N>& words, std::string_view text) {
@@ -87,6 +91,15 @@ bool ParseWord(const std::array<SWord<T>, N>& words, std::string_view text, T& v
     const auto found = FindWord(words, text);
     if (found) value = *found;
     return found.has_value();
+}
+
+template <class T, std::size_t N>
+std::string ExplainWords(const std::array<SWord<T>, N>& words) {
+    std::string lines;
+    for (const SWord<T>& each : words) {
+        lines += "        " + std::string(each.word) + ": " + std::string(each.meaning) + "\n";
+    }
+    return lines;
 }
 
 bool ParseName(std::string_view text, SCameraSettings& settings) {
@@ -109,6 +122,11 @@ bool ParseSize(std::string_view text, SCameraSettings& settings) {
     settings.sizes.push_back(
         {static_cast<std::uint16_t>(width), static_cast<std::uint16_t>(height)});
     return true;
+}
+
+bool ParseImages(std::string_view text, SCameraSettings& settings) {
+    settings.images = text;
+    return !text.empty();
 }
 
 bool ParseRate(std::string_view text, SCameraSettings& settings) {
@@ -134,9 +152,10 @@ struct SSetting {
     std::string_view meaning;
     bool repeatable;
     bool (*parse)(std::string_view text, SCameraSettings& settings);
+    std::string (*explainWords)() = nullptr;  ///< returns a line of the help page for each word
 };
 
-constexpr std::array<SSetting, 16> settingTable{{
+constexpr auto settingTable = std::to_array<SSetting>({
     {"name", "1 to 63 bytes of UTF-8 without a comma",
      "name under which it is announced (default: \"korusim ADDRESS\")", false, ParseName},
     {"streams", "raw, mjls, mjls+mjpg or mjpg",
@@ -148,6 +167,12 @@ constexpr std::array<SSetting, 16> settingTable{{
      "picture size, repeatable, one format each (default: 640x512); a compressed stream uses only "
      "the first size; mjpg needs multiples of 8, at most 2040",
      true, ParseSize},
+    {"images", "a folder, or a PNG or TIFF file; no comma in its path",
+     "pictures to send instead of the drawn scene, again and again: the .png, .tif and .tiff files "
+     "of the folder in the order of their names, or all pages of the file; 8 or 16 bits of grey, "
+     "unscaled, all of one size, which becomes the size of the camera; mjpg colours the range of "
+     "the first picture; number and checksum replace a part of each picture",
+     false, ParseImages},
     {"rate", "above 0, at most 1000", "frames per second, fractions allowed (default: 30)", false,
      ParseRate},
     {"mtu", "64 to 65507",
@@ -200,15 +225,15 @@ constexpr std::array<SSetting, 16> settingTable{{
          return ParseWithin(text, std::uint64_t{0}, ~std::uint64_t{0}, to.seed);
      }},
     {"tree", "on, off, gcam, no-rtp, no-switch or switched-off",
-     "state of the node tree (default: on)", false,
-     [](std::string_view text, SCameraSettings& to) {
-         return ParseWord(treeWords, text, to.tree);
-     }},
+     "state of the node tree (default: on):", false,
+     [](std::string_view text, SCameraSettings& to) { return ParseWord(treeWords, text, to.tree); },
+     [] { return ExplainWords(treeWords); }},
     {"quirk",
      "silent, session-timeout-in-play, no-server-port, split-body, lower-case-headers, "
      "late-answers, refuse-play, refuse-pause or refuse-teardown",
-     "faulty behaviour of the RTSP server, repeatable (default: none)", true, ParseQuirk},
-}};
+     "faulty behaviour of the RTSP server, repeatable (default: none):", true, ParseQuirk,
+     [] { return ExplainWords(quirkWords); }},
+});
 
 bool IsDottedAddress(std::string_view text) {
     for (int part = 0; part < 4; ++part) {
@@ -247,7 +272,7 @@ std::string FindContradiction(const SCameraSettings& settings) {
         settings.streams == EStreams::Mjpg || settings.streams == EStreams::MjlsAndMjpg;
     const auto odd = std::ranges::find_if_not(settings.sizes, IsJpegSize);
     if (!jpeg || odd == settings.sizes.end()) return {};
-    return "size=" + std::to_string(odd->width) + "x" + std::to_string(odd->height) +
+    return "size=" + SizeText(*odd) +
            ": an mjpg stream needs a width and a height in multiples of 8, at most 2040";
 }
 
@@ -274,10 +299,21 @@ SParsedCamera ParseCamera(std::string_view argument) {
         at = end;
     }
     if (settings.name.empty()) settings.name = "korusim " + settings.address;
-    if (settings.sizes.empty()) settings.sizes.push_back(defaultSize);
+    if (settings.sizes.empty() && settings.images.empty()) settings.sizes.push_back(defaultSize);
     const std::string wrong = FindContradiction(settings);
     if (!wrong.empty()) parsed.error = "camera " + settings.address + ": " + wrong;
     return parsed;
+}
+
+std::string UseImageSize(SCameraSettings& settings, SPictureSize size) {
+    const std::vector<SPictureSize> only{size};
+    if (!settings.sizes.empty() && settings.sizes != only) {
+        return "camera " + settings.address + ": size= contradicts images=" + settings.images +
+               ", whose pictures have " + SizeText(size) + " pixels; leave size= out";
+    }
+    settings.sizes = only;
+    const std::string wrong = FindContradiction(settings);
+    return wrong.empty() ? wrong : "camera " + settings.address + ": " + wrong;
 }
 
 std::string SettingsHelp() {
@@ -287,6 +323,7 @@ std::string SettingsHelp() {
     for (const SSetting& setting : settingTable) {
         help += "  " + std::string(setting.key) + "=    " + std::string(setting.allowed) +
                 "\n      " + std::string(setting.meaning) + "\n";
+        if (setting.explainWords != nullptr) help += setting.explainWords();
     }
     return help;
 }

@@ -63,7 +63,8 @@ struct SCameraSettings {
     std::string address;  ///< dotted IPv4
     std::string name;
     EStreams streams = EStreams::Raw;
-    std::vector<SPictureSize> sizes;  ///< at least one
+    std::vector<SPictureSize> sizes;  ///< at least one, unless the pictures determine it
+    std::string images;               ///< path of the user's pictures; empty: drawn ones
     double rate = defaultFrameRate;   ///< frames per second
     std::uint32_t mtu = 1472;         ///< largest datagram in bytes, without IP and UDP headers
     double senderReportSeconds = 5;   ///< time between sender reports; 0 means none
@@ -89,6 +90,10 @@ struct SParsedCamera {
 
 /// Parses "ADDRESS,key=value,...".
 [[nodiscard]] SParsedCamera ParseCamera(std::string_view argument);
+
+/// Makes the size of the user's pictures the size of the camera. Returns what contradicts it, or an
+/// empty text.
+[[nodiscard]] std::string UseImageSize(SCameraSettings& settings, SPictureSize size);
 
 /// Returns one paragraph per setting, for a help page.
 [[nodiscard]] std::string SettingsHelp();

@@ -23,10 +23,6 @@ constexpr std::array<std::uint8_t, tableEntries> zigzag{
     41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
     30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
-/// Counts shown as black and as white: -31 and 37 degrees Celsius. The same for every frame.
-constexpr int blackCounts = 6225;
-constexpr int whiteCounts = 7930;
-
 struct SRgb {
     float red;
     float green;
@@ -148,6 +144,7 @@ JpegTables MakeJpegTables(std::uint8_t quality) {
 }
 
 struct CJpegEncoder::SState {
+    SGreyRange range;
     CCompressor compressor;
     const YccPalette palette = MakePalette();
     std::vector<std::uint8_t> levels;  // grey levels, width times height
@@ -155,8 +152,9 @@ struct CJpegEncoder::SState {
     std::unique_ptr<unsigned char, SFree> coded;  // allocated by libjpeg
 };
 
-CJpegEncoder::CJpegEncoder(SPictureSize size, const SJpegSettings& settings)
+CJpegEncoder::CJpegEncoder(SPictureSize size, const SJpegSettings& settings, SGreyRange range)
     : state(std::make_unique<SState>()) {
+    state->range = range;
     jpeg_compress_struct& jpeg = state->compressor.jpeg;
     jpeg.image_width = size.width;
     jpeg.image_height = size.height;
@@ -175,9 +173,11 @@ CJpegEncoder::~CJpegEncoder() = default;
 std::span<const std::uint8_t> CJpegEncoder::Code(std::span<std::uint16_t> picture,
                                                  std::uint32_t number) {
     jpeg_compress_struct& jpeg = state->compressor.jpeg;
-    std::ranges::transform(picture, state->levels.begin(), [](std::uint16_t counts) {
-        const int inside = std::clamp<int>(counts, blackCounts, whiteCounts) - blackCounts;
-        return static_cast<std::uint8_t>(inside * 255 / (whiteCounts - blackCounts));
+    const int black = state->range.black;
+    const int white = state->range.white;
+    std::ranges::transform(picture, state->levels.begin(), [=](std::uint16_t counts) {
+        const int inside = std::clamp<int>(counts, black, white) - black;
+        return static_cast<std::uint8_t>(inside * 255 / (white - black));
     });
     framestamp::WriteBlockStamp({state->levels, jpeg.image_width}, number);
 

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "CameraSettings.h"
+#include "PictureSource.h"
 
 namespace korusim {
 
@@ -24,13 +25,14 @@ using JpegTables = std::array<std::uint8_t, 128>;
 
 class CJpegEncoder {
    public:
-    CJpegEncoder(SPictureSize size, const SJpegSettings& settings);
+    CJpegEncoder(SPictureSize size, const SJpegSettings& settings, SGreyRange range);
     CJpegEncoder(CJpegEncoder&&) noexcept;
     CJpegEncoder& operator=(CJpegEncoder&&) noexcept;
     ~CJpegEncoder();
 
-    /// Colours a picture by a fixed scale, stamps it and returns its entropy-coded data including
-    /// the end-of-image marker. The data is valid until the next call. The argument is not changed.
+    /// Colours a picture by the scale of the range, stamps it and returns its entropy-coded data
+    /// including the end-of-image marker. The data is valid until the next call. The argument is
+    /// not changed.
     [[nodiscard]] std::span<const std::uint8_t> Code(std::span<std::uint16_t> picture,
                                                      std::uint32_t number);
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "Scene.h"
 #include "StreamSummary.h"
 
 namespace korusim {
@@ -63,10 +64,13 @@ std::uint64_t SeedFor(const SCameraSettings& settings) {
 
 }  // namespace
 
-CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings)
+CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings,
+                               std::shared_ptr<const CPictureSource> images)
     : settings(std::move(cameraSettings)),
       tree(settings),
-      toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {}
+      toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {
+    if (images) pictures.emplace_back(settings.sizes.front(), std::move(images));
+}
 
 std::string CVirtualCamera::Open() {
     wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -336,7 +340,7 @@ void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
                                  const sockaddr_in& client) {
     const std::uint64_t seed = SeedFor(settings) + session.serial;
     CVideoStream video(settings, session.format, session.rate.value_or(tree.frequency()),
-                       SceneFor(session.format.size), seed, now);
+                       PicturesFor(session.format.size), seed, now);
     const CRtcpReader rtcp(video.ssrc());
     const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
     outbox.Aim(rtpSocket, clientRtp, video.maxDatagramBytes());
@@ -345,11 +349,11 @@ void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
     stream->refusedBefore = outbox.refused();
 }
 
-std::shared_ptr<const CScene> CVirtualCamera::SceneFor(SPictureSize size) {
-    for (const auto& [known, scene] : scenes) {
-        if (known == size) return scene;
+std::shared_ptr<const CPictureSource> CVirtualCamera::PicturesFor(SPictureSize size) {
+    for (const auto& [known, source] : pictures) {
+        if (known == size) return source;
     }
-    return scenes.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(settings)))
+    return pictures.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(settings)))
         .second;
 }
 

@@ -26,7 +26,9 @@ namespace korusim {
 
 class CVirtualCamera {
    public:
-    explicit CVirtualCamera(SCameraSettings cameraSettings);
+    /// Without `images` the camera draws its pictures. Otherwise they must have the only size of
+    /// the settings.
+    CVirtualCamera(SCameraSettings cameraSettings, std::shared_ptr<const CPictureSource> images);
     ~CVirtualCamera() { Stop(); }
     CVirtualCamera(const CVirtualCamera&) = delete;
     CVirtualCamera& operator=(const CVirtualCamera&) = delete;
@@ -106,7 +108,7 @@ class CVirtualCamera {
     void EndStream(double silenceSeconds = 0);
     void AdvanceStream(TimePoint now);
     void SendReport(TimePoint now);
-    [[nodiscard]] std::shared_ptr<const CScene> SceneFor(SPictureSize size);
+    [[nodiscard]] std::shared_ptr<const CPictureSource> PicturesFor(SPictureSize size);
 
     CDescriptor wake;  // readable when the thread has to end
     CDescriptor rtspListener;
@@ -121,7 +123,7 @@ class CVirtualCamera {
     ConnectionId lastConnection = 0;
     TimePoint acceptAfter = TimePoint::min();  // while no descriptor is left for a connection
     std::optional<SRunningStream> stream;
-    std::vector<std::pair<SPictureSize, std::shared_ptr<const CScene>>> scenes;
+    std::vector<std::pair<SPictureSize, std::shared_ptr<const CPictureSource>>> pictures;
     COutbox outbox;
     PacketSink toOutbox;
     std::vector<pollfd> waiting;

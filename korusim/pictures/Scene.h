@@ -8,16 +8,20 @@
 #include <vector>
 
 #include "CameraSettings.h"
+#include "PictureSource.h"
 
 namespace korusim {
 
-class CScene {
+class CScene : public CPictureSource {
    public:
     CScene(SPictureSize size, std::uint64_t seed);
 
-    /// Draws the scene at a time in seconds since its beginning into width times height pixels.
     /// `frame` only varies the noise.
-    void Render(double seconds, std::uint64_t frame, std::span<std::uint16_t> picture) const;
+    void Render(double seconds, std::uint64_t frame,
+                std::span<std::uint16_t> picture) const override;
+    /// Returns the counts at -31 and 37 degrees Celsius.
+    [[nodiscard]] SGreyRange range() const noexcept override { return {6225, 7930}; }
+    [[nodiscard]] bool slow() const noexcept override { return false; }
 
    private:
     void AddNoise(double seconds, std::uint64_t frame, std::span<std::uint16_t> picture) const;

@@ -13,18 +13,18 @@ std::span<const std::uint8_t> SRawCoder::Code(std::span<std::uint16_t> picture,
 }
 
 CFramePipeline::CFramePipeline(const SCameraSettings& settings, const SVideoFormat& format,
-                               std::shared_ptr<const CScene> pictureScene)
-    : scene(std::move(pictureScene)),
+                               std::shared_ptr<const CPictureSource> pictures)
+    : source(std::move(pictures)),
       picture(std::size_t{format.size.width} * format.size.height),
-      stages(MakeStages(settings, format)) {}
+      stages(MakeStages(settings, format, source->range())) {}
 
 CFramePipeline::Stages CFramePipeline::MakeStages(const SCameraSettings& settings,
-                                                  const SVideoFormat& format) {
+                                                  const SVideoFormat& format, SGreyRange range) {
     switch (format.encoding) {
         case EEncoding::Mjls:
             return Mjls{CJpegLsEncoder(format.size), CMjlsPacketizer(settings.mtu)};
         case EEncoding::Jpeg:
-            return Jpeg{CJpegEncoder(format.size, settings.jpeg),
+            return Jpeg{CJpegEncoder(format.size, settings.jpeg, range),
                         CJpegPacketizer(format.size, settings.jpeg, settings.mtu)};
         case EEncoding::Raw:
             break;
@@ -33,7 +33,7 @@ CFramePipeline::Stages CFramePipeline::MakeStages(const SCameraSettings& setting
 }
 
 void CFramePipeline::Load(std::uint32_t number, double seconds) {
-    scene->Render(seconds, number, picture);
+    source->Render(seconds, number, picture);
     std::visit(
         [&](auto& way) {
             frame = way.coder.Code(picture, number);

@@ -1,4 +1,4 @@
-/// Turns the scene into the datagrams of one frame at a time, in the encoding of the stream.
+/// Turns pictures into the datagrams of one frame at a time, in the encoding of the stream.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@
 #include "JpegLsEncoder.h"
 #include "JpegPacketizer.h"
 #include "MjlsPacketizer.h"
+#include "PictureSource.h"
 #include "RawPacketizer.h"
-#include "Scene.h"
 
 namespace korusim {
 
@@ -29,14 +29,14 @@ struct SRawCoder {
 /// Cannot be moved, because frames point into it. One thread may load it while another one owns it.
 class CFramePipeline {
    public:
-    /// `scene` must have the size of the format.
+    /// The pictures must have the size of the format.
     CFramePipeline(const SCameraSettings& settings, const SVideoFormat& format,
-                   std::shared_ptr<const CScene> scene);
+                   std::shared_ptr<const CPictureSource> pictures);
     CFramePipeline(const CFramePipeline&) = delete;
     CFramePipeline& operator=(const CFramePipeline&) = delete;
 
-    /// Draws, stamps and encodes a frame. JPEG-LS of 640 by 480 pixels takes about 10 ms, too long
-    /// for a thread that has packets to send.
+    /// Draws or reads a picture, stamps and encodes it. JPEG-LS of 640 by 480 pixels takes about 10
+    /// ms, too long for a thread that has packets to send.
     void Load(std::uint32_t number, double seconds);
     /// Returns the number of the loaded frame.
     [[nodiscard]] std::optional<std::uint32_t> number() const noexcept { return frameNumber; }
@@ -59,9 +59,9 @@ class CFramePipeline {
     using Stages = std::variant<Raw, Mjls, Jpeg>;
 
     [[nodiscard]] static Stages MakeStages(const SCameraSettings& settings,
-                                           const SVideoFormat& format);
+                                           const SVideoFormat& format, SGreyRange range);
 
-    std::shared_ptr<const CScene> scene;
+    std::shared_ptr<const CPictureSource> source;
     std::vector<std::uint16_t> picture;
     Stages stages;
     std::optional<std::uint32_t> frameNumber;

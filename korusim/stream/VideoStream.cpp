@@ -16,12 +16,13 @@ constexpr std::size_t rememberedLost = 10'000;
 }  // namespace
 
 CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
-                           const std::shared_ptr<const CScene>& scene, std::uint64_t seed,
-                           TimePoint now)
-    : sending(std::make_unique<CFramePipeline>(settings, format, scene)),
-      coding(std::make_unique<CFramePipeline>(settings, format, scene)),
-      // Making a raw frame takes less time than starting a thread.
-      codingPolicy(format.encoding == EEncoding::Raw ? std::launch::deferred : std::launch::async),
+                           const std::shared_ptr<const CPictureSource>& pictures,
+                           std::uint64_t seed, TimePoint now)
+    : sending(std::make_unique<CFramePipeline>(settings, format, pictures)),
+      coding(std::make_unique<CFramePipeline>(settings, format, pictures)),
+      // Making a raw frame takes less time than starting a thread, unless its picture is slow.
+      codingPolicy(format.encoding == EEncoding::Raw && !pictures->slow() ? std::launch::deferred
+                                                                          : std::launch::async),
       pacer(rate),
       impairments(settings, seed),
       epoch(now),

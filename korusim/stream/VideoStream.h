@@ -17,8 +17,8 @@
 #include "FramePacer.h"
 #include "FramePipeline.h"
 #include "Impairments.h"
+#include "PictureSource.h"
 #include "Rtcp.h"
-#include "Scene.h"
 
 namespace korusim {
 
@@ -30,9 +30,10 @@ struct SStreamTally {
 
 class CVideoStream {
    public:
-    /// `scene` must have the size of the format.
+    /// The pictures must have the size of the format.
     CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
-                 const std::shared_ptr<const CScene>& scene, std::uint64_t seed, TimePoint now);
+                 const std::shared_ptr<const CPictureSource>& pictures, std::uint64_t seed,
+                 TimePoint now);
 
     /// Starts or resumes with a new frame and the next sequence number.
     void Play(TimePoint now);
