@@ -194,6 +194,14 @@ constexpr auto settingTable = std::to_array<SSetting>({
      [](std::string_view text, SCameraSettings& to) {
          return ParseWithin(text, 0.0, maxReportSeconds, to.rtcpTimeoutSeconds);
      }},
+    {"session-timeout", "0 to 3600",
+     "seconds without a request on its connection and without a valid RTCP packet after which a "
+     "session ends; OPTIONS and GET_PARAMETER keep it alive; 0 means no limit, and 60 is announced "
+     "(default: 0)",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 0, 3600, to.sessionTimeoutSeconds);
+     }},
     {"q", "1 to 99, or 128 to 255",
      "quality of mjpg; from 128 on each frame contains its quantisation tables (default: 80)",
      false, ParseQuality},

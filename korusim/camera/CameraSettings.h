@@ -70,6 +70,7 @@ struct SCameraSettings {
     double senderReportSeconds = 5;   ///< time between sender reports; 0 means none
     double rtcpTimeoutSeconds =
         0;  ///< silence of the receiver that ends its stream; 0 means no limit
+    int sessionTimeoutSeconds = 0;  ///< without a request or RTCP; 0 means no limit
     SJpegSettings jpeg;
     double loss = 0;  ///< probabilities per RTP packet
     double duplicate = 0;

@@ -35,10 +35,26 @@ std::optional<EEncoding> EncodingAt(EStreams streams, std::string_view path) {
     return std::nullopt;
 }
 
-std::string MediaLine(const std::vector<SVideoFormat>& formats) {
-    std::string line = "m=video 0 RTP/AVP";
-    for (const SVideoFormat& format : formats) line += " " + std::to_string(format.payloadType);
-    return line + "\r\n";
+/// Returns the path of SETUP for a format. A compressed stream has one for all sizes.
+std::string SetupPath(const SVideoFormat& format) {
+    switch (format.encoding) {
+        case EEncoding::Raw:
+            return std::string(rawSetupPrefix) + std::to_string(format.payloadType);
+        case EEncoding::Mjls:
+            return std::string(mjlsPath) + std::string(firstStreamSuffix);
+        case EEncoding::Jpeg:
+            break;
+    }
+    return std::string(mjpgPath) + std::string(firstStreamSuffix);
+}
+
+/// Returns the head of a media section. Its control URL, relative to the base of the description,
+/// is the last part of the path that sets up the first format: the section has only one.
+std::string MediaLines(const std::vector<SVideoFormat>& formats) {
+    std::string lines = "m=video 0 RTP/AVP";
+    for (const SVideoFormat& format : formats) lines += " " + std::to_string(format.payloadType);
+    const std::string path = SetupPath(formats.front());
+    return lines + "\r\na=control:" + path.substr(path.rfind('/') + 1) + "\r\n";
 }
 
 std::string FormatLines(const SVideoFormat& format) {
@@ -63,18 +79,10 @@ std::vector<SVideoFormat> FormatsAt(const SCameraSettings& settings, std::string
 }
 
 std::optional<SVideoFormat> FormatToSetUp(const SCameraSettings& settings, std::string_view path) {
-    if (path.starts_with(rawSetupPrefix)) {
-        const std::string_view wanted = path.substr(rawSetupPrefix.size());
-        for (const SVideoFormat& format : FormatsAt(settings, rawPath)) {
-            if (wanted == std::to_string(format.payloadType)) return format;
-        }
-        return std::nullopt;
-    }
-    // A compressed stream has one path for all sizes and uses the first size.
-    for (const std::string_view stream : {mjlsPath, mjpgPath}) {
-        const auto formats = FormatsAt(settings, stream);
-        if (!formats.empty() && path == std::string(stream) + std::string(firstStreamSuffix)) {
-            return formats.front();
+    for (const std::string_view stream : {rawPath, mjlsPath, mjpgPath}) {
+        // The first one that matches: a compressed stream uses the first size.
+        for (const SVideoFormat& format : FormatsAt(settings, stream)) {
+            if (path == SetupPath(format)) return format;
         }
     }
     return std::nullopt;
@@ -84,14 +92,14 @@ std::string DescribeFormats(const SCameraSettings& settings,
                             const std::vector<SVideoFormat>& formats) {
     std::string text = "v=0\r\no=- " + std::to_string(settings.seed) + " 1 IN IP4 " +
                        settings.address + "\r\ns=" + settings.name +
-                       "\r\nc=IN IP4 0.0.0.0\r\nt=0 0\r\n";
+                       "\r\nc=IN IP4 0.0.0.0\r\nt=0 0\r\na=control:*\r\n";
     if (formats.empty()) return text;
     // Sizes with the same payload type cannot share a media section: the attributes of all of them
     // would apply to the first.
     const bool sharedPayload = formats.front().payloadType == formats.back().payloadType;
-    if (!sharedPayload) text += MediaLine(formats);
+    if (!sharedPayload) text += MediaLines(formats);
     for (const SVideoFormat& format : formats) {
-        if (sharedPayload) text += MediaLine({format});
+        if (sharedPayload) text += MediaLines({format});
         text += FormatLines(format);
     }
     return text;

@@ -9,8 +9,8 @@ namespace korusim {
 namespace {
 
 constexpr std::string_view serverName = "korusim/0.1";
-constexpr std::string_view publicMethods = "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN";
-constexpr std::string_view timeoutParameter = ";timeout=60";
+constexpr std::string_view publicMethods =
+    "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, GET_PARAMETER, TEARDOWN";
 constexpr std::string_view descriptionType = "application/sdp";
 
 struct SReason {
@@ -48,10 +48,15 @@ std::optional<std::string_view> PathOf(std::string_view url) {
 
 std::string_view WithoutQuery(std::string_view path) { return path.substr(0, path.find('?')); }
 
-/// PLAY, PAUSE and TEARDOWN name the stream as a whole: "/mjpg" for "/mjpg/stream=0".
-std::string_view ControlPathOf(std::string_view setupPath) {
-    const std::size_t stream = setupPath.find("/stream=");
-    return setupPath.substr(0, stream);
+/// Returns the base of the relative control URLs in the description at a URL: the URL as a folder.
+std::string BaseOf(const std::string& url) { return url.ends_with('/') ? url : url + '/'; }
+
+/// Returns true if a path names the stream that was set up: by the path of SETUP, or by the path of
+/// its description, "/mjpg" for "/mjpg/stream=0" and "/" for "/sid=96". Players name the latter by
+/// the base of the description, with a slash at the end.
+bool NamesStream(std::string_view path, std::string_view setupPath) {
+    const std::string_view folder = setupPath.substr(0, setupPath.rfind('/'));
+    return path == setupPath || path == folder || path == BaseOf(std::string(folder));
 }
 
 /// Parses "?frate=N" after the path of a compressed stream; without a query there is no rate.
@@ -101,6 +106,7 @@ CRtspServer::SReply CRtspServer::Dispatch(ConnectionId connection, const SRtspRe
     if (request.method == "PLAY") operation = &CRtspServer::Play;
     if (request.method == "PAUSE") operation = &CRtspServer::Pause;
     if (request.method == "TEARDOWN") operation = &CRtspServer::Teardown;
+    if (request.method == "GET_PARAMETER") operation = &CRtspServer::KeepAlive;
     if (operation == nullptr) return {501, {{"Public", std::string(publicMethods)}}, {}};
     const int status = CheckSession(connection, request, *path);
     return status == 200 ? (this->*operation)() : SReply{status, {}, {}};
@@ -116,7 +122,7 @@ CRtspServer::SReply CRtspServer::Describe(const SRtspRequest& request,
     const auto formats = FormatsAt(settings, path);
     if (formats.empty()) return {404, {}, {}};
     return {200,
-            {{"Content-Base", request.url}, {"Content-Type", std::string(descriptionType)}},
+            {{"Content-Base", BaseOf(request.url)}, {"Content-Type", std::string(descriptionType)}},
             DescribeFormats(settings, formats)};
 }
 
@@ -137,15 +143,14 @@ CRtspServer::SReply CRtspServer::Setup(ConnectionId connection, const SRtspReque
                            NewSessionId(),
                            connection,
                            *format,
-                           std::string(ControlPathOf(WithoutQuery(path))),
+                           std::string(WithoutQuery(path)),
                            rate,
                            clientPorts->rtp,
                            clientPorts->rtcp,
                            false};
     std::string chosen = "RTP/AVP;unicast;client_port=" + PortPairText(*clientPorts);
     if (!settings.Has(EQuirk::NoServerPort)) chosen += ";server_port=" + PortPairText(serverPorts);
-    return {
-        200, {{"Session", current->id + std::string(timeoutParameter)}, {"Transport", chosen}}, {}};
+    return {200, {{"Session", current->id + TimeoutParameter()}, {"Transport", chosen}}, {}};
 }
 
 CRtspServer::SReply CRtspServer::Play() {
@@ -153,7 +158,7 @@ CRtspServer::SReply CRtspServer::Play() {
     if (settings.Has(EQuirk::RefusePlay)) return {500, {}, {}};
     current->playing = true;
     std::string id = current->id;
-    if (settings.Has(EQuirk::SessionTimeoutInPlay)) id += timeoutParameter;
+    if (settings.Has(EQuirk::SessionTimeoutInPlay)) id += TimeoutParameter();
     return {200, {{"Session", id}}, {}};
 }
 
@@ -162,6 +167,8 @@ CRtspServer::SReply CRtspServer::Pause() {
     current->playing = false;
     return {200, {{"Session", current->id}}, {}};
 }
+
+CRtspServer::SReply CRtspServer::KeepAlive() { return {200, {{"Session", current->id}}, {}}; }
 
 CRtspServer::SReply CRtspServer::Teardown() {
     if (settings.Has(EQuirk::RefuseTeardown)) return {500, {}, {}};
@@ -174,13 +181,19 @@ int CRtspServer::CheckSession(ConnectionId connection, const SRtspRequest& reque
     const std::string* const id = request.Find("Session");
     if (id == nullptr || !current || current->connection != connection) return 454;
     if (Trim(std::string_view(*id).substr(0, id->find(';'))) != current->id) return 454;
-    return WithoutQuery(path) == current->controlPath ? 200 : 404;
+    return NamesStream(WithoutQuery(path), current->setupPath) ? 200 : 404;
 }
 
 CRtspServer::SReply CRtspServer::WrongState() const {
     const std::string_view allowed = current->playing ? "OPTIONS, DESCRIBE, PAUSE, TEARDOWN"
                                                       : "OPTIONS, DESCRIBE, PLAY, TEARDOWN";
     return {455, {{"Allow", std::string(allowed)}}, {}};
+}
+
+std::string CRtspServer::TimeoutParameter() const {
+    constexpr int unlimited = 60;  // a camera without a limit states the usual one
+    const int seconds = settings.sessionTimeoutSeconds;
+    return ";timeout=" + std::to_string(seconds != 0 ? seconds : unlimited);
 }
 
 std::string CRtspServer::NewSessionId() {

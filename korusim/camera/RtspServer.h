@@ -25,7 +25,7 @@ struct SRtspSession {
     std::string id;
     ConnectionId connection = 0;
     SVideoFormat format;
-    std::string controlPath;
+    std::string setupPath;
     std::optional<double> rate;  ///< that SETUP requested, in frames per second
     std::uint16_t clientRtpPort = 0;
     std::uint16_t clientRtcpPort = 0;
@@ -46,8 +46,9 @@ struct SRtspResponse {
 ///     | ready   | 200               | 455/453 | playing | 455   | none     |
 ///     | playing | 200               | 455/453 | 455     | ready | none     |
 ///
-/// 453 is the response on another connection than the session's; there, all other requests behave
-/// as without a session. A session also ends with its connection, and when the camera gives it up.
+/// GET_PARAMETER gets 200 in the states that have a session, else 454, and changes nothing. 453 is
+/// the response on another connection than the session's; there, all other requests behave as
+/// without a session. A session also ends with its connection, and when the camera gives it up.
 class CRtspServer {
    public:
     CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports);
@@ -76,9 +77,12 @@ class CRtspServer {
     [[nodiscard]] SReply Play();
     [[nodiscard]] SReply Pause();
     [[nodiscard]] SReply Teardown();
+    /// GET_PARAMETER, which players send without a body only to keep the session alive.
+    [[nodiscard]] SReply KeepAlive();
     [[nodiscard]] int CheckSession(ConnectionId connection, const SRtspRequest& request,
                                    std::string_view path) const;
     [[nodiscard]] SReply WrongState() const;
+    [[nodiscard]] std::string TimeoutParameter() const;
     [[nodiscard]] std::string NewSessionId();
     [[nodiscard]] std::string HeaderLine(std::string_view name, std::string_view value) const;
     [[nodiscard]] SRtspResponse Format(const SReply& reply, const SRtspRequest& request) const;

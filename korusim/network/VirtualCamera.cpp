@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 #include "Scene.h"
@@ -44,6 +45,12 @@ std::uint64_t NtpNow() {
 
 Clock::duration Duration(double seconds) {
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+std::string SecondsText(double seconds) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%g s", seconds);
+    return text.data();
 }
 
 sockaddr_in WithPort(sockaddr_in address, std::uint16_t port) {
@@ -144,6 +151,7 @@ TimePoint CVirtualCamera::NextDue() const {
     for (const SRtspPeer& peer : rtspPeers) consider(peer.link.nextDue());
     for (const STreePeer& peer : treePeers) consider(peer.link.nextDue());
     if (acceptAfter > Clock::now()) consider(acceptAfter);
+    if (stream) consider(SessionDeadline());
     if (stream && stream->playing) {
         consider(stream->video.nextDue());
         if (settings.senderReportSeconds > 0) consider(stream->nextReport);
@@ -153,8 +161,13 @@ TimePoint CVirtualCamera::NextDue() const {
 }
 
 std::optional<TimePoint> CVirtualCamera::RtcpDeadline() const {
-    if (settings.rtcpTimeoutSeconds <= 0) return std::nullopt;
+    if (settings.rtcpTimeoutSeconds <= 0 || !stream->playing) return std::nullopt;
     return stream->lastHeard + Duration(settings.rtcpTimeoutSeconds);
+}
+
+std::optional<TimePoint> CVirtualCamera::SessionDeadline() const {
+    if (settings.sessionTimeoutSeconds == 0) return std::nullopt;
+    return stream->lastAlive + std::chrono::seconds(settings.sessionTimeoutSeconds);
 }
 
 void CVirtualCamera::Wait() {
@@ -255,6 +268,7 @@ bool CVirtualCamera::ServeRtspPeer(SRtspPeer& peer, TimePoint now) {
             case ERtspRead::Request:
                 QueueResponse(peer, server->Respond(peer.id, request), now);
                 FollowSession(now, peer.link.remote());
+                if (stream && HasSession(peer)) stream->lastAlive = now;
                 break;
             case ERtspRead::Malformed:
                 QueueResponse(peer, server->Refuse(request), now);
@@ -313,7 +327,9 @@ void CVirtualCamera::ServeRtcp(TimePoint now) {
 void CVirtualCamera::ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now) {
     const SRtcpTally& tally = stream->rtcp.tally();
     const std::uint64_t blocksBefore = tally.blocks;
-    if (stream->rtcp.Read(datagram, stream->video.SentSoFar(NtpNow()))) stream->lastHeard = now;
+    if (stream->rtcp.Read(datagram, stream->video.SentSoFar(NtpNow()))) {
+        stream->lastHeard = stream->lastAlive = now;
+    }
     if (tally.blocks == blocksBefore) return;
     stream->lostOfReported = stream->video.LostUpTo(tally.last->highestSequence);
 }
@@ -357,7 +373,7 @@ std::shared_ptr<const CPictureSource> CVirtualCamera::PicturesFor(SPictureSize s
         .second;
 }
 
-void CVirtualCamera::EndStream(double silenceSeconds) {
+void CVirtualCamera::EndStream(const std::string& reason) {
     if (!stream) return;
     ServeRtcp(
         Clock::now());  // the last report, which the receiver sent just before it ended the session
@@ -373,22 +389,35 @@ void CVirtualCamera::EndStream(double silenceSeconds) {
     summary.senderReports = stream->reportsSent;
     summary.rtcp = stream->rtcp.tally();
     summary.lostOfReported = stream->lostOfReported;
-    summary.silenceSeconds = silenceSeconds;
+    summary.endReason = reason;
     summary.unknownSenders = stream->unknownSenders;
     if (endedStreams.size() == maxSummaries) endedStreams.erase(endedStreams.begin());
     endedStreams.push_back(FormatSummary(summary));
     stream.reset();
 }
 
+void CVirtualCamera::EndIfSilent(TimePoint now) {
+    const auto passed = [now](std::optional<TimePoint> end) { return end && now >= *end; };
+    std::string reason;
+    if (passed(RtcpDeadline())) {
+        reason = "ended because no RTCP came from its receiver for " +
+                 SecondsText(settings.rtcpTimeoutSeconds);
+    } else if (passed(SessionDeadline())) {
+        reason = "ended because neither a request nor RTCP came from its receiver for " +
+                 SecondsText(settings.sessionTimeoutSeconds);
+    } else {
+        return;
+    }
+    server->GiveUpSession();
+    EndStream(reason);
+}
+
 void CVirtualCamera::AdvanceStream(TimePoint now) {
+    if (stream) EndIfSilent(now);
     if (!stream || !stream->playing) return;
     stream->video.Advance(now, toOutbox);
     outbox.Flush();
     if (settings.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
-    if (const auto end = RtcpDeadline(); end && now >= *end) {
-        server->GiveUpSession();
-        EndStream(settings.rtcpTimeoutSeconds);
-    }
 }
 
 void CVirtualCamera::SendReport(TimePoint now) {

@@ -73,6 +73,7 @@ class CVirtualCamera {
         TimePoint nextReport{};
         TimePoint
             lastHeard{};  // a valid RTCP packet, or PLAY: a paused receiver has nothing to report
+        TimePoint lastAlive{};  // a request of the session's connection, or a valid RTCP packet
         // Packets lost by the simulated network up to the highest sequence number of the last
         // report.
         std::optional<std::uint64_t> lostOfReported{};
@@ -104,8 +105,11 @@ class CVirtualCamera {
     void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
     /// Returns when a silent receiver loses its stream, or nothing if it may stay silent.
     [[nodiscard]] std::optional<TimePoint> RtcpDeadline() const;
-    /// `silenceSeconds` is not 0 if the receiver's silence is the reason.
-    void EndStream(double silenceSeconds = 0);
+    [[nodiscard]] std::optional<TimePoint> SessionDeadline() const;
+    /// Ends the session of a receiver that has been silent for too long.
+    void EndIfSilent(TimePoint now);
+    /// `reason` is a sentence if the camera ends the stream by itself.
+    void EndStream(const std::string& reason = {});
     void AdvanceStream(TimePoint now);
     void SendReport(TimePoint now);
     [[nodiscard]] std::shared_ptr<const CPictureSource> PicturesFor(SPictureSize size);

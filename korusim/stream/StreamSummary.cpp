@@ -1,7 +1,5 @@
 #include "StreamSummary.h"
 
-#include <cstdio>
-
 namespace korusim {
 namespace {
 
@@ -24,13 +22,6 @@ std::string LossLine(const SReportBlock& block, std::uint64_t lost) {
     const auto difference = block.cumulativeLost - static_cast<std::int64_t>(lost);
     return "  loss up to there: " + std::to_string(block.cumulativeLost) + " by the receiver, " +
            Number(lost, "by the network, difference ") + std::to_string(difference) + "\n";
-}
-
-std::string SilenceLine(double seconds) {
-    char text[80];
-    std::snprintf(text, sizeof(text), "  ended because no RTCP came from its receiver for %g s\n",
-                  seconds);
-    return text;
 }
 
 std::string FaultLines(const SRtcpTally& rtcp) {
@@ -66,7 +57,7 @@ std::string FormatSummary(const SStreamSummary& summary) {
     if (rtcp.last && summary.lostOfReported) {
         text += LossLine(*rtcp.last, *summary.lostOfReported);
     }
-    if (summary.silenceSeconds > 0) text += SilenceLine(summary.silenceSeconds);
+    if (!summary.endReason.empty()) text += "  " + summary.endReason + "\n";
     text += FaultLines(rtcp);
     if (summary.unknownSenders != 0) {
         text += "  " + Number(summary.unknownSenders, "RTCP datagrams from other senders\n");

@@ -21,8 +21,8 @@ struct SStreamSummary {
     std::uint64_t senderReports = 0;
     SRtcpTally rtcp;
     std::optional<std::uint64_t>
-        lostOfReported;         ///< by the network, up to the end of the last report
-    double silenceSeconds = 0;  ///< of the receiver, if that ended the stream; else 0
+        lostOfReported;     ///< by the network, up to the end of the last report
+    std::string endReason;  ///< a sentence if the camera ended the stream; otherwise empty
     std::uint64_t unknownSenders = 0;
 };
 
