@@ -16,6 +16,7 @@
 #include "Announcer.h"
 #include "CameraSettings.h"
 #include "ImageFiles.h"
+#include "ModelContent.h"
 #include "NetworkState.h"
 #include "Process.h"
 #include "VirtualCamera.h"
@@ -87,21 +88,26 @@ std::string ParseCameras(const std::vector<std::string>& arguments,
     return {};
 }
 
-/// Makes the cameras and opens the files that they serve. Returns what went wrong, or an empty
-/// text.
+/// Opens the files that a camera serves and completes its settings by them. Throws
+/// `std::runtime_error`.
+std::unique_ptr<korusim::CCameraContent> OpenContent(SCameraSettings& settings) {
+    std::shared_ptr<const korusim::CImageFiles> images;
+    if (!settings.images.empty()) {
+        images = std::make_shared<const korusim::CImageFiles>(settings.images);
+        korusim::UseImageSize(settings, images->size());
+    }
+    return std::make_unique<korusim::CModelContent>(settings, std::move(images));
+}
+
+/// Returns what went wrong, or an empty text.
 std::string MakeCameras(std::vector<SCameraSettings> settings, std::list<CVirtualCamera>& cameras) {
     for (SCameraSettings& each : settings) {
-        std::shared_ptr<const korusim::CImageFiles> images;
-        if (!each.images.empty()) {
-            try {
-                images = std::make_shared<const korusim::CImageFiles>(each.images);
-            } catch (const std::runtime_error& failure) {
-                return "camera " + each.address + ": images=: " + failure.what();
-            }
-            const std::string wrong = korusim::UseImageSize(each, images->size());
-            if (!wrong.empty()) return wrong;
+        try {
+            auto content = OpenContent(each);
+            cameras.emplace_back(each, std::move(content));
+        } catch (const std::runtime_error& failure) {
+            return "camera " + each.address + ": " + failure.what();
         }
-        cameras.emplace_back(std::move(each), std::move(images));
     }
     return {};
 }

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <system_error>
 
 #include "PictureLimits.h"
@@ -313,15 +314,22 @@ SParsedCamera ParseCamera(std::string_view argument) {
     return parsed;
 }
 
-std::string UseImageSize(SCameraSettings& settings, SPictureSize size) {
+std::uint64_t CameraSeed(const SCameraSettings& settings) {
+    std::uint64_t seed = settings.seed;
+    for (const char c : settings.address) seed = seed * 31 + static_cast<unsigned char>(c);
+    return seed;
+}
+
+void UseImageSize(SCameraSettings& settings, SPictureSize size) {
     const std::vector<SPictureSize> only{size};
     if (!settings.sizes.empty() && settings.sizes != only) {
-        return "camera " + settings.address + ": size= contradicts images=" + settings.images +
-               ", whose pictures have " + SizeText(size) + " pixels; leave size= out";
+        throw std::runtime_error("size= contradicts images=" + settings.images +
+                                 ", whose pictures have " + SizeText(size) +
+                                 " pixels; leave size= out");
     }
     settings.sizes = only;
     const std::string wrong = FindContradiction(settings);
-    return wrong.empty() ? wrong : "camera " + settings.address + ": " + wrong;
+    if (!wrong.empty()) throw std::runtime_error(wrong);
 }
 
 std::string SettingsHelp() {

@@ -63,11 +63,12 @@ struct SCameraSettings {
     std::string address;  ///< dotted IPv4
     std::string name;
     EStreams streams = EStreams::Raw;
-    std::vector<SPictureSize> sizes;  ///< at least one, unless the pictures determine it
-    std::string images;               ///< path of the user's pictures; empty: drawn ones
-    double rate = defaultFrameRate;   ///< frames per second
-    std::uint32_t mtu = 1472;         ///< largest datagram in bytes, without IP and UDP headers
-    double senderReportSeconds = 5;   ///< time between sender reports; 0 means none
+    std::vector<SPictureSize> sizes;     ///< at least one, unless the pictures determine it
+    std::string images;                  ///< path of the user's pictures; empty: drawn ones
+    double rate = defaultFrameRate;      ///< frames per second
+    std::uint8_t firstPayloadType = 96;  ///< of the first size, unless the stream is JPEG
+    std::uint32_t mtu = 1472;            ///< largest datagram in bytes, without IP and UDP headers
+    double senderReportSeconds = 5;      ///< time between sender reports; 0 means none
     double rtcpTimeoutSeconds =
         0;  ///< silence of the receiver that ends its stream; 0 means no limit
     int sessionTimeoutSeconds = 0;  ///< without a request or RTCP; 0 means no limit
@@ -92,9 +93,12 @@ struct SParsedCamera {
 /// Parses "ADDRESS,key=value,...".
 [[nodiscard]] SParsedCamera ParseCamera(std::string_view argument);
 
-/// Makes the size of the user's pictures the size of the camera. Returns what contradicts it, or an
-/// empty text.
-[[nodiscard]] std::string UseImageSize(SCameraSettings& settings, SPictureSize size);
+/// Returns a seed that differs between cameras with the same `seed`.
+[[nodiscard]] std::uint64_t CameraSeed(const SCameraSettings& settings);
+
+/// Makes the size of the user's pictures the size of the camera. Throws `std::runtime_error` if that
+/// contradicts other settings.
+void UseImageSize(SCameraSettings& settings, SPictureSize size);
 
 /// Returns one paragraph per setting, for a help page.
 [[nodiscard]] std::string SettingsHelp();

@@ -3,7 +3,6 @@
 namespace korusim {
 namespace {
 
-constexpr std::uint8_t firstDynamicPayload = 96;
 /// JPEG has a payload type of its own (RFC 3551), whatever the size.
 constexpr std::uint8_t jpegPayload = 26;
 
@@ -70,7 +69,7 @@ std::vector<SVideoFormat> FormatsAt(const SCameraSettings& settings, std::string
     std::vector<SVideoFormat> formats;
     const auto encoding = EncodingAt(settings.streams, path);
     if (!encoding) return formats;
-    std::uint8_t payload = *encoding == EEncoding::Jpeg ? jpegPayload : firstDynamicPayload;
+    std::uint8_t payload = *encoding == EEncoding::Jpeg ? jpegPayload : settings.firstPayloadType;
     for (const SPictureSize& size : settings.sizes) {
         formats.push_back({*encoding, payload, size});
         if (*encoding != EEncoding::Jpeg) ++payload;

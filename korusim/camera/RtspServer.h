@@ -2,15 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <random>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
+#include "CameraResponses.h"
 #include "CameraSettings.h"
-#include "Description.h"
 #include "RtspRequest.h"
 #include "TransportHeader.h"
 
@@ -24,18 +23,12 @@ struct SRtspSession {
     std::uint64_t serial = 0;  ///< distinguishes this session from earlier ones
     std::string id;
     ConnectionId connection = 0;
-    SVideoFormat format;
     std::string setupPath;
     std::optional<double> rate;  ///< that SETUP requested, in frames per second
     std::uint16_t clientRtpPort = 0;
     std::uint16_t clientRtcpPort = 0;
     bool playing = false;
-};
-
-/// A response in the two pieces that one quirk sends separately.
-struct SRtspResponse {
-    std::string head;
-    std::string body;
+    bool played = false;  ///< there has been a PLAY
 };
 
 /// Session states, of which a camera has one at a time:
@@ -51,7 +44,8 @@ struct SRtspResponse {
 /// without a session. A session also ends with its connection, and when the camera gives it up.
 class CRtspServer {
    public:
-    CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports);
+    CRtspServer(const SCameraSettings& cameraSettings, SPortPair ports,
+                std::unique_ptr<const CCameraResponses> cameraResponses);
 
     /// Returns the response to a request. `session` shows what the request changed.
     [[nodiscard]] SRtspResponse Respond(ConnectionId connection, const SRtspRequest& request);
@@ -64,31 +58,22 @@ class CRtspServer {
     [[nodiscard]] const std::optional<SRtspSession>& session() const noexcept { return current; }
 
    private:
-    struct SReply {
-        int status = 200;
-        std::vector<std::pair<std::string_view, std::string>> headers;
-        std::string body;
-    };
-
-    [[nodiscard]] SReply Dispatch(ConnectionId connection, const SRtspRequest& request);
-    [[nodiscard]] SReply Describe(const SRtspRequest& request, std::string_view path) const;
-    [[nodiscard]] SReply Setup(ConnectionId connection, const SRtspRequest& request,
-                               std::string_view path);
-    [[nodiscard]] SReply Play();
-    [[nodiscard]] SReply Pause();
-    [[nodiscard]] SReply Teardown();
+    [[nodiscard]] SRtspReply Dispatch(ConnectionId connection, const SRtspRequest& request);
+    [[nodiscard]] SRtspReply Setup(ConnectionId connection, const SRtspRequest& request,
+                                   std::string_view path);
+    [[nodiscard]] SRtspReply Play();
+    [[nodiscard]] SRtspReply Pause();
+    [[nodiscard]] SRtspReply Teardown();
     /// GET_PARAMETER, which players send without a body only to keep the session alive.
-    [[nodiscard]] SReply KeepAlive();
+    [[nodiscard]] SRtspReply KeepAlive();
     [[nodiscard]] int CheckSession(ConnectionId connection, const SRtspRequest& request,
                                    std::string_view path) const;
-    [[nodiscard]] SReply WrongState() const;
+    [[nodiscard]] SRtspReply WrongState() const;
     [[nodiscard]] std::string TimeoutParameter() const;
-    [[nodiscard]] std::string NewSessionId();
-    [[nodiscard]] std::string HeaderLine(std::string_view name, std::string_view value) const;
-    [[nodiscard]] SRtspResponse Format(const SReply& reply, const SRtspRequest& request) const;
 
     SCameraSettings settings;
     SPortPair serverPorts;
+    std::unique_ptr<const CCameraResponses> responses;
     std::mt19937_64 random;
     std::uint64_t sessionsMade = 0;
     std::optional<SRtspSession> current;

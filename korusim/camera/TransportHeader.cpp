@@ -16,19 +16,6 @@ std::optional<std::uint16_t> ParsePort(std::string_view text) {
     return port;
 }
 
-/// "a-b", or "a", which means a and the one above it.
-std::optional<SPortPair> ParsePortPair(std::string_view text) {
-    const std::size_t hyphen = text.find('-');
-    const auto first = ParsePort(text.substr(0, hyphen));
-    if (!first) return std::nullopt;
-    if (hyphen != std::string_view::npos) {
-        const auto second = ParsePort(text.substr(hyphen + 1));
-        return second ? std::optional(SPortPair{*first, *second}) : std::nullopt;
-    }
-    if (*first == 65535) return std::nullopt;
-    return SPortPair{*first, static_cast<std::uint16_t>(*first + 1)};
-}
-
 /// Cuts a text at a separator and hands over each piece, trimmed.
 template <class Visitor>
 void ForEachPiece(std::string_view text, char separator, Visitor visit) {
@@ -57,6 +44,18 @@ std::optional<SPortPair> PortsOfOffer(std::string_view offer) {
 }
 
 }  // namespace
+
+std::optional<SPortPair> ParsePortPair(std::string_view text) {
+    const std::size_t hyphen = text.find('-');
+    const auto first = ParsePort(text.substr(0, hyphen));
+    if (!first) return std::nullopt;
+    if (hyphen != std::string_view::npos) {
+        const auto second = ParsePort(text.substr(hyphen + 1));
+        return second ? std::optional(SPortPair{*first, *second}) : std::nullopt;
+    }
+    if (*first == 65535) return std::nullopt;
+    return SPortPair{*first, static_cast<std::uint16_t>(*first + 1)};
+}
 
 std::optional<SPortPair> ParseClientPorts(std::string_view transport) {
     std::optional<SPortPair> chosen;

@@ -17,6 +17,9 @@ struct SPortPair {
 /// Returns the client's ports from the first offer of unicast RTP over UDP, or nothing.
 [[nodiscard]] std::optional<SPortPair> ParseClientPorts(std::string_view transport);
 
+/// Parses "a-b", or "a", which means a and the port above it.
+[[nodiscard]] std::optional<SPortPair> ParsePortPair(std::string_view text);
+
 /// Returns "rtp-rtcp".
 [[nodiscard]] std::string PortPairText(SPortPair ports);
 

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <system_error>
 
-#include "Scene.h"
 #include "StreamSummary.h"
 
 namespace korusim {
@@ -62,22 +61,14 @@ bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
     return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
 }
 
-/// Gives cameras with the same seed different random numbers.
-std::uint64_t SeedFor(const SCameraSettings& settings) {
-    std::uint64_t seed = settings.seed;
-    for (const char c : settings.address) seed = seed * 31 + static_cast<unsigned char>(c);
-    return seed;
-}
-
 }  // namespace
 
 CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings,
-                               std::shared_ptr<const CPictureSource> images)
+                               std::unique_ptr<CCameraContent> cameraContent)
     : settings(std::move(cameraSettings)),
+      content(std::move(cameraContent)),
       tree(settings),
-      toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {
-    if (images) pictures.emplace_back(settings.sizes.front(), std::move(images));
-}
+      toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {}
 
 std::string CVirtualCamera::Open() {
     wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -95,8 +86,9 @@ std::string CVirtualCamera::Open() {
     rtpSocket = std::move(sockets[2].socket);
     rtcpSocket = std::move(sockets[3].socket);
     SCameraSettings seeded = settings;
-    seeded.seed = SeedFor(settings);
-    server.emplace(seeded, SPortPair{LocalPort(rtpSocket), LocalPort(rtcpSocket)});
+    seeded.seed = CameraSeed(settings);
+    server.emplace(seeded, SPortPair{LocalPort(rtpSocket), LocalPort(rtcpSocket)},
+                   content->MakeResponses());
     return {};
 }
 
@@ -153,8 +145,7 @@ TimePoint CVirtualCamera::NextDue() const {
     if (acceptAfter > Clock::now()) consider(acceptAfter);
     if (stream) consider(SessionDeadline());
     if (stream && stream->playing) {
-        consider(stream->video.nextDue());
-        if (settings.senderReportSeconds > 0) consider(stream->nextReport);
+        consider(stream->media->nextDue());
         consider(RtcpDeadline());
     }
     return due;
@@ -296,7 +287,7 @@ void CVirtualCamera::QueueResponse(SRtspPeer& peer, SRtspResponse response, Time
 void CVirtualCamera::ServeTree(TimePoint now) {
     const double before = tree.frequency();
     std::erase_if(treePeers, [&](STreePeer& peer) { return !ServeTreePeer(peer, now); });
-    if (tree.frequency() != before && stream) stream->video.SetRate(tree.frequency(), now);
+    if (tree.frequency() != before && stream) stream->media->SetRate(tree.frequency(), now);
 }
 
 bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
@@ -327,11 +318,11 @@ void CVirtualCamera::ServeRtcp(TimePoint now) {
 void CVirtualCamera::ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now) {
     const SRtcpTally& tally = stream->rtcp.tally();
     const std::uint64_t blocksBefore = tally.blocks;
-    if (stream->rtcp.Read(datagram, stream->video.SentSoFar(NtpNow()))) {
+    if (stream->rtcp.Read(datagram, stream->media->SentSoFar(NtpNow()))) {
         stream->lastHeard = stream->lastAlive = now;
     }
     if (tally.blocks == blocksBefore) return;
-    stream->lostOfReported = stream->video.LostUpTo(tally.last->highestSequence);
+    stream->lostOfReported = stream->media->LostUpTo(tally.last->highestSequence);
 }
 
 /// Brings the stream in line with the server's session. `client` is the address of the request.
@@ -343,48 +334,35 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
     if (session->playing == stream->playing) return;
     stream->playing = session->playing;
     if (session->playing) {
-        stream->video.Play(now);
-        stream->nextReport = now + Duration(settings.senderReportSeconds);
+        stream->media->Play(now);
         stream->lastHeard = now;
     } else {
-        stream->video.Pause(toOutbox);
+        stream->media->Pause(toOutbox);
         outbox.Flush();
     }
 }
 
 void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
                                  const sockaddr_in& client) {
-    const std::uint64_t seed = SeedFor(settings) + session.serial;
-    CVideoStream video(settings, session.format, session.rate.value_or(tree.frequency()),
-                       PicturesFor(session.format.size), seed, now);
-    const CRtcpReader rtcp(video.ssrc());
+    auto media = content->MakeStream(session, tree.frequency(), now);
+    const CRtcpReader rtcp(media->ssrc());
     const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
-    outbox.Aim(rtpSocket, clientRtp, video.maxDatagramBytes());
-    stream.emplace(SRunningStream{session.serial, std::move(video), rtcp, clientRtp,
+    outbox.Aim(rtpSocket, clientRtp, media->maxDatagramBytes());
+    stream.emplace(SRunningStream{session.serial, std::move(media), rtcp, clientRtp,
                                   WithPort(client, session.clientRtcpPort)});
     stream->refusedBefore = outbox.refused();
-}
-
-std::shared_ptr<const CPictureSource> CVirtualCamera::PicturesFor(SPictureSize size) {
-    for (const auto& [known, source] : pictures) {
-        if (known == size) return source;
-    }
-    return pictures.emplace_back(size, std::make_shared<const CScene>(size, SeedFor(settings)))
-        .second;
 }
 
 void CVirtualCamera::EndStream(const std::string& reason) {
     if (!stream) return;
     ServeRtcp(
         Clock::now());  // the last report, which the receiver sent just before it ended the session
-    if (stream->playing) stream->video.Pause(toOutbox);
+    if (stream->playing) stream->media->Pause(toOutbox);
     outbox.Flush();
     SStreamSummary summary;
     summary.camera = settings.address + " \"" + settings.name + "\"";
     summary.number = stream->sessionSerial;
-    summary.video = stream->video.tally();
-    summary.skippedFrames = stream->video.skippedFrames();
-    summary.impairments = stream->video.impairmentTally();
+    summary.video = stream->media->tally();
     summary.refusedDatagrams = outbox.refused() - stream->refusedBefore;
     summary.senderReports = stream->reportsSent;
     summary.rtcp = stream->rtcp.tally();
@@ -415,20 +393,16 @@ void CVirtualCamera::EndIfSilent(TimePoint now) {
 void CVirtualCamera::AdvanceStream(TimePoint now) {
     if (stream) EndIfSilent(now);
     if (!stream || !stream->playing) return;
-    stream->video.Advance(now, toOutbox);
+    stream->media->Advance(now, toOutbox);
     outbox.Flush();
-    if (settings.senderReportSeconds > 0 && now >= stream->nextReport) SendReport(now);
+    if (const auto report = stream->media->Report(now, NtpNow())) SendReport(*report);
 }
 
-void CVirtualCamera::SendReport(TimePoint now) {
-    const std::uint64_t ntp = NtpNow();
-    const std::string report =
-        BuildSenderReport(stream->video.Report(now, ntp), "korusim@" + settings.address);
-    ::sendto(rtcpSocket.get(), report.data(), report.size(), MSG_NOSIGNAL,
+void CVirtualCamera::SendReport(const SOutgoingReport& report) {
+    ::sendto(rtcpSocket.get(), report.bytes.data(), report.bytes.size(), MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&stream->clientRtcp), sizeof(stream->clientRtcp));
-    stream->rtcp.NoteSenderReport(ntp);
+    stream->rtcp.NoteSenderReport(report.ntp);
     ++stream->reportsSent;
-    stream->nextReport = std::max(stream->nextReport + Duration(settings.senderReportSeconds), now);
 }
 
 }  // namespace korusim

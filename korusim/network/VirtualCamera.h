@@ -12,23 +12,20 @@
 #include <span>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
+#include "CameraContent.h"
 #include "CameraSettings.h"
 #include "Network.h"
 #include "NodeTree.h"
 #include "Rtcp.h"
 #include "RtspServer.h"
-#include "VideoStream.h"
 
 namespace korusim {
 
 class CVirtualCamera {
    public:
-    /// Without `images` the camera draws its pictures. Otherwise they must have the only size of
-    /// the settings.
-    CVirtualCamera(SCameraSettings cameraSettings, std::shared_ptr<const CPictureSource> images);
+    CVirtualCamera(SCameraSettings cameraSettings, std::unique_ptr<CCameraContent> cameraContent);
     ~CVirtualCamera() { Stop(); }
     CVirtualCamera(const CVirtualCamera&) = delete;
     CVirtualCamera& operator=(const CVirtualCamera&) = delete;
@@ -65,12 +62,11 @@ class CVirtualCamera {
     /// The stream that belongs to the RTSP server's session.
     struct SRunningStream {
         std::uint64_t sessionSerial;
-        CVideoStream video;
+        std::unique_ptr<CMediaStream> media;
         CRtcpReader rtcp;
         sockaddr_in clientRtp;
         sockaddr_in clientRtcp;
         bool playing = false;
-        TimePoint nextReport{};
         TimePoint
             lastHeard{};  // a valid RTCP packet, or PLAY: a paused receiver has nothing to report
         TimePoint lastAlive{};  // a request of the session's connection, or a valid RTCP packet
@@ -111,8 +107,7 @@ class CVirtualCamera {
     /// `reason` is a sentence if the camera ends the stream by itself.
     void EndStream(const std::string& reason = {});
     void AdvanceStream(TimePoint now);
-    void SendReport(TimePoint now);
-    [[nodiscard]] std::shared_ptr<const CPictureSource> PicturesFor(SPictureSize size);
+    void SendReport(const SOutgoingReport& report);
 
     CDescriptor wake;  // readable when the thread has to end
     CDescriptor rtspListener;
@@ -120,6 +115,7 @@ class CVirtualCamera {
     CDescriptor rtpSocket;
     CDescriptor rtcpSocket;
 
+    std::unique_ptr<CCameraContent> content;
     CNodeTree tree;
     std::optional<CRtspServer> server;
     std::list<SRtspPeer> rtspPeers;
@@ -127,7 +123,6 @@ class CVirtualCamera {
     ConnectionId lastConnection = 0;
     TimePoint acceptAfter = TimePoint::min();  // while no descriptor is left for a connection
     std::optional<SRunningStream> stream;
-    std::vector<std::pair<SPictureSize, std::shared_ptr<const CPictureSource>>> pictures;
     COutbox outbox;
     PacketSink toOutbox;
     std::vector<pollfd> waiting;

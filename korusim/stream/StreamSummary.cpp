@@ -42,10 +42,10 @@ std::string FormatSummary(const SStreamSummary& summary) {
                        ": " + Number(summary.video.frames, "frames, ") +
                        Number(summary.video.packets, "packets, ") +
                        Number(summary.video.octets, "payload bytes\n");
-    text += "  network: " + Number(summary.impairments.dropped, "lost, ") +
-            Number(summary.impairments.duplicated, "doubled, ") +
-            Number(summary.impairments.reordered, "delayed; ") +
-            Number(summary.skippedFrames, "frames skipped, ") +
+    text += "  network: " + Number(summary.video.network.dropped, "lost, ") +
+            Number(summary.video.network.duplicated, "doubled, ") +
+            Number(summary.video.network.reordered, "delayed; ") +
+            Number(summary.video.skippedFrames, "frames skipped, ") +
             Number(summary.refusedDatagrams, "datagrams refused by the system\n");
     text += "  RTCP: " + Number(summary.senderReports, "sender reports out; in: ") +
             Number(rtcp.datagrams, "datagrams, ") + Number(rtcp.reports, "reports, ") +

@@ -5,9 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "Impairments.h"
+#include "MediaStream.h"
 #include "Rtcp.h"
-#include "VideoStream.h"
 
 namespace korusim {
 
@@ -15,8 +14,6 @@ struct SStreamSummary {
     std::string camera;
     std::uint64_t number = 0;  ///< of the stream at its camera, counted from 1
     SStreamTally video;
-    std::uint64_t skippedFrames = 0;
-    SImpairmentTally impairments;
     std::uint64_t refusedDatagrams = 0;  ///< by the system
     std::uint64_t senderReports = 0;
     SRtcpTally rtcp;

@@ -13,6 +13,10 @@ constexpr double rtpTicksPerSecond = 90'000;
 /// Most lost packets that are kept: a report refers to a packet that was sent a moment ago.
 constexpr std::size_t rememberedLost = 10'000;
 
+Clock::duration Duration(double seconds) {
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
 }  // namespace
 
 CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
@@ -24,6 +28,8 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
       codingPolicy(format.encoding == EEncoding::Raw && !pictures->slow() ? std::launch::deferred
                                                                           : std::launch::async),
       pacer(rate),
+      reportSeconds(settings.senderReportSeconds),
+      cname("korusim@" + settings.address),
       impairments(settings, seed),
       epoch(now),
       datagram(sending->maxPacketBytes()) {
@@ -35,7 +41,10 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
     firstTimestamp = static_cast<std::uint32_t>(random());
 }
 
-void CVideoStream::Play(TimePoint now) { pacer.Start(now); }
+void CVideoStream::Play(TimePoint now) {
+    pacer.Start(now);
+    if (reportSeconds > 0) nextReport = now + Duration(reportSeconds);
+}
 
 void CVideoStream::Pause(const PacketSink& sink) { impairments.Flush(sink); }
 
@@ -102,9 +111,22 @@ std::optional<std::uint64_t> CVideoStream::LostUpTo(std::uint32_t sequence) cons
     return forgotten ? std::nullopt : std::optional(lost - later);
 }
 
-SSenderReport CVideoStream::Report(TimePoint now, std::uint64_t ntpNow) const {
-    return {fields.ssrc, ntpNow, TimestampAt(now), static_cast<std::uint32_t>(counts.packets),
-            static_cast<std::uint32_t>(counts.octets)};
+std::optional<SOutgoingReport> CVideoStream::Report(TimePoint now, std::uint64_t ntpNow) {
+    if (now < nextReport) return std::nullopt;
+    nextReport = std::max(nextReport + Duration(reportSeconds), now);
+    const SSenderReport report{fields.ssrc, ntpNow, TimestampAt(now),
+                               static_cast<std::uint32_t>(counts.packets),
+                               static_cast<std::uint32_t>(counts.octets)};
+    return SOutgoingReport{BuildSenderReport(report, cname), ntpNow};
+}
+
+TimePoint CVideoStream::nextDue() const { return std::min(pacer.nextDue(), nextReport); }
+
+SStreamTally CVideoStream::tally() const {
+    SStreamTally tally = counts;
+    tally.skippedFrames = pacer.skippedSlots();
+    tally.network = impairments.tally();
+    return tally;
 }
 
 }  // namespace korusim

@@ -1,5 +1,4 @@
-/// One stream from SETUP to its end: pictures, packets, their times and numbers. It uses neither a
-/// socket nor a clock.
+/// The stream of a modelled camera: pictures, packets, their times and numbers.
 ///
 /// While the packets of one frame are sent, another thread encodes the next frame: encoding takes a
 /// good part of the frame time and would delay the packets.
@@ -17,18 +16,13 @@
 #include "FramePacer.h"
 #include "FramePipeline.h"
 #include "Impairments.h"
+#include "MediaStream.h"
 #include "PictureSource.h"
 #include "Rtcp.h"
 
 namespace korusim {
 
-struct SStreamTally {
-    std::uint64_t frames = 0;   ///< completely sent
-    std::uint64_t packets = 0;  ///< before the network impaired them
-    std::uint64_t octets = 0;   ///< of payload
-};
-
-class CVideoStream {
+class CVideoStream : public CMediaStream {
    public:
     /// The pictures must have the size of the format.
     CVideoStream(const SCameraSettings& settings, const SVideoFormat& format, double rate,
@@ -36,27 +30,24 @@ class CVideoStream {
                  TimePoint now);
 
     /// Starts or resumes with a new frame and the next sequence number.
-    void Play(TimePoint now);
+    void Play(TimePoint now) override;
     /// Abandons the frame in transit.
-    void Pause(const PacketSink& sink);
-    void SetRate(double framesPerSecond, TimePoint now);
+    void Pause(const PacketSink& sink) override;
+    void SetRate(double framesPerSecond, TimePoint now) override;
 
-    /// Passes the packets that are due to the sink.
-    void Advance(TimePoint now, const PacketSink& sink);
-    /// Returns when to call `Advance` again while playing.
-    [[nodiscard]] TimePoint nextDue() const { return pacer.nextDue(); }
+    void Advance(TimePoint now, const PacketSink& sink) override;
+    [[nodiscard]] std::optional<SOutgoingReport> Report(TimePoint now,
+                                                        std::uint64_t ntpNow) override;
+    [[nodiscard]] TimePoint nextDue() const override;
 
-    [[nodiscard]] std::size_t maxDatagramBytes() const { return sending->maxPacketBytes(); }
-    [[nodiscard]] std::uint32_t ssrc() const noexcept { return fields.ssrc; }
-    [[nodiscard]] SSenderReport Report(TimePoint now, std::uint64_t ntpNow) const;
-    /// Returns the values by which to check a report that arrives now.
-    [[nodiscard]] SSentSoFar SentSoFar(std::uint64_t ntpNow) const;
-    /// Returns the number of packets that the network lost up to an extended sequence number, or
-    /// nothing if that is too long ago.
-    [[nodiscard]] std::optional<std::uint64_t> LostUpTo(std::uint32_t sequence) const;
-    [[nodiscard]] const SStreamTally& tally() const noexcept { return counts; }
-    [[nodiscard]] const SImpairmentTally& impairmentTally() const { return impairments.tally(); }
-    [[nodiscard]] std::uint64_t skippedFrames() const noexcept { return pacer.skippedSlots(); }
+    [[nodiscard]] std::size_t maxDatagramBytes() const override {
+        return sending->maxPacketBytes();
+    }
+    [[nodiscard]] std::uint32_t ssrc() const override { return fields.ssrc; }
+    [[nodiscard]] SSentSoFar SentSoFar(std::uint64_t ntpNow) const override;
+    /// Returns nothing if the packet was sent too long ago.
+    [[nodiscard]] std::optional<std::uint64_t> LostUpTo(std::uint32_t sequence) const override;
+    [[nodiscard]] SStreamTally tally() const override;
 
    private:
     void BeginFrame(TimePoint scheduled);
@@ -68,6 +59,9 @@ class CVideoStream {
     std::future<void> coded;  // after the members that it uses, because its destructor waits for it
     std::launch codingPolicy;
     CFramePacer pacer;
+    double reportSeconds;  // between sender reports; 0 means none
+    std::string cname;
+    TimePoint nextReport = TimePoint::max();
     CImpairments impairments;
     TimePoint epoch;  // the zero of RTP time
     std::uint32_t firstTimestamp;
