@@ -19,6 +19,7 @@
 #include "ModelContent.h"
 #include "NetworkState.h"
 #include "Process.h"
+#include "RecordedContent.h"
 #include "VirtualCamera.h"
 
 namespace {
@@ -30,6 +31,8 @@ enum EExit { Good = 0, Failed = 1, WrongUsage = 2 };
 
 /// Descriptors of one camera: a wake-up, two listeners, and the sockets for RTP and RTCP.
 constexpr std::size_t cameraDescriptors = 5;
+/// The file of a camera that replays a capture.
+constexpr std::size_t captureDescriptors = 1;
 /// Descriptors of the announcement: a pipe, a multicast socket, one for changes of interfaces, and
 /// one that is open briefly while the interface of a camera is looked up.
 constexpr std::size_t announcerDescriptors = 5;
@@ -91,6 +94,14 @@ std::string ParseCameras(const std::vector<std::string>& arguments,
 /// Opens the files that a camera serves and completes its settings by them. Throws
 /// `std::runtime_error`.
 std::unique_ptr<korusim::CCameraContent> OpenContent(SCameraSettings& settings) {
+    if (!settings.capture.empty()) {
+        auto content = std::make_unique<korusim::CRecordedContent>(settings);
+        if (!content->damage().empty()) {
+            std::fprintf(stderr, "korusim: %s ends early: %s\n", settings.capture.c_str(),
+                         content->damage().c_str());
+        }
+        return content;
+    }
     std::shared_ptr<const korusim::CImageFiles> images;
     if (!settings.images.empty()) {
         images = std::make_shared<const korusim::CImageFiles>(settings.images);
@@ -116,8 +127,12 @@ std::string MakeCameras(std::vector<SCameraSettings> settings, std::list<CVirtua
 std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer& announcer) {
     // Checked before the first socket: Avahi aborts the process when it lacks a descriptor, and a
     // camera that cannot accept a connection is not ready.
-    const std::string obstacle = platform::MulticastDnsObstacle(
-        cameras.size() * cameraDescriptors + announcerDescriptors + clientDescriptors);
+    std::size_t descriptors = announcerDescriptors + clientDescriptors;
+    for (const CVirtualCamera& camera : cameras) {
+        descriptors += cameraDescriptors;
+        if (!camera.settings.capture.empty()) descriptors += captureDescriptors;
+    }
+    const std::string obstacle = platform::MulticastDnsObstacle(descriptors);
     if (!obstacle.empty()) return obstacle;
     std::vector<korusim::SAnnouncement> announcements;
     for (CVirtualCamera& camera : cameras) {

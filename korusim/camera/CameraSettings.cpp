@@ -66,6 +66,8 @@ constexpr auto treeWords = std::to_array<SWord<ETree>>(
 constexpr std::array<SWord<ESubsampling>, 2> subsamplingWords{
     {{"422", ESubsampling::Chroma422}, {"420", ESubsampling::Chroma420}}};
 
+constexpr std::array<SWord<bool>, 2> switchWords{{{"off", false}, {"on", true}}};
+
 constexpr auto quirkWords = std::to_array<SWord<EQuirk>>(
     {{"silent", EQuirk::Silent, "requests are read, but get no response"},
      {"session-timeout-in-play", EQuirk::SessionTimeoutInPlay,
@@ -174,6 +176,28 @@ constexpr auto settingTable = std::to_array<SSetting>({
      "unscaled, all of one size, which becomes the size of the camera; mjpg colours the range of "
      "the first picture; number and checksum replace a part of each picture",
      false, ParseImages},
+    {"capture", "a pcap or pcapng file; no comma in its path",
+     "replays the camera of a packet capture: its descriptions, its responses and the RTP and RTCP "
+     "packets of one stream with their sizes, order, gaps and times; packets that were lost are "
+     "missing; only name, stream, loop, rtcp-timeout, session-timeout, seed, tree and quirk can be "
+     "set in addition",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         to.capture = text;
+         return !text.empty();
+     }},
+    {"stream", "1 to 9999",
+     "the stream of the capture to replay, if it contains several; without it, korusim lists them "
+     "and ends",
+     false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWithin(text, 1U, 9999U, to.captureStream);
+     }},
+    {"loop", "on or off",
+     "repeats the capture; sequence numbers and timestamps go on (default: off)", false,
+     [](std::string_view text, SCameraSettings& to) {
+         return ParseWord(switchWords, text, to.captureLoop);
+     }},
     {"rate", "above 0, at most 1000", "frames per second, fractions allowed (default: 30)", false,
      ParseRate},
     {"mtu", "64 to 65507",
@@ -275,6 +299,23 @@ bool IsJpegSize(SPictureSize size) {
     return good(size.width) && good(size.height);
 }
 
+/// Checks that no setting excludes another one. Returns what is wrong, or an empty text.
+std::string FindExclusion(const std::set<std::string_view>& given) {
+    constexpr std::array<std::string_view, 9> withCapture{
+        "capture",         "stream", "loop", "name", "rtcp-timeout",
+        "session-timeout", "seed",   "tree", "quirk"};
+    const bool capture = given.contains("capture");
+    for (const std::string_view key : given) {
+        if (capture && std::ranges::find(withCapture, key) == withCapture.end()) {
+            return std::string(key) + "= has no effect on a capture; leave it out";
+        }
+        if (!capture && (key == "stream" || key == "loop")) {
+            return std::string(key) + "= needs capture=";
+        }
+    }
+    return {};
+}
+
 /// Checks the settings against each other. Returns what is wrong, or an empty text.
 std::string FindContradiction(const SCameraSettings& settings) {
     const bool jpeg =
@@ -309,7 +350,8 @@ SParsedCamera ParseCamera(std::string_view argument) {
     }
     if (settings.name.empty()) settings.name = "korusim " + settings.address;
     if (settings.sizes.empty() && settings.images.empty()) settings.sizes.push_back(defaultSize);
-    const std::string wrong = FindContradiction(settings);
+    std::string wrong = FindExclusion(given);
+    if (wrong.empty()) wrong = FindContradiction(settings);
     if (!wrong.empty()) parsed.error = "camera " + settings.address + ": " + wrong;
     return parsed;
 }

@@ -62,6 +62,9 @@ struct SJpegSettings {
 struct SCameraSettings {
     std::string address;  ///< dotted IPv4
     std::string name;
+    std::string capture;              ///< path of the capture that is replayed; empty: none
+    std::uint32_t captureStream = 0;  ///< number of its stream, counted from 1; 0: the only one
+    bool captureLoop = false;
     EStreams streams = EStreams::Raw;
     std::vector<SPictureSize> sizes;     ///< at least one, unless the pictures determine it
     std::string images;                  ///< path of the user's pictures; empty: drawn ones
@@ -96,8 +99,8 @@ struct SParsedCamera {
 /// Returns a seed that differs between cameras with the same `seed`.
 [[nodiscard]] std::uint64_t CameraSeed(const SCameraSettings& settings);
 
-/// Makes the size of the user's pictures the size of the camera. Throws `std::runtime_error` if that
-/// contradicts other settings.
+/// Makes the size of the user's pictures the size of the camera. Throws `std::runtime_error` if
+/// that contradicts other settings.
 void UseImageSize(SCameraSettings& settings, SPictureSize size);
 
 /// Returns one paragraph per setting, for a help page.
