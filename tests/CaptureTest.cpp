@@ -6,37 +6,13 @@
 #include <sstream>
 #include <vector>
 
+#include "support/NetworkCapture.h"
 #include "support/Program.h"
-#include "support/Resources.h"
 
 namespace {
 
 using test::CProgram;
 using test::CSimulator;
-using test::RunProgram;
-
-/// Captures loopback into a file.
-class CCapture {
-   public:
-    explicit CCapture(const std::string& file) : tshark({"tshark", "-q", "-i", "lo", "-w", file}) {
-        // The file appears only when the capture runs.
-        const auto running = [&] { return std::filesystem::exists(file); };
-        EXPECT_TRUE(test::WaitFor(running)) << tshark.Errors();
-    }
-    /// Ends the capture when a packet that matches the filter is in the file.
-    void EndAfter(const std::string& file, const std::string& filter) {
-        EXPECT_TRUE(test::WaitFor([&] { return !Read(file, {"-Y", filter}).empty(); }));
-        tshark.Signal(SIGINT);
-        tshark.Wait();
-    }
-    static std::string Read(const std::string& file, std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"tshark", "-r", file});
-        return RunProgram(arguments).output;
-    }
-
-   private:
-    CProgram tshark;
-};
 
 struct SReport {
     std::string types;
@@ -52,25 +28,25 @@ TEST(Capture, EveryPacketIsWellFormedAndEveryReportTrue) {
     }
     const std::string file = testing::TempDir() + "run" + std::to_string(::getpid()) + ".pcapng";
     CSimulator camera({"127.0.0.11,name=Roof,size=64x48,rate=60,sr=0.1,loss=0.01,seed=3"});
-    CCapture capture(file);
+    test::CNetworkCapture capture(file);
     CProgram host({"qmxhost", "stream", "Roof", "--count", "100", "--rate", "50"});
     EXPECT_EQ(host.Wait(), 0) << host.Errors();
     camera.Signal(SIGTERM);
     EXPECT_EQ(camera.Wait(), 0);
-    capture.EndAfter(file, "rtcp.pt == 203");
+    capture.EndAfter("rtcp.pt == 203");
 
-    EXPECT_EQ(CCapture::Read(file, {"-Y", "_ws.malformed || _ws.expert.severity == error"}), "");
+    EXPECT_EQ(capture.Read({"-Y", "_ws.malformed || _ws.expert.severity == error"}), "");
     for (const char* protocol : {"mdns", "rtsp", "sdp", "rtp", "rtcp"}) {
-        EXPECT_NE(CCapture::Read(file, {"-Y", protocol}), "") << protocol;
+        EXPECT_NE(capture.Read({"-Y", protocol}), "") << protocol;
     }
-    EXPECT_EQ(CCapture::Read(file, {"-Y", "rtsp.method", "-T", "fields", "-e", "rtsp.method"}),
+    EXPECT_EQ(capture.Read({"-Y", "rtsp.method", "-T", "fields", "-e", "rtsp.method"}),
               "OPTIONS\nDESCRIBE\nSETUP\nPLAY\nPAUSE\nTEARDOWN\n");
 
     // The receiver sent one initial packet, reports, and a BYE, all from one source.
-    std::istringstream reports(CCapture::Read(
-        file, {"-Y", "rtcp && ip.dst == 127.0.0.11", "-T", "fields", "-E", "separator=/s", "-e",
-               "rtcp.pt", "-e", "rtcp.senderssrc", "-e", "rtcp.ssrc.jitter", "-e", "rtcp.ssrc.dlsr",
-               "-e", "rtcp.ssrc.cum_nr"}));
+    std::istringstream reports(
+        capture.Read({"-Y", "rtcp && ip.dst == 127.0.0.11", "-T", "fields", "-E", "separator=/s",
+                      "-e", "rtcp.pt", "-e", "rtcp.senderssrc", "-e", "rtcp.ssrc.jitter", "-e",
+                      "rtcp.ssrc.dlsr", "-e", "rtcp.ssrc.cum_nr"}));
     std::vector<SReport> sent;
     for (std::string line; std::getline(reports, line);) {
         SReport& next = sent.emplace_back();  // the first packet has only the first two fields

@@ -27,23 +27,6 @@ std::size_t BytesOf(const SRtspMessage& message) {
     return bytes;
 }
 
-/// Returns the address of a dotted text, or nothing.
-std::optional<std::uint32_t> ParseAddress(std::string_view text) {
-    std::uint32_t address = 0;
-    for (int part = 0; part < 4; ++part) {
-        const std::string_view digits = text.substr(0, text.find('.'));
-        if (digits.empty() || digits.size() > 3) return std::nullopt;
-        std::uint32_t octet = 0;
-        for (const char c : digits) {
-            if (c < '0' || c > '9') return std::nullopt;
-            octet = octet * 10 + static_cast<std::uint32_t>(c - '0');
-        }
-        address = address << 8 | octet;
-        text.remove_prefix(std::min(digits.size() + 1, text.size()));
-    }
-    return address;
-}
-
 /// Returns why the packets of a transport cannot be replayed, or an empty text.
 std::string ObstacleOf(std::string_view transport) {
     if (transport.find("SAVP") != std::string_view::npos) return "is encrypted (SRTP)";
@@ -67,11 +50,8 @@ void CCaptureIndex::Add(const SCapturedFrame& frame) {
 
 void CCaptureIndex::AddDatagram(std::int64_t time, const SUdpDatagram& datagram) {
     if (const auto receiver = receivers.find(datagram.to); receiver != receivers.end()) {
-        SRecordedStream& stream = contents.streams[receiver->second];
-        if (std::ranges::count(stream.senders, datagram.from.address) != 0) {
-            stream.flow.Add(time, datagram.payload, datagram.cut);
-            return;
-        }
+        contents.streams[receiver->second].flow.Add(time, datagram.payload, datagram.cut);
+        return;
     }
     const std::pair key{datagram.from, datagram.to};
     auto flow = flows.find(key);
@@ -141,10 +121,6 @@ void CCaptureIndex::AddSetup(SEndpoint server, SEndpoint client, SRtspExchange e
     if (transport == nullptr || offer == nullptr || contents.streams.size() == maxStreams) return;
     SRecordedStream stream;
     stream.server = server;
-    stream.senders = {server.address};
-    if (const auto source = FindParameter(*transport, "source")) {
-        if (const auto address = ParseAddress(*source)) stream.senders.push_back(*address);
-    }
     const auto stated = FindParameter(*transport, "client_port");
     const auto ports = stated ? ParsePortPair(*stated) : ParseClientPorts(*offer);
     stream.obstacle = ObstacleOf(*transport);
@@ -205,7 +181,6 @@ SCaptureContents CCaptureIndex::Finish() {
         if (!flow.format()) continue;
         SRecordedStream stream;
         stream.server = from;
-        stream.senders = {from.address};
         stream.client = to;
         stream.clientRtcpPort = static_cast<std::uint16_t>(to.port + 1);
         stream.flow = flow;
@@ -213,6 +188,7 @@ SCaptureContents CCaptureIndex::Finish() {
     }
     contents.frames = packets.frames();
     contents.ipv6Frames = packets.ipv6Frames();
+    contents.cutPackets = packets.cutPackets();
     return std::move(contents);
 }
 

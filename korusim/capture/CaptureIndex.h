@@ -19,9 +19,10 @@ namespace korusim {
 
 /// A stream that was set up by RTSP, or a flow of RTP packets without RTSP.
 struct SRecordedStream {
-    SEndpoint server;                    ///< of RTSP; without RTSP the sender of the packets
-    std::vector<std::uint32_t> senders;  ///< addresses from which its packets come
-    SEndpoint client;                    ///< to which the RTP packets go
+    SEndpoint server;  ///< of RTSP; without RTSP the sender of the packets
+    /// To which the RTP packets go. Those of a stream that RTSP has set up may come from anywhere:
+    /// a camera can have several addresses.
+    SEndpoint client;
     std::uint16_t clientRtcpPort = 0;
     /// The frames of the capture, counted from 1, among which its packets are: after the first and
     /// up to the last.
@@ -33,6 +34,12 @@ struct SRecordedStream {
     std::string obstacle;                  ///< why it cannot be replayed, or empty
 
     [[nodiscard]] bool hasRtsp() const noexcept { return !exchanges.empty(); }
+    [[nodiscard]] bool IsRtp(const SUdpDatagram& datagram) const {
+        return datagram.to == client && (hasRtsp() || datagram.from == server);
+    }
+    [[nodiscard]] bool IsRtcp(const SUdpDatagram& datagram) const {
+        return datagram.to == SEndpoint{client.address, clientRtcpPort};
+    }
 };
 
 struct SCaptureContents {
@@ -41,7 +48,8 @@ struct SCaptureContents {
     std::map<SEndpoint, std::vector<SRtspExchange>> exchanges;
     std::uint64_t frames = 0;
     std::uint64_t ipv6Frames = 0;
-    bool encryptedRtsp = false;  ///< there is a connection to an RTSP port that begins with TLS
+    std::uint64_t cutPackets = 0;  ///< of which the end was not captured
+    bool encryptedRtsp = false;    ///< there is a connection to an RTSP port that begins with TLS
 };
 
 /// Builds the table of contents in one pass. What it keeps does not grow with the number of

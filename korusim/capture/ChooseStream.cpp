@@ -61,7 +61,11 @@ std::string ListOf(const SCaptureContents& contents) {
     std::string text = "none of its " + std::to_string(contents.frames) +
                        " packets belongs to an RTP stream over UDP and IPv4";
     if (contents.ipv6Frames != 0) {
-        text += ", and " + std::to_string(contents.ipv6Frames) + " are IPv6";
+        text += "; " + std::to_string(contents.ipv6Frames) + " are IPv6";
+    }
+    if (contents.cutPackets != 0) {
+        text += "; " + std::to_string(contents.cutPackets) +
+                " are cut short, so capture whole packets (snap length 0)";
     }
     throw std::runtime_error(text);
 }

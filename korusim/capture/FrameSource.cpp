@@ -11,6 +11,7 @@ CPacketReader::Packet CPacketReader::Read(const SCapturedFrame& frame) {
     if (link.etherType != etherTypeIpv4) return {};
     const auto packet = ipv4.Read(link.bytes);
     if (!packet) return {};
+    if (packet->missing != 0) ++cutCount;
     if (const auto datagram = ReadUdp(*packet)) return *datagram;
     if (const auto segment = ReadTcp(*packet)) return *segment;
     return {};

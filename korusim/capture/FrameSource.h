@@ -36,11 +36,14 @@ class CPacketReader {
     /// Returns the number of frames so far.
     [[nodiscard]] std::uint64_t frames() const noexcept { return frameCount; }
     [[nodiscard]] std::uint64_t ipv6Frames() const noexcept { return ipv6Count; }
+    /// Returns the number of packets of which the end was not captured.
+    [[nodiscard]] std::uint64_t cutPackets() const noexcept { return cutCount; }
 
    private:
     CIpv4Reader ipv4;
     std::uint64_t frameCount = 0;
     std::uint64_t ipv6Count = 0;
+    std::uint64_t cutCount = 0;
 };
 
 }  // namespace korusim

@@ -1,6 +1,5 @@
 #include "ReplayReader.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -50,10 +49,8 @@ void CReplayReader::Fill(SReplayBatch& batch) {
 
 void CReplayReader::AddPacket(std::int64_t time, const SUdpDatagram& datagram,
                               SReplayBatch& batch) {
-    const bool rtp = datagram.to == recorded->client;
-    const bool rtcp = datagram.to == SEndpoint{recorded->client.address, recorded->clientRtcpPort};
-    if ((!rtp && !rtcp) || datagram.cut) return;
-    if (std::ranges::count(recorded->senders, datagram.from.address) == 0) return;
+    const bool rtp = recorded->IsRtp(datagram);
+    if ((!rtp && !recorded->IsRtcp(datagram)) || datagram.cut) return;
     if (rtp && !ReadRtpHeader(datagram.payload)) return;
     batch.packets.push_back({time, round, !rtp, batch.bytes.size(), datagram.payload.size()});
     batch.bytes.insert(batch.bytes.end(), datagram.payload.begin(), datagram.payload.end());

@@ -10,6 +10,8 @@ namespace {
 /// Packets that are due within this time are sent together, which saves waking up for each packet
 /// of a burst.
 constexpr std::chrono::microseconds together{30};
+/// Time from PLAY to the first packet. Without it, that packet alone would be late.
+constexpr std::chrono::milliseconds startTime{2};
 
 /// Returns a time span in NTP format.
 std::uint64_t NtpSpan(Clock::duration time) {
@@ -60,7 +62,9 @@ TimePoint CReplayStream::DueTime(const SReplayPacket& packet) const {
 
 void CReplayStream::Play(TimePoint now) {
     GoToPacket();
-    if (const auto* packet = Next()) begin = now - schedule.DueTime(packet->time, packet->round);
+    if (const auto* packet = Next()) {
+        begin = now + startTime - schedule.DueTime(packet->time, packet->round);
+    }
 }
 
 void CReplayStream::Advance(TimePoint now, const PacketSink& sink) {

@@ -17,7 +17,7 @@ class CReplayStream : public CMediaStream {
     CReplayStream(FrameSourceMaker makeSource, std::shared_ptr<const SRecordedStream> recorded,
                   bool loop);
 
-    /// Starts with the first packet, or resumes with the next one, which is due at once.
+    /// Starts with the first packet, or resumes with the next one.
     void Play(TimePoint now) override;
     void Pause(const PacketSink&) override {}
     /// The rate is that of the recording.
