@@ -31,8 +31,8 @@ enum EExit { Good = 0, Failed = 1, WrongUsage = 2 };
 
 /// Descriptors of one camera: a wake-up, two listeners, and the sockets for RTP and RTCP.
 constexpr std::size_t cameraDescriptors = 5;
-/// The file of a camera that replays a capture.
-constexpr std::size_t captureDescriptors = 1;
+/// The file of a camera that sends the user's pictures or replays a capture.
+constexpr std::size_t fileDescriptors = 1;
 /// Descriptors of the announcement: a pipe, a multicast socket, one for changes of interfaces, and
 /// one that is open briefly while the interface of a camera is looked up.
 constexpr std::size_t announcerDescriptors = 5;
@@ -130,7 +130,8 @@ std::string StartCameras(std::list<CVirtualCamera>& cameras, korusim::CAnnouncer
     std::size_t descriptors = announcerDescriptors + clientDescriptors;
     for (const CVirtualCamera& camera : cameras) {
         descriptors += cameraDescriptors;
-        if (!camera.settings.capture.empty()) descriptors += captureDescriptors;
+        const bool readsFile = !camera.settings.images.empty() || !camera.settings.capture.empty();
+        if (readsFile) descriptors += fileDescriptors;
     }
     const std::string obstacle = platform::MulticastDnsObstacle(descriptors);
     if (!obstacle.empty()) return obstacle;

@@ -83,6 +83,8 @@ TEST_F(Replay, HasTheFramesOfTheCapturedStream) {
         // Without a description of JPEG-LS the host does not open a JPEG camera.
         if (type != "jpeg") rows.push_back({type, workshop.Rewrite("udp", type), ",stream=1"});
     }
+    workshop.Run("head -c -20 raw > short");  // in the middle of the last packet
+    rows.push_back({"raw", "short"});
     for (const char* const kind :
          {"vlan", "cooked", "cooked2", "raw", "loopback", "fragments", "disordered", "cut"}) {
         rows.push_back({"raw", workshop.Rewrite(kind, "raw")});

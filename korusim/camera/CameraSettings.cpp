@@ -180,7 +180,7 @@ constexpr auto settingTable = std::to_array<SSetting>({
      "replays the camera of a packet capture: its descriptions, its responses and the RTP and RTCP "
      "packets of one stream with their sizes, order, gaps and times; packets that were lost are "
      "missing; only name, stream, loop, rtcp-timeout, session-timeout, seed, tree and quirk can be "
-     "set in addition",
+     "set in addition; quirks that change the headers of a response have no effect",
      false,
      [](std::string_view text, SCameraSettings& to) {
          to.capture = text;

@@ -21,6 +21,7 @@ bool CReplayReader::BeginRound() {
         if (!repeat) return false;
         ++round;
     }
+    source.reset();  // it holds a descriptor
     source = make();
     packets = {};
     packetsOfRound = 0;

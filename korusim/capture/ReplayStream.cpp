@@ -12,6 +12,7 @@ namespace {
 constexpr std::chrono::microseconds together{30};
 /// Time from PLAY to the first packet. Without it, that packet alone would be late.
 constexpr std::chrono::milliseconds startTime{2};
+constexpr std::chrono::microseconds retryTime{500};
 
 /// Returns a time span in NTP format.
 std::uint64_t NtpSpan(Clock::duration time) {
@@ -42,9 +43,14 @@ void CReplayStream::ReadAhead() {
     }
 }
 
-/// Makes sure that the next packet is in the batch, unless there is none.
-void CReplayStream::GoToPacket() {
+/// Goes to the batch with the next packet, if it has been read already. A search through a large
+/// file must not keep the camera from responding to requests.
+void CReplayStream::GoToPacket(TimePoint now) {
     while (position == batch.packets.size() && !batch.last) {
+        if (filled.wait_for(std::chrono::seconds(0)) == std::future_status::timeout) {
+            retryAt = now + retryTime;
+            return;
+        }
         filled.get();
         std::swap(batch, following);
         position = 0;
@@ -61,14 +67,15 @@ TimePoint CReplayStream::DueTime(const SReplayPacket& packet) const {
 }
 
 void CReplayStream::Play(TimePoint now) {
-    GoToPacket();
-    if (const auto* packet = Next()) {
-        begin = now + startTime - schedule.DueTime(packet->time, packet->round);
-    }
+    starting = true;
+    retryAt = now;
 }
 
 void CReplayStream::Advance(TimePoint now, const PacketSink& sink) {
-    GoToPacket();
+    GoToPacket(now);
+    if (const auto* packet = Next(); packet != nullptr && std::exchange(starting, false)) {
+        begin = now + startTime - schedule.DueTime(packet->time, packet->round);
+    }
     for (const auto* packet = Next(); packet != nullptr && !packet->rtcp; packet = Next()) {
         if (DueTime(*packet) > now + together) return;
         const auto datagram = batch.BytesOf(*packet);
@@ -76,7 +83,7 @@ void CReplayStream::Advance(TimePoint now, const PacketSink& sink) {
         Count(datagram);
         sink(datagram);
         ++position;
-        GoToPacket();
+        GoToPacket(now);
     }
 }
 
@@ -92,20 +99,22 @@ void CReplayStream::Count(std::span<const std::uint8_t> datagram) {
 }
 
 std::optional<SOutgoingReport> CReplayStream::Report(TimePoint now, std::uint64_t ntpNow) {
-    GoToPacket();
     const auto* const packet = Next();
-    if (packet == nullptr || !packet->rtcp || DueTime(*packet) > now) return std::nullopt;
+    if (packet == nullptr || starting || !packet->rtcp || DueTime(*packet) > now)
+        return std::nullopt;
     const auto datagram = batch.BytesOf(*packet);
     const std::uint64_t ntp =
         schedule.AdaptRtcp(datagram, packet->round, ntpNow - NtpSpan(now - begin));
+    SOutgoingReport report{std::string(datagram.begin(), datagram.end()), ntp};
     ++position;
-    GoToPacket();
-    return SOutgoingReport{std::string(datagram.begin(), datagram.end()), ntp};
+    GoToPacket(now);
+    return report;
 }
 
 TimePoint CReplayStream::nextDue() const {
     const auto* const packet = Next();
-    return packet != nullptr ? DueTime(*packet) : TimePoint::max();
+    if (packet != nullptr && !starting) return DueTime(*packet);
+    return packet == nullptr && batch.last ? TimePoint::max() : retryAt;
 }
 
 SSentSoFar CReplayStream::SentSoFar(std::uint64_t ntpNow) const {

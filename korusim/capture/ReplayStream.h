@@ -40,7 +40,7 @@ class CReplayStream : public CMediaStream {
 
    private:
     void ReadAhead();
-    void GoToPacket();
+    void GoToPacket(TimePoint now);
     [[nodiscard]] const SReplayPacket* Next() const;
     [[nodiscard]] TimePoint DueTime(const SReplayPacket& packet) const;
     void Count(std::span<const std::uint8_t> datagram);
@@ -53,7 +53,9 @@ class CReplayStream : public CMediaStream {
     std::future<void>
         filled;  // after the members that it uses, because its destructor waits for it
     std::size_t position = 0;       // of the next packet in the batch
+    TimePoint retryAt{};            // while the next batch is not ready
     TimePoint begin{};              // of the replay, moved by its pauses
+    bool starting = true;           // the next packet determines `begin`
     std::uint32_t highestSequence;  // that was sent, extended
     SStreamTally counts;
 };

@@ -81,7 +81,6 @@ bool CRtspMessageReader::SkipToMessage() {
             if (buffered.size() - at < interleavedHeadBytes) break;
             const std::size_t length = static_cast<std::uint8_t>(buffered[at + 2]) * 256U +
                                        static_cast<std::uint8_t>(buffered[at + 3]);
-            hasInterleaved = true;
             at += interleavedHeadBytes + length;
             continue;
         }

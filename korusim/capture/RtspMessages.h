@@ -21,22 +21,20 @@ struct SRtspMessage {
     [[nodiscard]] bool IsResponse() const { return startLine.starts_with("RTSP/"); }
 };
 
-/// Finds the messages in the bytes of one direction. Bytes that are not part of a message, such as
-/// the rest of one whose beginning was not captured, are skipped.
+/// Finds the messages in the bytes of one direction. Bytes that are not part of a message are
+/// skipped: interleaved binary data (RFC 2326, 10.12), and the rest of a message whose beginning
+/// was not captured.
 class CRtspMessageReader {
    public:
     /// `afterGap`: bytes are missing before these.
     void Feed(std::string_view bytes, bool afterGap);
     [[nodiscard]] std::optional<SRtspMessage> Next();
-    /// Returns true if the connection carries interleaved binary data (RFC 2326, 10.12).
-    [[nodiscard]] bool interleaved() const noexcept { return hasInterleaved; }
 
    private:
     [[nodiscard]] bool SkipToMessage();
 
     std::string buffered;
     std::size_t skip = 0;  // bytes of interleaved data or of a long body that are still to come
-    bool hasInterleaved = false;
 };
 
 /// A request and its response.

@@ -64,6 +64,15 @@ sockaddr_in MakeAddress(const std::string& address, std::uint16_t port) {
     return made;
 }
 
+sockaddr_in WithPort(sockaddr_in address, std::uint16_t port) {
+    address.sin_port = htons(port);
+    return address;
+}
+
+bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
+    return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
+}
+
 SSocketResult ListenTcp(const std::string& address, std::uint16_t port) {
     SSocketResult result = OpenBound(SOCK_STREAM, address, port);
     if (result.error.empty() && ::listen(result.socket.get(), listenBacklog) != 0) {

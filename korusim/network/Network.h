@@ -38,6 +38,9 @@ class CDescriptor {
 /// A valid dotted address and a port.
 [[nodiscard]] sockaddr_in MakeAddress(const std::string& address, std::uint16_t port);
 
+[[nodiscard]] sockaddr_in WithPort(sockaddr_in address, std::uint16_t port);
+[[nodiscard]] bool SameAddress(const sockaddr_in& left, const sockaddr_in& right);
+
 /// A socket, or a sentence with the reason of the failure.
 struct SSocketResult {
     CDescriptor socket;

@@ -52,15 +52,6 @@ std::string SecondsText(double seconds) {
     return text.data();
 }
 
-sockaddr_in WithPort(sockaddr_in address, std::uint16_t port) {
-    address.sin_port = htons(port);
-    return address;
-}
-
-bool SameAddress(const sockaddr_in& left, const sockaddr_in& right) {
-    return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
-}
-
 }  // namespace
 
 CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings,
