@@ -10,7 +10,9 @@ constexpr std::size_t maxConnections = 64;
 constexpr std::size_t maxStreams = 256;
 /// Most pairs of endpoints whose datagrams may be RTP without RTSP.
 constexpr std::size_t maxFlows = 1024;
-/// Most bytes of RTSP messages that are kept.
+/// Limits of the exchanges that are kept: for each server and session, and in bytes together.
+constexpr std::size_t maxServers = 256;
+constexpr std::size_t maxExchanges = 64;
 constexpr std::size_t maxKeptBytes = std::size_t{16} << 20;
 /// Least packets of a flow without RTSP. Other protocols look like RTP now and then.
 constexpr std::uint64_t minFlowPackets = 10;
@@ -107,6 +109,7 @@ void CCaptureIndex::AddPieces(SConnection& connection, std::size_t sender,
 
 void CCaptureIndex::AddExchange(SEndpoint server, SEndpoint client, SRtspExchange exchange) {
     if (exchange.method == "OPTIONS" || exchange.method == "DESCRIBE") {
+        if (contents.exchanges.size() == maxServers && !contents.exchanges.contains(server)) return;
         Keep(contents.exchanges[server], std::move(exchange));
     } else if (exchange.method == "SETUP") {
         if (exchange.status == 200) AddSetup(server, client, std::move(exchange));
@@ -164,7 +167,7 @@ void CCaptureIndex::Keep(std::vector<SRtspExchange>& kept, SRtspExchange exchang
     keptBytes += bytes;
     if (same != kept.end()) {
         *same = std::move(exchange);
-    } else {
+    } else if (kept.size() < maxExchanges) {
         kept.push_back(std::move(exchange));
     }
 }

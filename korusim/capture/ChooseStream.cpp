@@ -19,9 +19,11 @@ std::string Seconds(std::int64_t nanoseconds) {
 }
 
 std::string NameOf(const SRecordedStream& stream) {
-    const std::string name = stream.hasRtsp()
-                                 ? std::string(SplitUrl(stream.exchanges.front().url).path)
-                                 : "RTP without RTSP";
+    std::string name = stream.hasRtsp() ? std::string(SplitUrl(stream.exchanges.front().url).path)
+                                        : "RTP without RTSP";
+    // A path from a capture must not control the terminal.
+    std::ranges::replace_if(
+        name, [](char c) { return c < 0x20 || c == 0x7F; }, '?');
     return name + " from " + AddressText(stream.server.address) + " to " +
            AddressText(stream.client.address) + ":" + std::to_string(stream.client.port);
 }
@@ -45,13 +47,16 @@ std::string ObstacleOf(const SCaptureContents& contents, const SRecordedStream& 
 
 std::string ListOf(const SCaptureContents& contents) {
     std::string list;
-    for (std::size_t i = 0; i < contents.streams.size(); ++i) {
+    constexpr std::size_t maxListed = 20;
+    const std::size_t listed = std::min(contents.streams.size(), maxListed);
+    for (std::size_t i = 0; i < listed; ++i) {
         const SRecordedStream& stream = contents.streams[i];
         list += (i == 0 ? "" : "; ") + std::to_string(i + 1) + ": " + NameOf(stream) + ", " +
                 std::to_string(stream.flow.packets()) + " packets in " +
                 Seconds(stream.flow.duration());
     }
-    return list;
+    const std::size_t others = contents.streams.size() - listed;
+    return others == 0 ? list : list + "; and " + std::to_string(others) + " more";
 }
 
 [[noreturn]] void FailWithoutStream(const SCaptureContents& contents) {

@@ -33,7 +33,8 @@ void CReplayReader::Fill(SReplayBatch& batch) {
     batch.bytes.clear();
     batch.last = false;
     if (source == nullptr) (void)BeginRound();
-    while (batch.packets.size() < maxBatchPackets && batch.bytes.size() < maxBatchBytes) {
+    while (!stopped && batch.packets.size() < maxBatchPackets &&
+           batch.bytes.size() < maxBatchBytes) {
         const auto frame = packets.frames() < recorded->lastFrame ? source->Next() : std::nullopt;
         if (!frame) {
             if (packetsOfRound == 0) throw std::runtime_error("the capture has changed");

@@ -1,6 +1,7 @@
 /// Reads the packets of one recorded stream, in order, from its capture.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -44,6 +45,8 @@ class CReplayReader {
     /// Replaces the packets of a batch by the next ones. Throws `std::runtime_error` if the capture
     /// cannot be read any more.
     void Fill(SReplayBatch& batch);
+    /// Makes `Fill` in another thread return soon; its batch is of no use then.
+    void Stop() noexcept { stopped = true; }
 
    private:
     [[nodiscard]] bool BeginRound();
@@ -56,6 +59,7 @@ class CReplayReader {
     CPacketReader packets;
     std::uint32_t round = 0;
     std::uint64_t packetsOfRound = 0;
+    std::atomic<bool> stopped{false};
 };
 
 }  // namespace korusim

@@ -16,6 +16,7 @@ class CReplayStream : public CMediaStream {
    public:
     CReplayStream(FrameSourceMaker makeSource, std::shared_ptr<const SRecordedStream> recorded,
                   bool loop);
+    ~CReplayStream() override { reader.Stop(); }
 
     /// Starts with the first packet, or resumes with the next one.
     void Play(TimePoint now) override;
