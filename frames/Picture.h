@@ -26,8 +26,8 @@ struct SColourPicture {
 using Picture = std::variant<SGreyPicture, SColourPicture>;
 
 /// Converts a raw frame: 16-bit little-endian pixels in rows of `width`. The number of rows follows
-/// from the length; a partial last row is filled with its last pixel. A frame without a complete
-/// pixel gives an empty picture.
+/// from the length; a partial last row is filled with its last pixel. The picture of a
+/// frame without a complete pixel is empty.
 [[nodiscard]] SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width);
 /// Decodes a frame of a pixel type: raw and JPEG-LS frames to grey pictures with the exact values,
 /// JPEG frames to colour pictures. `width` is that of a raw frame, which does not contain its size.

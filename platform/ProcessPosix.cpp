@@ -33,7 +33,7 @@ bool PrepareStandardStreams() noexcept {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(descriptor, F_GETFD) >= 0) continue;
         // The lowest free number is the one that is missing. Standard output is opened for reading,
-        // so that results which reach nobody are a failed write.
+        // so that writing results to it fails instead of losing them silently.
         const int mode = descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY;
         if (::open("/dev/null", mode) != descriptor) return false;
     }

@@ -303,7 +303,8 @@ EExit CStream::Run() {
 EExit RunStream(CPluginHost& host, const SStreamOptions& options) {
     platform::WatchStopSignals();
     platform::PrepareByteOutput();
-    // Made first and ended last: until the device is gone its thread may still call into it.
+    // Constructed first and destroyed last, because the thread of the device may call it until the
+    // device is gone.
     CFrameIntake intake(options.skip, options.count, options.check || !options.save.target.empty());
     COpenCamera camera(host, options.camera.nameOrAddress, OpenFlags(options.camera));
     return CStream(camera, intake, options).Run();

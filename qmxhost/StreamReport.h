@@ -1,4 +1,4 @@
-/// What `qmxhost stream` prints while it runs and at its end.
+/// The status lines and the summary of `qmxhost stream`.
 #pragma once
 
 #include <cstdint>
