@@ -64,7 +64,7 @@ constexpr std::array<SWord<ETree>, 6> treeWords{{{"on", ETree::On},
 constexpr std::array<SWord<ESubsampling>, 2> subsamplingWords{
     {{"422", ESubsampling::Chroma422}, {"420", ESubsampling::Chroma420}}};
 
-constexpr std::array<SWord<EQuirk>, 9> quirkWords{
+constexpr std::array<SWord<EQuirk>, 11> quirkWords{
     {{"silent", EQuirk::Silent},
      {"session-timeout-in-play", EQuirk::SessionTimeoutInPlay},
      {"no-server-port", EQuirk::NoServerPort},
@@ -73,7 +73,9 @@ constexpr std::array<SWord<EQuirk>, 9> quirkWords{
      {"late-answers", EQuirk::LateAnswers},
      {"refuse-play", EQuirk::RefusePlay},
      {"refuse-pause", EQuirk::RefusePause},
-     {"refuse-teardown", EQuirk::RefuseTeardown}}};
+     {"refuse-teardown", EQuirk::RefuseTeardown},
+     {"half-rate", EQuirk::HalfRate},
+     {"skip-frames", EQuirk::SkipFrames}}};
 
 template <class T, std::size_t N>
 std::optional<T> FindWord(const std::array<SWord<T>, N>& words, std::string_view text) {
@@ -206,8 +208,10 @@ constexpr std::array<SSetting, 16> settingTable{{
      }},
     {"quirk",
      "silent, session-timeout-in-play, no-server-port, split-body, lower-case-headers, "
-     "late-answers, refuse-play, refuse-pause or refuse-teardown",
-     "faulty behaviour of the RTSP server, repeatable (default: none)", true, ParseQuirk},
+     "late-answers, refuse-play, refuse-pause, refuse-teardown, half-rate or skip-frames",
+     "faulty behaviour of the RTSP server; half-rate sends at half the rate of the node tree, "
+     "skip-frames two of three frames; repeatable (default: none)",
+     true, ParseQuirk},
 }};
 
 bool IsDottedAddress(std::string_view text) {

@@ -58,6 +58,7 @@ class CVideoStream {
     [[nodiscard]] std::uint64_t skippedFrames() const noexcept { return pacer.skippedSlots(); }
 
    private:
+    [[nodiscard]] bool SkipsThisFrame();
     void BeginFrame(TimePoint scheduled);
     [[nodiscard]] double SecondsAt(TimePoint when) const;
     [[nodiscard]] std::uint32_t TimestampAt(TimePoint when) const;
@@ -69,6 +70,8 @@ class CVideoStream {
     CFramePacer pacer;
     CImpairments impairments;
     TimePoint epoch;  // the zero of RTP time
+    bool skipsFrames;
+    std::uint64_t scheduledFrames = 0;
     std::uint32_t firstTimestamp;
     std::uint32_t firstSequence;
     SPacketFields fields;        // of the next packet
