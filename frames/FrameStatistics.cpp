@@ -19,6 +19,7 @@ void CFrameStatistics::Add(std::uint32_t length, Clock::time_point when) {
         totals.first = when;
     } else {
         totals.longestGap = std::max(totals.longestGap, when - totals.last);
+        missing.Add(when - totals.last);
     }
     totals.last = when;
     ++totals.frames;
@@ -38,7 +39,19 @@ void CFrameStatistics::AddNotKept() {
 
 SFrameTotals CFrameStatistics::Totals() const {
     const std::lock_guard guard(lock);
-    return totals;
+    SFrameTotals result = totals;
+    result.missing = missing.count();
+    result.frameTime = missing.FrameTime();
+    return result;
+}
+
+SFrameTotals CFrameStatistics::TotalsAt(Clock::time_point end) const {
+    SFrameTotals result = Totals();
+    if (result.frames == 0) return result;
+    const std::lock_guard guard(lock);
+    result.longestGap = std::max(result.longestGap, end - result.last);
+    result.missing += missing.CountSilence(end - result.last);
+    return result;
 }
 
 SFrameRates RatesBetween(const SFrameTotals& earlier, const SFrameTotals& later,

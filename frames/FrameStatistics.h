@@ -5,18 +5,20 @@
 #include <cstdint>
 #include <mutex>
 
-namespace frames {
+#include "MissingFrames.h"
 
-using Clock = std::chrono::steady_clock;
+namespace frames {
 
 struct SFrameTotals {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
     std::uint64_t skipped = 0;
     std::uint64_t notKept = 0;  ///< counted, but the queue was full
+    std::uint64_t missing = 0;  ///< estimated from the gaps between frames
     Clock::time_point first{};
     Clock::time_point last{};  ///< of any frame, including skipped ones
     Clock::duration longestGap{};
+    Clock::duration frameTime{};  ///< while no frame is missing; 0 if unknown
 };
 
 struct SFrameRates {
@@ -31,10 +33,14 @@ class CFrameStatistics {
     void AddSkipped(Clock::time_point when);
     void AddNotKept();
     [[nodiscard]] SFrameTotals Totals() const;
+    /// Like `Totals`, at the end of a stream: the time since the last frame counts as a gap, and
+    /// the frames that would have fitted into it as missing.
+    [[nodiscard]] SFrameTotals TotalsAt(Clock::time_point end) const;
 
    private:
     mutable std::mutex lock;
     SFrameTotals totals;
+    CMissingFrames missing;
 };
 
 /// Returns the rates between two snapshots.
