@@ -8,6 +8,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "DoctorCommand.h"
 #include "NetworkState.h"
 #include "Process.h"
 #include "Shell.h"
@@ -30,6 +31,7 @@ Examples:
   qmxhost stream 192.168.1.20 --duration 10
   qmxhost stream Roof --type raw --count 5 --save pictures --as png --palette iron
   qmxhost set Roof FrameRate=30
+  qmxhost doctor Roof
 
 Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
 4 the stream ended with fewer frames than asked for, 5 --check found damage.
@@ -56,6 +58,12 @@ including the rate of a compressed camera, last only as long as the connection o
 this command: use 'qmxhost stream --rate' to stream with a rate.
 )";
 
+constexpr const char* doctorHelp =
+    R"(Checks address, route, node tree and RTSP, streams each format for some seconds,
+and prints a line for each step: ok, warning or failed, what was measured, and what
+to do. The last line names the most likely cause. Exit status 0 if no step failed.
+)";
+
 /// The options of all commands, and the chosen command.
 struct SCommandLine {
     std::string plugin;
@@ -65,6 +73,7 @@ struct SCommandLine {
     SCameraChoice camera;
     std::vector<std::string> words;  ///< property names or assignments
     SStreamOptions stream;
+    SDoctorOptions doctor;
     std::string size;
     std::function<EExit(CPluginHost&)> run;
 };
@@ -213,6 +222,20 @@ void AddStream(CLI::App& app, SCommandLine& line) {
     });
 }
 
+void AddDoctor(CLI::App& app, SCommandLine& line) {
+    CLI::App& command =
+        *app.add_subcommand("doctor", "Find out why a camera does not stream, or loses frames");
+    AddCamera(command, line.camera);
+    command.add_option("--seconds", line.doctor.seconds, "time for each format (default: 3)")
+        ->check(CheckPositive, "", "S");
+    command.footer(doctorHelp);
+    command.final_callback([&line] {
+        line.doctor.camera = line.camera;
+        line.doctor.json = line.json;
+        line.run = [&line](CPluginHost& host) { return RunDoctor(host, line.doctor); };
+    });
+}
+
 void AddShell(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand(
         "shell", "Read commands from standard input; print one line of JSON for each");
@@ -245,6 +268,7 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     AddGet(app, line);
     AddSet(app, line);
     AddStream(app, line);
+    AddDoctor(app, line);
     AddShell(app, line);
 }
 

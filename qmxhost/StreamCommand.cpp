@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "FrameChecker.h"
+#include "Diagnosis.h"
 #include "FrameIntake.h"
 #include "NetworkState.h"
 #include "PixelTypeNames.h"
@@ -20,7 +21,6 @@ using SFormat = qmx::cam::IDevice::SFormat;
 constexpr std::chrono::seconds longestSilence = 10s;
 /// The same after the control connection has closed, because the stream has then probably ended.
 constexpr std::chrono::seconds longestSilenceWithoutControl = 1s;
-constexpr std::uint16_t rtspPort = 554;
 /// A slow camera is silent for longer: this many of its frame times are allowed.
 constexpr double silentFrameTimes = 3;
 /// Lowest frame rate that the calculation of the silence uses.
@@ -107,7 +107,7 @@ std::string CStream::FormatText() const {
 }
 
 void CStream::Start() {
-    droppedBefore = platform::DroppedDatagrams();
+    droppedBefore = platform::UdpCounters().dropped;
     // Coded frames are shorter than raw frames of the same size.
     intake.Reserve(std::size_t{format.width} * format.height * 2);
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
@@ -212,7 +212,7 @@ void CStream::Stop() {
 }
 
 std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
-    const auto dropped = platform::DroppedDatagrams();
+    const auto dropped = platform::UdpCounters().dropped;
     if (!dropped || !droppedBefore) return std::nullopt;
     return *dropped - *droppedBefore;
 }
@@ -253,7 +253,7 @@ void CStream::ReportLosses(const SStreamSummary& summary) const {
     if (summary.droppedDatagrams.value_or(0) != 0) {
         PrintError(
             "this system dropped UDP datagrams, of any program, while camera " + camera.address() +
-            " streamed, because a receive buffer was full: " + platform::ReceiveBufferAdvice());
+            " streamed, because a receive buffer was full: " + ReceiveBufferAdvice(platform::ReceiveBuffers(), 0));
     }
     if (const std::uint64_t notKept = summary.totals.notKept; notKept != 0) {
         PrintError(Frames(notKept) + from +
