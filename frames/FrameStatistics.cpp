@@ -47,10 +47,7 @@ SFrameTotals CFrameStatistics::Totals() const {
 
 SFrameTotals CFrameStatistics::TotalsAt(Clock::time_point end) const {
     SFrameTotals result = Totals();
-    if (result.frames == 0) return result;
-    const std::lock_guard guard(lock);
-    result.longestGap = std::max(result.longestGap, end - result.last);
-    result.missing += missing.CountSilence(end - result.last);
+    if (result.frames != 0) result.longestGap = std::max(result.longestGap, end - result.last);
     return result;
 }
 

@@ -33,8 +33,7 @@ class CFrameStatistics {
     void AddSkipped(Clock::time_point when);
     void AddNotKept();
     [[nodiscard]] SFrameTotals Totals() const;
-    /// Like `Totals`, at the end of a stream: the time since the last frame counts as a gap, and
-    /// the frames that would have fitted into it as missing.
+    /// Like `Totals`, at the end of a stream: the time since the last frame counts as a gap.
     [[nodiscard]] SFrameTotals TotalsAt(Clock::time_point end) const;
 
    private:

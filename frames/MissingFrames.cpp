@@ -64,11 +64,4 @@ std::uint64_t CMissingFrames::count() const {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(all.missing, 0));
 }
 
-std::uint64_t CMissingFrames::CountSilence(Clock::duration silence) const {
-    const Clock::duration frameTime = FrameTime();
-    if (frameTime <= Clock::duration::zero()) return 0;
-    // The next frame may be late by half a frame time.
-    return static_cast<std::uint64_t>(std::max(Ratio(silence, frameTime) - 0.5, 0.0));
-}
-
 }  // namespace frames

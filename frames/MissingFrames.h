@@ -20,8 +20,6 @@ class CMissingFrames {
     void Add(Clock::duration interval);
     /// Returns the number of missing frames; 0 until four intervals are known.
     [[nodiscard]] std::uint64_t count() const;
-    /// Returns the number of frames that would have fitted into a silence after the last frame.
-    [[nodiscard]] std::uint64_t CountSilence(Clock::duration silence) const;
     /// Returns the time from frame to frame while none is missing; 0 until four intervals are
     /// known.
     [[nodiscard]] Clock::duration FrameTime() const;

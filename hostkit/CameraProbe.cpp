@@ -136,4 +136,16 @@ std::string OpenObstacle(const std::string& address, bool withTree) {
     return "it offers neither a raw nor a JPEG-LS stream";
 }
 
+std::string RateObstacle(const std::string& address, bool withTree) {
+    if (!withTree) {
+        return "the rate of a raw camera is in its node tree; connect it by leaving out --no-tree";
+    }
+    const auto tree = platform::TryConnect(address, treePort, connectLimit);
+    if (tree == platform::EConnect::Connected) {
+        return "the camera's node tree refuses it; try a rate that the camera supports";
+    }
+    return "the camera, whose node tree contains the rate, " + ConnectObstacle(tree, treePort) +
+           "; restart it";
+}
+
 }  // namespace hostkit

@@ -43,4 +43,7 @@ struct STreeProbe {
 /// Returns why the camera at a dotted address cannot be opened, with or without its node tree.
 [[nodiscard]] std::string OpenObstacle(const std::string& address, bool withTree);
 
+/// Returns why the frame rate of a raw camera cannot be read or set, and what to do.
+[[nodiscard]] std::string RateObstacle(const std::string& address, bool withTree);
+
 }  // namespace hostkit

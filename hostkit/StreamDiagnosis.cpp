@@ -92,9 +92,7 @@ SFlow Analyse(const SStreamMeasurement& stream) {
     if (flow.frameTime == 0 && !intervals.empty()) {
         flow.frameTime = sum / static_cast<double>(intervals.size());
     }
-    const auto silence = std::chrono::duration<double>(stream.silenceAtEnd);
-    flow.missing = estimate.count() +
-                   estimate.CountSilence(std::chrono::duration_cast<Clock::duration>(silence));
+    flow.missing = estimate.count();
     // Where most frames are missing, their intervals do not show the frame time.
     const double promised = 1 / stream.promisedRate.value_or(1e9);
     if (stream.promisedRate && flow.frameTime > gapFrom * promised &&
@@ -219,7 +217,7 @@ SFinding StreamStep(const SStreamMeasurement& stream, const SCameraMeasurement& 
         finding.text += ", then the camera closed its control connection";
         finding.advice = "start the stream again";
         finding.cause = "The camera has restarted, or has ended the session.";
-    } else if (ended && stream.buffers.filled.value_or(0) > 0.5) {
+    } else if (ended && stream.unread) {
         finding.text += ", then reception ended, while datagrams still arrive";
         finding.advice = "start the stream again";
         finding.cause = "An empty datagram has ended reception in this program.";

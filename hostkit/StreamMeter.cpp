@@ -18,17 +18,6 @@ constexpr std::chrono::milliseconds tick = 20ms;
 /// Half a minute at 1000 frames per second; further frames are not recorded.
 constexpr std::size_t maxArrivals = 30'000;
 
-/// Returns why a start failed. The camera itself is asked, because the plug-in reports only the
-/// step.
-SRefusal WhyNotStarted(const COpenCamera& camera, const qmx::cam::IDevice::SFormat& format) {
-    camera->Close();  // ends the session, if there is one
-    auto refusal = StreamRefusal(camera.address(), frames::TypeName(format.pixelType), format.width,
-                                 format.height);
-    if (refusal) return *refusal;
-    return {"the plug-in could not start it, although the camera agrees to SETUP and PLAY",
-            "the line of the log above names the step"};
-}
-
 /// The context of the frame callback. Must outlive the stream.
 class CArrivals {
    public:
@@ -85,15 +74,38 @@ double WaitTicks(double seconds, CStallWatch& stalls) {
     return std::chrono::duration<double>(done * tick).count();
 }
 
-std::optional<double> PromisedRate(COpenCamera& camera, bool raw) {
+}  // namespace
+
+std::optional<double> PromisedRate(const COpenCamera& camera,
+                                   const qmx::cam::IDevice::SFormat& format) {
     qmx::CVariant value;
-    // That of a compressed camera is the rate that the host would request.
-    if (!raw || !camera->properties.get("/FrameRate", value)) return std::nullopt;
+    if (format.pixelType != frames::rawType || !camera->properties.get("/FrameRate", value)) {
+        return std::nullopt;
+    }
     const double rate = value.ToFlt64();
     return rate > 0 ? std::optional(rate) : std::nullopt;
 }
 
-}  // namespace
+SRefusal WhyNotStarted(const COpenCamera& camera, const qmx::cam::IDevice::SFormat& format) {
+    camera->Close();  // ends the session, if there is one
+    auto refusal = StreamRefusal(camera.address(), frames::TypeName(format.pixelType), format.width,
+                                 format.height);
+    if (refusal) return *refusal;
+    return {"the plug-in could not start it, although the camera agrees to SETUP and PLAY",
+            "the line of the log above names the step"};
+}
+
+bool DatagramsStayUnread() {
+    constexpr int samples = 6;
+    double before = 0;
+    for (int i = 0; i < samples; ++i) {
+        if (i != 0) std::this_thread::sleep_for(10ms);
+        const double filled = platform::ReceiveBuffers().filled.value_or(0);
+        if (filled <= 0 || filled < before) return false;
+        before = filled;
+    }
+    return true;
+}
 
 double MeasureOtherDatagrams() {
     const auto before = platform::UdpCounters().received;
@@ -109,7 +121,7 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     result.format = std::to_string(format.width) + "x" + std::to_string(format.height) + " " + type;
     result.rawBytes = std::uint64_t{format.width} * format.height * 2;
     result.raw = type == "raw";
-    result.promisedRate = PromisedRate(camera, result.raw);
+    result.promisedRate = PromisedRate(camera, format);
     CArrivals arrivals;
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
     if (!camera->StartContinuous(CArrivals::OnFrame, &arrivals)) {
@@ -123,6 +135,7 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     result.seconds = WaitTicks(seconds, stalls);
     result.longestStall = stalls.LongestStall();
     result.buffers = platform::ReceiveBuffers();
+    result.unread = DatagramsStayUnread();
     result.counters = StepsOf(before, SCounters(route));
     result.controlClosed = controlSeen && connected() == false;
     const Clock::time_point end = Clock::now();

@@ -31,6 +31,18 @@ class CStallWatch {
                                                const qmx::cam::IDevice::SFormat& format,
                                                double seconds, const platform::SRoute& route);
 
+/// Returns the frame rate that a camera promises: that of a raw camera, in its node tree. The
+/// property of a compressed camera is the rate that the host would request.
+[[nodiscard]] std::optional<double> PromisedRate(const COpenCamera& camera,
+                                                 const qmx::cam::IDevice::SFormat& format);
+/// Returns why a start has failed. Closes the camera and asks it, because the plug-in reports only
+/// the step.
+[[nodiscard]] SRefusal WhyNotStarted(const COpenCamera& camera,
+                                     const qmx::cam::IDevice::SFormat& format);
+/// Returns true if datagrams wait in this process and none of them is read: the receive thread has
+/// ended. Takes a twentieth of a second; false if the system does not show it.
+[[nodiscard]] bool DatagramsStayUnread();
+
 /// Returns the number of UDP datagrams per second that programs of this machine read, measured
 /// during half a second.
 [[nodiscard]] double MeasureOtherDatagrams();

@@ -34,7 +34,8 @@ Examples:
   qmxhost doctor Roof
 
 Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
-4 the stream ended with fewer frames than asked for, 5 --check found damage.
+4 the stream ended with fewer frames than asked for, or --strict found frames missing,
+5 --check found damage.
 )";
 
 constexpr const char* streamHelp =
@@ -185,6 +186,7 @@ void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
         ->check(CLI::IsMember(frames::PaletteNames()));
     command.add_flag("--overwrite", stream.save.overwrite, "replace the frames of another run")
         ->needs(save);
+    command.add_flag("--strict", stream.strict, "fail with status 4 if frames are missing");
     command.add_flag("--check", stream.check, "verify korusim's checksum in each picture");
 }
 

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <functional>
+#include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "NetworkCounters.h"
+#include "Socket.h"
 #include "support/Program.h"
 #include "support/Resources.h"
 
@@ -42,24 +44,21 @@ class CFirewall {
     CFirewall& operator=(const CFirewall&) = delete;
 };
 
-/// Runs the doctor, which is stopped in mid-stream until datagrams have been dropped if `stop` is
-/// set. It must not need more than a stream of a second or two.
-SOutcome RunDoctor(const std::string& camera, bool stop) {
+/// Stops a program that receives frames of about 120 datagrams, until its buffer overflows.
+void StopUntilDatagramsAreDropped(const CProgram& program) {
     const platform::SUdpCounters before = platform::UdpCounters();
-    CProgram doctor({"qmxhost", "doctor", camera, "--seconds", "2", "--json"});
-    if (stop) {
-        // Some frames have arrived, of about 120 datagrams each.
-        EXPECT_TRUE(
-            WaitFor([&] { return *platform::UdpCounters().received > *before.received + 700; }));
-        doctor.Signal(SIGSTOP);
-        EXPECT_TRUE(
-            WaitFor([&] { return *platform::UdpCounters().dropped > *before.dropped + 100; }));
-        doctor.Signal(SIGCONT);
-    }
+    EXPECT_TRUE(
+        WaitFor([&] { return *platform::UdpCounters().received > *before.received + 700; }));
+    program.Signal(SIGSTOP);
+    EXPECT_TRUE(WaitFor([&] { return *platform::UdpCounters().dropped > *before.dropped + 100; }));
+    program.Signal(SIGCONT);
+}
+
+SOutcome EndOf(CProgram& program) {
     SOutcome outcome{};
-    outcome.output = doctor.ReadAll();
-    outcome.status = doctor.Wait();
-    outcome.errors = doctor.Errors();
+    outcome.output = program.ReadAll();
+    outcome.status = program.Wait();
+    outcome.errors = program.Errors();
     return outcome;
 }
 
@@ -104,7 +103,9 @@ TEST_P(Doctor, NamesTheFault) {
         other.reset(new CProgram({"qmxhost", "stream", fault.examined, "--json"}));
         EXPECT_FALSE(other->ReadLine().empty());  // it streams
     }
-    const SOutcome outcome = RunDoctor(fault.examined, fault.stop);
+    CProgram doctor({"qmxhost", "doctor", fault.examined, "--seconds", "2", "--json"});
+    if (fault.stop) StopUntilDatagramsAreDropped(doctor);
+    const SOutcome outcome = EndOf(doctor);
     SCOPED_TRACE(outcome.output + outcome.errors);
     EXPECT_EQ(outcome.status, fault.status);
     if (outcome.output.empty()) {  // there is nothing to examine
@@ -157,5 +158,80 @@ INSTANTIATE_TEST_SUITE_P(
         SFault{"FrameBeyondBuffer", "127.0.0.11,size=1024x864,mtu=9000,rate=2", "127.0.0.11", 0,
                "receive buffer", "larger than the receive buffer"}),
     [](const auto& fault) { return std::string(fault.param.name); });
+
+/// Sends an empty datagram to every UDP port of the namespace that is bound to all addresses.
+void SendEmptyDatagrams(const CProgram&) {
+    const platform::CSocket socket(platform::OpenUdpSocket());
+    std::ifstream table("/proc/net/udp");
+    for (std::string line; std::getline(table, line);) {
+        const std::size_t any = line.find(": 00000000:");
+        if (any == std::string::npos) continue;
+        const auto port =
+            static_cast<std::uint16_t>(std::stoul(line.substr(any + 11, 4), nullptr, 16));
+        const auto to = platform::MakeSocketAddress(*platform::ParseIpv4("127.0.0.1"), port);
+        EXPECT_EQ(platform::SendDatagram(socket.handle(), "", 0, to), 0);
+    }
+}
+
+// The other commands say the same in short, at once, and without blame for anything else.
+TEST(Host, NamesTheCauseOfWhatFails) {
+    const std::vector<std::string> stream = {"stream", "127.0.0.11", "--json"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), stream.begin(), stream.end());
+        return more;
+    };
+    const struct {
+        const char* camera;  // settings after those of `small`
+        std::vector<std::string> arguments;
+        int status;
+        const char* says;
+        const char* doesNotSay = "firewall";
+        void (*meanwhile)(const CProgram&) = nullptr;
+        const char* firewall = "";
+    } cases[] = {
+        {",loss=0.05", with({"--duration", "2"}), 0, "missing, by the gaps", "net.core"},
+        {",loss=0.05", with({"--duration", "2", "--strict"}), 4, "--strict"},
+        {"", with({"--count", "9", "--strict"}), 0, "", "missing"},
+        {",reorder=1", with({"--duration", "4"}), 4, "out of order"},
+        {",duplicate=1", with({"--duration", "4"}), 4, "out of order"},
+        {"", with({"--duration", "1"}), 4, "does a firewall block it?", "lost", nullptr, "input"},
+        {"", stream, 4, "an empty datagram has ended reception", "firewall", SendEmptyDatagrams},
+        {",size=320x240,rate=20", with({"--size", "320x240", "--duration", "3"}), 0,
+         "KiB requested): this program did not run for", "net.core", StopUntilDatagramsAreDropped},
+        {",quirk=half-rate", with({"--duration", "2"}), 0, "5.0 frames/s instead of the 10.0",
+         "missing"},
+        {",quirk=refuse-play", stream, 1, "it refused PLAY with 500", "another"},
+        {",tree=off", {"formats", "127.0.0.11"}, 1, "refuses connections to TCP port 4554"},
+        {",quirk=silent", {"formats", "127.0.0.11"}, 1, "does not respond; restart", "4554"},
+        {",tree=switched-off", {"formats", "Roof"}, 3, "skipped: RTSP streaming is disabled"},
+        {"", {"set", "127.0.0.11", "Paused=false"}, 1, "was set to false, but is true"},
+        {"", {"set", "127.0.0.11", "FrameRate=5000"}, 1, "node tree refuses it"},
+        {"", {"get", "127.0.0.11", "FrameRate", "--no-tree"}, 1, "leaving out --no-tree"},
+    };
+    for (const auto& row : cases) {
+        if (*row.firewall != 0 && !test::MissingTool("nft list ruleset").empty()) continue;
+        const bool otherSize = Contains(row.camera, "size");
+        const CSimulator camera({(otherSize ? "127.0.0.11" : small) + std::string(row.camera)});
+        std::unique_ptr<CFirewall> firewall;
+        if (*row.firewall != 0) firewall.reset(new CFirewall(row.firewall));
+        std::vector<std::string> words = row.arguments;
+        words.insert(words.begin(), "qmxhost");
+        CProgram host(words);
+        std::string first;
+        if (row.meanwhile != nullptr) {
+            first = host.ReadLine();  // it streams
+            row.meanwhile(host);
+        }
+        const SOutcome outcome = EndOf(host);
+        SCOPED_TRACE(row.says + outcome.output + outcome.errors);
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_TRUE(Contains(outcome.errors, row.says));
+        EXPECT_FALSE(Contains(outcome.errors, row.doesNotSay));
+        if (row.meanwhile != SendEmptyDatagrams) continue;
+        const json summary = json::parse(outcome.output.substr(outcome.output.rfind("{\"kind")));
+        EXPECT_GE(summary["longestGapMs"], 1000);
+        EXPECT_LT(summary["seconds"], 10);  // unless the end is recognised, it takes 10 s
+    }
+}
 
 }  // namespace

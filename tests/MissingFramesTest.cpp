@@ -57,9 +57,6 @@ TEST(MissingFrames, CountsWhatWouldHaveFittedIntoTheGaps) {
         EXPECT_EQ(estimate.count(), row.missing);
         using Milliseconds = std::chrono::duration<double, std::milli>;
         EXPECT_NEAR(Milliseconds(estimate.FrameTime()).count(), row.frameTime, 1);
-        const bool known = row.frameTime > 0;
-        EXPECT_EQ(estimate.CountSilence(duration(1.4 * row.frameTime)), 0u);
-        EXPECT_EQ(estimate.CountSilence(duration(3.2 * row.frameTime)), known ? 2u : 0u);
     }
 }
 
