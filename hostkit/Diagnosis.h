@@ -29,6 +29,12 @@ struct SCounterSteps {
     std::optional<std::uint64_t> interfaceDropped;
 };
 
+/// Traffic of other programs on this machine, per second, measured without a stream.
+struct SBackground {
+    double datagrams = 0;         ///< UDP, read by programs
+    double interfacePackets = 0;  ///< received by the interface towards the camera
+};
+
 struct SStreamMeasurement {
     std::string format;          ///< such as "640x512 raw"
     std::uint64_t rawBytes = 0;  ///< of a frame of this size without compression
@@ -54,7 +60,7 @@ struct SCameraMeasurement {
     platform::EConnect rtspConnect = platform::EConnect::Failed;
     std::optional<int> optionsStatus;  ///< empty without a response
     std::size_t formats = 0;           ///< that the host interface lists
-    double otherDatagrams = 0;         ///< read by programs per second, without a stream
+    SBackground background;
     std::vector<SStreamMeasurement> streams;
 };
 

@@ -24,7 +24,7 @@ std::string ReceiveBufferAdvice(const platform::SReceiveBuffers& buffers, double
         const std::string milliseconds = std::to_string(static_cast<int>(stall * 1000));
         return "this program did not run for " + milliseconds +
                " ms, because it was stopped or the machine was busy; a larger buffer would not "
-               "help: stop it no more, or close other programs";
+               "help: do not stop it, and close programs that keep the machine busy";
     }
     if (!buffers.limit || !buffers.granted || !buffers.initial) {
         return "close programs that keep the machine busy; docs/performance.md shows how to "

@@ -158,10 +158,11 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
                     SFinding& finding) {
     const SCounterSteps& counters = stream.counters;
     const double few = ExpectedDatagrams(stream) / 5;
-    const auto arrived = [&](const std::optional<std::uint64_t>& count) {
-        return static_cast<double>(count.value_or(0)) - camera.otherDatagrams * stream.seconds >
-               few;
+    // More than the other traffic, which varies.
+    const auto arrived = [&](const std::optional<std::uint64_t>& count, double otherPerSecond) {
+        return static_cast<double>(count.value_or(0)) > 2 * otherPerSecond * stream.seconds + few;
     };
+    const SBackground& other = camera.background;
     finding.text = "no frame in " + Decimal(stream.seconds, 1) + " s";
     if (stream.controlClosed) {
         finding.advice = "start the stream again";
@@ -174,16 +175,24 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
     } else if (!counters.datagrams) {
         finding.advice = "check firewalls: RTP comes by UDP to a port that the system picks";
         finding.cause = "The camera accepts the stream, but no frame arrives.";
-    } else if (arrived(counters.datagrams)) {
+    } else if (arrived(counters.datagrams, other.datagrams)) {
         finding.text += ", although " + Count(*counters.datagrams, "datagram") + " arrived";
         finding.advice = "check cables and switches";
         finding.cause =
             "The packets arrive so incompletely, or so out of order, that no frame is complete.";
-    } else if (arrived(counters.interfacePackets)) {
+    } else if (arrived(counters.interfacePackets, other.interfacePackets)) {
         finding.text +=
             ", although the interface received " + Count(*counters.interfacePackets, "packet");
         finding.advice = "allow this program to receive UDP in the firewall of this machine";
         finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
+    } else if (!counters.interfacePackets || other.interfacePackets * stream.seconds > few) {
+        finding.text += ", and no UDP from the camera reached this program";
+        finding.advice =
+            "check firewalls, first that of this machine: RTP comes by UDP to a port that the "
+            "system picks";
+        finding.cause =
+            "The camera accepts the stream, but no UDP from it reaches this program: a firewall "
+            "blocks it, or the camera does not send.";
     } else {
         finding.text += ", and no UDP from the camera reached this machine";
         finding.advice =
@@ -298,7 +307,8 @@ void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& fi
     finding.cause = "Frames are lost before they reach this machine, or the camera skips them.";
 }
 
-SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow, double otherDatagrams) {
+SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
+                     const SBackground& background) {
     SFinding finding = Step(stream, "missing frames");
     const double all = static_cast<double>(stream.arrivals.size() + flow.missing);
     const double share = static_cast<double>(flow.missing) / all;
@@ -307,7 +317,7 @@ SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow, double
                                            Decimal(100 * share, 1) + " %)";
     if (flow.missing == 0) return finding;
     finding.verdict = share >= seriousLoss ? EVerdict::Failed : EVerdict::Warning;
-    ExplainMissing(PlaceOf(stream, flow, otherDatagrams), stream, finding);
+    ExplainMissing(PlaceOf(stream, flow, background.datagrams), stream, finding);
     return finding;
 }
 
@@ -349,7 +359,7 @@ std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
     std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
     if (flow.frameTime <= 0) return findings;  // fewer than two frames
     findings.push_back(RateStep(stream, flow));
-    findings.push_back(MissingStep(stream, flow, camera.otherDatagrams));
+    findings.push_back(MissingStep(stream, flow, camera.background));
     findings.push_back(BufferStep(stream));
     findings.push_back(TimingStep(stream, flow));
     return findings;

@@ -107,11 +107,13 @@ bool DatagramsStayUnread() {
     return true;
 }
 
-double MeasureOtherDatagrams() {
-    const auto before = platform::UdpCounters().received;
+SBackground MeasureBackground(const platform::SRoute& route) {
+    constexpr double samplesPerSecond = 2;
+    const SCounters before(route);
     std::this_thread::sleep_for(500ms);
-    const auto step = StepOf(before, platform::UdpCounters().received);
-    return 2 * static_cast<double>(step.value_or(0));
+    const SCounterSteps steps = StepsOf(before, SCounters(route));
+    return {samplesPerSecond * static_cast<double>(steps.datagrams.value_or(0)),
+            samplesPerSecond * static_cast<double>(steps.interfacePackets.value_or(0))};
 }
 
 SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::SFormat& format,

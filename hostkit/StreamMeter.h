@@ -43,8 +43,7 @@ class CStallWatch {
 /// ended. Takes a twentieth of a second; false if the system does not show it.
 [[nodiscard]] bool DatagramsStayUnread();
 
-/// Returns the number of UDP datagrams per second that programs of this machine read, measured
-/// during half a second.
-[[nodiscard]] double MeasureOtherDatagrams();
+/// Measures the other traffic of this machine during half a second.
+[[nodiscard]] SBackground MeasureBackground(const platform::SRoute& route);
 
 }  // namespace hostkit

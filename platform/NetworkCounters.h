@@ -38,8 +38,7 @@ struct SRoute {
 /// Packets of a network interface since its start.
 struct SInterfaceCounters {
     std::optional<std::uint64_t> received;
-    std::optional<std::uint64_t>
-        dropped;  ///< received, and discarded by the interface or its driver
+    std::optional<std::uint64_t> dropped;  ///< because the interface had no free buffer
 };
 [[nodiscard]] SInterfaceCounters InterfaceCounters(const SRoute& route);
 

@@ -155,7 +155,7 @@ std::optional<SRoute> RouteTo(const std::string& address) {
 
 SInterfaceCounters InterfaceCounters(const SRoute& route) {
     if (route.interfaceName.empty()) return {};
-    // Of this network namespace, unlike those in /sys, which may be of another one.
+    SInterfaceCounters counters;
     std::ifstream table("/proc/net/dev");
     for (std::string line; std::getline(table, line);) {
         const std::size_t colon = line.find(':');
@@ -167,14 +167,14 @@ SInterfaceCounters InterfaceCounters(const SRoute& route) {
         std::istringstream numbers(line.substr(colon + 1));
         std::uint64_t bytes = 0;
         std::uint64_t packets = 0;
-        std::uint64_t errors = 0;
-        std::uint64_t drops = 0;
-        std::uint64_t overruns = 0;
-        if (numbers >> bytes >> packets >> errors >> drops >> overruns) {
-            return {packets, drops + overruns};
-        }
+        if (numbers >> bytes >> packets) counters.received = packets;
     }
-    return {};
+    // The column "drop" of that table also counts packets of protocols that nothing here uses.
+    const std::string folder = "/sys/class/net/" + route.interfaceName + "/statistics/";
+    const auto missed = NumberIn(folder + "rx_missed_errors");
+    const auto overruns = NumberIn(folder + "rx_fifo_errors");
+    if (missed && overruns) counters.dropped = *missed + *overruns;
+    return counters;
 }
 
 EConnect TryConnect(const std::string& address, std::uint16_t port, std::uint32_t milliseconds) {

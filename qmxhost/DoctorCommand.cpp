@@ -53,7 +53,7 @@ void MeasureStreams(CPluginHost& host, const SDoctorOptions& options,
     const std::uint32_t flags = tree ? openTree | openStream : openStream;
     const auto formats = FormatsOf(host, measured.address, flags);
     measured.formats = formats.size();
-    if (!formats.empty()) measured.otherDatagrams = MeasureOtherDatagrams();
+    if (!formats.empty()) measured.background = MeasureBackground(*measured.route);
     for (const auto& format : formats) {
         if (platform::StopRequested()) return;
         PrintHint("streaming " + std::to_string(format.width) + "x" +
