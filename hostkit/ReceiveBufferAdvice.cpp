@@ -10,11 +10,11 @@ std::string Kibibytes(std::uint64_t bytes) { return std::to_string(bytes / kibib
 }  // namespace
 
 std::string ReceiveBufferText(const platform::SReceiveBuffers& buffers) {
-    std::string text = buffers.granted ? Kibibytes(*buffers.granted) : "an unknown size";
-    if (buffers.initial) {
-        text += " of " + Kibibytes(requestedBuffers * *buffers.initial) + " requested";
-    }
-    return text;
+    const std::string requested =
+        buffers.initial ? Kibibytes(requestedBuffers * *buffers.initial) + " requested"
+                        : "requested size unknown";
+    if (!buffers.granted) return requested + ", granted size unknown";
+    return Kibibytes(*buffers.granted) + (buffers.initial ? " of " : ", ") + requested;
 }
 
 std::string ReceiveBufferAdvice(const platform::SReceiveBuffers& buffers, double stall) {

@@ -100,8 +100,8 @@ EConnect TryConnect(const std::string& address, std::uint16_t port, std::uint32_
     // Not WSAPoll, which before Windows 10 2004 does not report a failed connection.
     fd_set made{1, {SystemSocket(socket)}};
     fd_set failed = made;
-    const timeval limit{static_cast<long>(milliseconds / 1000),
-                        static_cast<long>(milliseconds % 1000 * 1000)};
+    timeval limit{static_cast<long>(milliseconds / 1000),
+                  static_cast<long>(milliseconds % 1000 * 1000)};
     if (::select(0, nullptr, &made, &failed, &limit) != 1) return EConnect::NoResponse;
     int error = 0;
     int size = sizeof(error);
