@@ -83,7 +83,7 @@ SFinding RtspStep(const SCameraMeasurement& measured) {
         finding.cause = camera + "accepts RTSP connections, but does not respond to requests.";
     } else if (*measured.optionsStatus != 200) {
         finding.text = "refuses OPTIONS with status " + std::to_string(*measured.optionsStatus);
-        finding.advice = "is it a camera of this kind?";
+        finding.advice = "check that it is a camera of this kind";
         finding.cause = camera + "refuses the first RTSP request.";
     } else if (measured.formats == 0) {
         finding.text = "responds, but describes neither a raw nor a JPEG-LS stream";

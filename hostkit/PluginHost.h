@@ -28,7 +28,8 @@ class CPluginHost {
     [[nodiscard]] qmx::cam::IInterface& interfaceObject() const noexcept { return *object; }
     /// Returns all cameras on the network. Blocks for the search; fails if it cannot run.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
-    /// Returns the description of a camera. An address needs no search, a name does.
+    /// Returns the description of a camera. An address needs no search, a name does. If the camera is
+    /// announced but cannot stream, the failure names the reason.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);
     [[nodiscard]] qmx::TSharedPtr<qmx::cam::IDevice> NewDevice();
 

@@ -13,6 +13,8 @@ using frames::Clock;
 constexpr double sufficientRate = 0.9;
 /// Share of missing frames from which on the step fails.
 constexpr double seriousLoss = 0.01;
+/// Fewer frames do not show the frame time.
+constexpr std::size_t fewestFrames = 5;
 /// Intervals longer than this, in frame times, have a frame missing.
 constexpr double gapFrom = 1.5;
 /// If less than this share of the datagrams of the missing frames has arrived, none was sent.
@@ -310,6 +312,14 @@ void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& fi
 SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
                      const SBackground& background) {
     SFinding finding = Step(stream, "missing frames");
+    if (stream.arrivals.size() < fewestFrames && flow.missing == 0) {
+        finding.verdict = EVerdict::Warning;
+        finding.text = "unknown, because only " + Count(stream.arrivals.size(), "frame") +
+                       (stream.arrivals.size() == 1 ? " has" : " have") + " arrived";
+        finding.advice = "measure longer, with --seconds";
+        finding.cause = "Too few frames have arrived to judge the stream; measure longer.";
+        return finding;
+    }
     const double all = static_cast<double>(stream.arrivals.size() + flow.missing);
     const double share = static_cast<double>(flow.missing) / all;
     finding.text = flow.missing == 0 ? "none"
@@ -357,11 +367,11 @@ std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
                                      const SCameraMeasurement& camera) {
     const SFlow flow = Analyse(stream);
     std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
-    if (flow.frameTime <= 0) return findings;  // fewer than two frames
-    findings.push_back(RateStep(stream, flow));
+    if (stream.arrivals.empty()) return findings;
+    if (stream.arrivals.size() > 1) findings.push_back(RateStep(stream, flow));
     findings.push_back(MissingStep(stream, flow, camera.background));
     findings.push_back(BufferStep(stream));
-    findings.push_back(TimingStep(stream, flow));
+    if (stream.arrivals.size() > 1) findings.push_back(TimingStep(stream, flow));
     return findings;
 }
 

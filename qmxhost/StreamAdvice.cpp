@@ -19,7 +19,7 @@ std::string DoctorHint(const std::string& camera) {
 std::string MissingMessage(const SStreamSummary& summary) {
     const std::uint64_t missing = summary.totals.missing;
     std::string text = "about " + Frames(missing) + " of camera " + summary.camera +
-                       (missing == 1 ? " is" : " are") + " missing, by the gaps between frames";
+                       (missing == 1 ? " is" : " are") + " missing (estimated from the gaps)";
     if (summary.droppedDatagrams.value_or(0) != 0) return text;
     text += summary.droppedDatagrams ? ", and this system dropped no datagram"
                                      : "; whether this system dropped datagrams is unknown";

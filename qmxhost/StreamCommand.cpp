@@ -22,10 +22,12 @@ using SFormat = qmx::cam::IDevice::SFormat;
 constexpr std::chrono::seconds longestSilence = 10s;
 /// The same once it is known that the stream or the reception has ended.
 constexpr std::chrono::seconds longestSilenceAfterTheEnd = 1s;
-/// Silence that is reported, before the first frame and after it, and in frame times.
+/// Silence that is reported, before the second frame and after it, and in frame times.
 constexpr std::chrono::seconds reportedSilenceAtStart = 3s;
 constexpr std::chrono::seconds reportedSilence = 1s;
 constexpr int reportedFrameTimes = 5;
+/// The frame rate of a camera that promises none, until frames show it.
+constexpr double slowestReportedRate = 2;
 /// A slow camera is silent for longer: this many of its frame times are allowed.
 constexpr double silentFrameTimes = 3;
 /// Lowest frame rate that the calculation of the silence uses.
@@ -66,6 +68,7 @@ class CStream {
     [[nodiscard]] EEnd Watch();
     void HandleOneFrame(std::chrono::milliseconds limit);
     void LookAtControl();
+    [[nodiscard]] frames::Clock::duration LimitOfSilence(const frames::SFrameTotals& totals) const;
     void LookAtSilence(const frames::SFrameTotals& totals, frames::Clock::duration silence);
     [[nodiscard]] frames::Clock::duration LongestSilence(const frames::SFrameTotals& totals) const;
     void Stop();
@@ -176,6 +179,19 @@ void CStream::LookAtControl() {
                "the session");
 }
 
+/// Returns the silence that is reported: some frame times, as far as they are known.
+frames::Clock::duration CStream::LimitOfSilence(const frames::SFrameTotals& totals) const {
+    const std::chrono::duration<double> promised(1 / promisedRate.value_or(slowestReportedRate));
+    const bool fewFrames = totals.frames < 2;
+    const auto frameTime =
+        totals.frameTime > frames::Clock::duration::zero()
+            ? totals.frameTime
+            : std::max(totals.longestGap,
+                       std::chrono::duration_cast<frames::Clock::duration>(promised));
+    return std::max<frames::Clock::duration>(fewFrames ? reportedSilenceAtStart : reportedSilence,
+                                             reportedFrameTimes * frameTime);
+}
+
 /// Reports a silence once, while it lasts.
 void CStream::LookAtSilence(const frames::SFrameTotals& totals, frames::Clock::duration silence) {
     const std::uint64_t number = totals.frames + totals.skipped;
@@ -184,10 +200,7 @@ void CStream::LookAtSilence(const frames::SFrameTotals& totals, frames::Clock::d
         silenceReported = false;
         readBeforeSilence = platform::UdpCounters().received;
     }
-    const bool cadenceKnown = totals.frameTime > frames::Clock::duration::zero();
-    const auto limit = std::max<frames::Clock::duration>(
-        number == 0 ? reportedSilenceAtStart : reportedSilence,
-        reportedFrameTimes * (cadenceKnown ? totals.frameTime : totals.longestGap));
+    const auto limit = LimitOfSilence(totals);
     if (silenceReported || silence < limit) return;
     silenceReported = true;
     LookAtControl();
@@ -262,16 +275,15 @@ EExit CStream::Conclude(EEnd end) {
     // At the end of a complete stream no further frame was waited for.
     const frames::SFrameTotals totals =
         end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
-    SStreamSummary summary{camera.address(),
-                           FormatText(),
-                           totals,
-                           {},
-                           {},
-                           options.save.target,
-                           DroppedMeanwhile(),
-                           buffers,
-                           stalls.LongestStall(),
-                           promisedRate};
+    SStreamSummary summary;
+    summary.camera = camera.address();
+    summary.format = FormatText();
+    summary.totals = totals;
+    summary.savedTo = options.save.target;
+    summary.droppedDatagrams = DroppedMeanwhile();
+    summary.buffers = buffers;
+    summary.longestStall = stalls.LongestStall();
+    summary.promisedRate = promisedRate;
     if (options.check) summary.check = checker.totals();
     if (saver) summary.saved = saver->totals();
     Attempt([&] { report.Summary(summary); });

@@ -153,9 +153,11 @@ INSTANTIATE_TEST_SUITE_P(
                "this program did not run for", "", false, true},
         SFault{"SlowCamera", base + ",quirk=half-rate", "127.0.0.11", 1, "frame rate",
                "only 5.0 frames/s instead of the 10.0"},
+        SFault{"TooShort", "127.0.0.11,size=64x48,rate=1", "127.0.0.11", 0, "missing frames",
+               "measure longer"},
         SFault{"CameraSkips", base + ",quirk=skip-frames", "127.0.0.11", 1, "missing frames",
                "The camera skips frames"},
-        SFault{"FrameBeyondBuffer", "127.0.0.11,size=1024x864,mtu=9000,rate=2", "127.0.0.11", 0,
+        SFault{"FrameBeyondBuffer", "127.0.0.11,size=1024x864,mtu=9000,rate=4", "127.0.0.11", 0,
                "receive buffer", "larger than the receive buffer"}),
     [](const auto& fault) { return std::string(fault.param.name); });
 
@@ -189,7 +191,8 @@ TEST(Host, NamesTheCauseOfWhatFails) {
         void (*meanwhile)(const CProgram&) = nullptr;
         const char* firewall = "";
     } cases[] = {
-        {",loss=0.05", with({"--duration", "2"}), 0, "missing, by the gaps", "net.core"},
+        {",loss=0.05", with({"--duration", "2"}), 0, "missing (estimated from the gaps)",
+         "net.core"},
         {",loss=0.05", with({"--duration", "2", "--strict"}), 4, "--strict"},
         {"", with({"--count", "9", "--strict"}), 0, "", "missing"},
         {",reorder=1", with({"--duration", "4"}), 4, "out of order"},
