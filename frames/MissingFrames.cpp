@@ -7,8 +7,8 @@ namespace frames {
 namespace {
 
 constexpr std::size_t fewest = 4;
-/// Intervals that differ from the frame time by less than this share have no frame missing.
-constexpr double tolerance = 0.25;
+/// Intervals shorter than the upper quartile by this factor belong to a burst.
+constexpr int burst = 8;
 /// Share of a frame's lateness that still counts at the next frame. The rest is forgotten, so that
 /// a small error of the frame time does not add up to a missing frame.
 constexpr double memory = 0.9;
@@ -30,22 +30,26 @@ void CMissingFrames::SSchedule::Add(Clock::duration interval, Clock::duration fr
 Clock::duration CMissingFrames::FrameTime() const {
     const std::size_t known = std::min(intervals, remembered);
     if (known < fewest) return {};
-    auto sorted = latest;
-    std::sort(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(known));
+    auto all = latest;
+    const auto end = all.begin() + static_cast<std::ptrdiff_t>(known);
+    std::sort(all.begin(), end);
+    // Frames that come in a burst, such as those that waited in a buffer, say nothing.
+    const auto begin = std::lower_bound(all.begin(), end, all[known * 3 / 4] / burst);
     // The median, unless most intervals contain missing frames: the lower quartile is then half or
-    // a third of it. Frames that come in bursts have a far smaller one.
-    const Clock::duration quartile = sorted[known / 4];
-    const Clock::duration median = sorted[known / 2];
+    // a third of it.
+    const Clock::duration quartile = begin[(end - begin) / 4];
+    const Clock::duration median = begin[(end - begin) / 2];
     const bool sparse = median > quartile * 5 / 3 && median < quartile * 7 / 2;
     const Clock::duration typical = sparse ? quartile : median;
+    if (typical <= Clock::duration::zero()) return {};
+    // Jitter makes it inexact; the total time and the whole frames in it do not depend on jitter.
     Clock::duration sum{};
-    std::int64_t like = 0;
-    for (std::size_t i = 0; i < known; ++i) {
-        if (std::abs(Ratio(sorted[i], typical) - 1) > tolerance) continue;
-        sum += sorted[i];
-        ++like;
+    std::int64_t frames = 0;
+    for (auto each = all.begin(); each != end; ++each) {
+        sum += *each;
+        frames += std::llround(Ratio(*each, typical));
     }
-    return like == 0 ? typical : sum / like;
+    return sum / frames;
 }
 
 void CMissingFrames::Add(Clock::duration interval) {

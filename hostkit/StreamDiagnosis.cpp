@@ -95,10 +95,12 @@ SFlow Analyse(const SStreamMeasurement& stream) {
         flow.frameTime = sum / static_cast<double>(intervals.size());
     }
     flow.missing = estimate.count();
-    // Where most frames are missing, their intervals do not show the frame time.
+    // Where most frames are missing, or come in one burst, their intervals do not show the frame
+    // time.
     const double promised = 1 / stream.promisedRate.value_or(1e9);
-    if (stream.promisedRate && flow.frameTime > gapFrom * promised &&
-        !IsRegular(intervals, flow.frameTime)) {
+    const bool sparse = flow.frameTime > gapFrom * promised;
+    const bool dense = flow.frameTime < promised / gapFrom;
+    if (stream.promisedRate && (sparse || dense) && !IsRegular(intervals, flow.frameTime)) {
         flow.frameTime = promised;
         const double expected = sum / promised;
         flow.missing = static_cast<std::uint64_t>(
@@ -132,7 +134,8 @@ EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double other
     if (flow.datagramsPerFrame < 2) return EPlace::Unknown;
     const double sent = flow.datagramsPerFrame * missing;
     if (flow.datagramsInGaps < someArrived * sent) return EPlace::NotSent;
-    const bool exact = flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
+    const bool exact =
+        stream.raw && flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
     if (!exact) return EPlace::Incomplete;
     return flow.datagramsInGaps > sent - missing / 2 ? EPlace::Disordered : EPlace::Network;
 }
@@ -187,7 +190,8 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
             ", although the interface received " + Count(*counters.interfacePackets, "packet");
         finding.advice = "allow this program to receive UDP in the firewall of this machine";
         finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
-    } else if (!counters.interfacePackets || other.interfacePackets * stream.seconds > few) {
+    } else if (!counters.interfacePackets ||
+               other.interfacePackets * stream.seconds > ExpectedDatagrams(stream)) {
         finding.text += ", and no UDP from the camera reached this program";
         finding.advice =
             "check firewalls, first that of this machine: RTP comes by UDP to a port that the "

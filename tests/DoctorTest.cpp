@@ -27,6 +27,9 @@ using test::WaitFor;
 
 constexpr const char* small = "127.0.0.11,name=Roof,size=64x48,rate=10";
 
+/// Bytes of the frame that exceeds the usual receive buffer.
+constexpr std::uint64_t largeFrame = 2 * 1024 * 864;
+
 /// Discards UDP at a hook of the namespace's firewall, except multicast DNS, during its lifetime.
 class CFirewall {
    public:
@@ -94,6 +97,10 @@ TEST_P(Doctor, NamesTheFault) {
     const SFault& fault = GetParam();
     const std::string missing = *fault.firewall != 0 ? test::MissingTool("nft list ruleset") : "";
     if (!missing.empty()) GTEST_SKIP() << missing;
+    const std::uint64_t requested = 8 * *platform::ReceiveBuffers().initial;
+    if (fault.troubled == std::string("receive buffer") && requested > largeFrame) {
+        GTEST_SKIP() << "net.core.rmem_default is so large that the frame fits into the buffer";
+    }
     std::unique_ptr<CSimulator> camera;
     if (!fault.camera.empty()) camera.reset(new CSimulator({fault.camera}));
     std::unique_ptr<CFirewall> firewall;
@@ -144,15 +151,14 @@ INSTANTIATE_TEST_SUITE_P(
         SFault{"FirewallOnTheWay", base, "127.0.0.11", 1, "stream",
                "no UDP from it reaches this machine", "output"},
         SFault{"LossBefore", base + ",loss=0.05", "127.0.0.11", 1, "missing frames",
-               "lost before they reach this machine"},
+               "Packets are lost"},
         SFault{"LossOfCodedFrames", base + ",streams=mjls,mtu=300,loss=0.05", "127.0.0.11", 1,
                "missing frames", "before they reach this machine"},
-        SFault{"Disorder", base + ",reorder=0.05", "127.0.0.11", 1, "missing frames",
-               "reorders or repeats"},
+        SFault{"Disorder", base + ",reorder=0.05", "127.0.0.11", 1, "missing frames", "reorder"},
         SFault{"HostStopped", "127.0.0.11,size=320x240,rate=20", "127.0.0.11", 1, "missing frames",
                "this program did not run for", "", false, true},
         SFault{"SlowCamera", base + ",quirk=half-rate", "127.0.0.11", 1, "frame rate",
-               "only 5.0 frames/s instead of the 10.0"},
+               "instead of the 10.0"},
         SFault{"TooShort", "127.0.0.11,size=64x48,rate=1", "127.0.0.11", 0, "missing frames",
                "measure longer"},
         SFault{"CameraSkips", base + ",quirk=skip-frames", "127.0.0.11", 1, "missing frames",
@@ -201,8 +207,7 @@ TEST(Host, NamesTheCauseOfWhatFails) {
         {"", stream, 4, "an empty datagram has ended reception", "firewall", SendEmptyDatagrams},
         {",size=320x240,rate=20", with({"--size", "320x240", "--duration", "3"}), 0,
          "KiB requested): this program did not run for", "net.core", StopUntilDatagramsAreDropped},
-        {",quirk=half-rate", with({"--duration", "2"}), 0, "5.0 frames/s instead of the 10.0",
-         "missing"},
+        {",quirk=half-rate", with({"--duration", "2"}), 0, "instead of the 10.0", "missing"},
         {",quirk=refuse-play", stream, 1, "it refused PLAY with 500", "another"},
         {",tree=off", {"formats", "127.0.0.11"}, 1, "refuses connections to TCP port 4554"},
         {",quirk=silent", {"formats", "127.0.0.11"}, 1, "does not respond; restart", "4554"},
