@@ -29,7 +29,10 @@ struct SFlow {
     std::uint64_t missing = 0;
     double datagramsPerFrame = 0;  ///< 0 if unknown
     bool equalFrames = false;      ///< all frames have that many datagrams
-    double datagramsInGaps = 0;    ///< beyond those of the frame that ended the gap
+    // Missing frames by the datagrams of their gap, beyond those of the frame that ended it.
+    double withoutDatagrams = 0;
+    double withSome = 0;
+    double withAll = 0;
 };
 
 struct SInterval {
@@ -74,7 +77,14 @@ void CountDatagrams(const std::vector<SInterval>& intervals, SFlow& flow) {
                        0.8 * static_cast<double>(whole.size());
     for (const SInterval& each : intervals) {
         if (each.seconds < gapFrom * flow.frameTime) continue;
-        flow.datagramsInGaps += std::max(*each.datagrams - flow.datagramsPerFrame, 0.0);
+        const double missing = std::round(each.seconds / flow.frameTime) - 1;
+        const double sent = flow.datagramsPerFrame * missing;
+        const double arrived = *each.datagrams - flow.datagramsPerFrame;
+        // A frame that is missing by loss has lost at least one datagram.
+        double& kind = arrived < someArrived * sent    ? flow.withoutDatagrams
+                       : arrived <= sent - missing / 2 ? flow.withSome
+                                                       : flow.withAll;
+        kind += missing;
     }
 }
 
@@ -132,12 +142,12 @@ EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double other
     }
     // A frame of a single datagram leaves no trace.
     if (flow.datagramsPerFrame < 2) return EPlace::Unknown;
-    const double sent = flow.datagramsPerFrame * missing;
-    if (flow.datagramsInGaps < someArrived * sent) return EPlace::NotSent;
+    // A busy camera may skip a frame besides, so that the majority decides.
+    if (flow.withoutDatagrams > flow.withSome + flow.withAll) return EPlace::NotSent;
     const bool exact =
         stream.raw && flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
     if (!exact) return EPlace::Incomplete;
-    return flow.datagramsInGaps > sent - missing / 2 ? EPlace::Disordered : EPlace::Network;
+    return flow.withAll > flow.withSome ? EPlace::Disordered : EPlace::Network;
 }
 
 SFinding Step(const SStreamMeasurement& stream, const char* name) {

@@ -110,7 +110,7 @@ TEST_P(Doctor, NamesTheFault) {
         other.reset(new CProgram({"qmxhost", "stream", fault.examined, "--json"}));
         EXPECT_FALSE(other->ReadLine().empty());  // it streams
     }
-    CProgram doctor({"qmxhost", "doctor", fault.examined, "--seconds", "2", "--json"});
+    CProgram doctor({"qmxhost", "doctor", fault.examined, "--seconds", "3", "--json"});
     if (fault.stop) StopUntilDatagramsAreDropped(doctor);
     const SOutcome outcome = EndOf(doctor);
     SCOPED_TRACE(outcome.output + outcome.errors);
@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(
                "measure longer"},
         SFault{"CameraSkips", base + ",quirk=skip-frames", "127.0.0.11", 1, "missing frames",
                "The camera skips frames"},
-        SFault{"FrameBeyondBuffer", "127.0.0.11,size=1024x864,mtu=9000,rate=4", "127.0.0.11", 0,
+        SFault{"FrameBeyondBuffer", "127.0.0.11,size=1024x864,mtu=9000,rate=2", "127.0.0.11", 0,
                "receive buffer", "larger than the receive buffer"}),
     [](const auto& fault) { return std::string(fault.param.name); });
 
