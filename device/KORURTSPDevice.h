@@ -112,7 +112,7 @@ class CKORURTSPDevice final : public IDevice {
     /// Starts the stream of the format that was set. Returns false, with a line in the log, when a
     /// step fails; a stream that exists, playing or paused, and a null callback are refused with a
     /// line and nothing changed. Throws `std::system_error` when a thread cannot be created, and
-    /// `std::bad_alloc`; neither a thread nor, where the camera answers, a session remains then.
+    /// `std::bad_alloc`; neither a thread nor, where the camera responds, a session remains then.
     bool StartContinuous(FrameCallback callback, void* context) override;
     /// Stops a playing stream and returns true; no callback runs afterwards. Returns false, and
     /// does nothing, when the session is not playing, which includes a paused one.

@@ -1,4 +1,4 @@
-/// Decodes coded frames. A frame comes from the network: whatever it contains, the result is a
+/// Decodes coded frames. Frames come from the network and may contain anything: the result is a
 /// picture or nothing.
 #pragma once
 

@@ -19,6 +19,7 @@ void CFrameStatistics::Add(std::uint32_t length, Clock::time_point when) {
         totals.first = when;
     } else if (!pauseExpected) {
         totals.longestGap = std::max(totals.longestGap, when - totals.last);
+        missing.Add(when - totals.last);
     }
     pauseExpected = false;
     totals.last = when;
@@ -40,11 +41,22 @@ void CFrameStatistics::AddNotKept() {
 void CFrameStatistics::ExpectPause() {
     const std::lock_guard guard(lock);
     pauseExpected = true;
+    missingBefore += missing.count();
+    missing = {};
 }
 
 SFrameTotals CFrameStatistics::Totals() const {
     const std::lock_guard guard(lock);
-    return totals;
+    SFrameTotals result = totals;
+    result.missing = missingBefore + missing.count();
+    result.frameTime = missing.FrameTime();
+    return result;
+}
+
+SFrameTotals CFrameStatistics::TotalsAt(Clock::time_point end) const {
+    SFrameTotals result = Totals();
+    if (result.frames != 0) result.longestGap = std::max(result.longestGap, end - result.last);
+    return result;
 }
 
 SFrameRates RatesBetween(const SFrameTotals& earlier, const SFrameTotals& later,

@@ -5,18 +5,20 @@
 #include <cstdint>
 #include <mutex>
 
-namespace frames {
+#include "MissingFrames.h"
 
-using Clock = std::chrono::steady_clock;
+namespace frames {
 
 struct SFrameTotals {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
     std::uint64_t skipped = 0;
     std::uint64_t notKept = 0;  ///< counted, but the queue was full
+    std::uint64_t missing = 0;  ///< estimated from the gaps between frames
     Clock::time_point first{};
     Clock::time_point last{};  ///< of any frame, including skipped ones
     Clock::duration longestGap{};
+    Clock::duration frameTime{};  ///< while no frame is missing; 0 if unknown
 };
 
 struct SFrameRates {
@@ -30,15 +32,19 @@ class CFrameStatistics {
     void Add(std::uint32_t length, Clock::time_point when);
     void AddSkipped(Clock::time_point when);
     void AddNotKept();
-    /// Excludes the time until the next frame from the gaps, because the stream was stopped on
-    /// purpose.
+    /// Excludes the time until the next frame from the gaps, because the stream is stopped on
+    /// purpose or changes its rate.
     void ExpectPause();
     [[nodiscard]] SFrameTotals Totals() const;
+    /// Like `Totals`, at the end of a stream: the time since the last frame counts as a gap.
+    [[nodiscard]] SFrameTotals TotalsAt(Clock::time_point end) const;
 
    private:
     mutable std::mutex lock;
     SFrameTotals totals;
     bool pauseExpected = false;
+    CMissingFrames missing;
+    std::uint64_t missingBefore = 0;  // until the last expected pause
 };
 
 /// Returns the rates between two snapshots.

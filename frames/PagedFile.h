@@ -1,4 +1,4 @@
-/// A file that grows by pages and is valid after each of them, whatever happens to the process.
+/// A file that grows by pages and is valid after each of them, even if the process is killed.
 #pragma once
 
 #include <cstddef>

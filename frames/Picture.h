@@ -26,8 +26,8 @@ struct SColourPicture {
 using Picture = std::variant<SGreyPicture, SColourPicture>;
 
 /// Converts a raw frame: 16-bit little-endian pixels in rows of `width`. The number of rows follows
-/// from the length; a partial last row is filled with its last pixel. A frame without a complete
-/// pixel gives an empty picture.
+/// from the length; a partial last row is filled with its last pixel. The picture of a
+/// frame without a complete pixel is empty.
 [[nodiscard]] SGreyPicture RawPicture(std::span<const std::uint8_t> frame, std::uint32_t width);
 /// The same, into a picture whose memory is reused.
 void ReadRawPicture(SGreyPicture& picture, std::span<const std::uint8_t> frame,

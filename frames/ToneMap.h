@@ -41,9 +41,9 @@ class CHistogram {
 class CAutomaticLevels {
    public:
     /// Moves the levels towards those of the histogram, by a share that depends on the time since
-    /// the last call, in seconds. The first call takes them over.
+    /// the last call, in seconds. The first call uses them unchanged.
     SLevels Follow(const CHistogram& histogram, double percent, double seconds);
-    /// Makes the next call take the levels over.
+    /// Makes the next call use the levels of its histogram unchanged.
     void Restart() noexcept { levels.reset(); }
 
    private:

@@ -121,7 +121,7 @@ void CRun::CheckFrame(Bytes frame, const SRtpPacket& last) {
         FUZZ_REQUIRE(std::memchr(frame.data(), unwritten, frame.size()) == nullptr);
     }
     // A coded frame depends only on its own packets, so a new depacketizer assembles the same one.
-    // A raw frame keeps old bytes in place of missing lines.
+    // In a raw frame, lines that are missing keep their old bytes.
     if (type == EStreamType::Zraw || frame.size() > comparedMost) return;
     CFrameAssembler fresh(static_cast<std::uint32_t>(type));
     for (std::size_t i = 0; i < sinceFrame.size(); ++i) {

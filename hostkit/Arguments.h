@@ -1,5 +1,5 @@
-/// Parses the words of a command line or a shell command. A text that does not match completely
-/// gives no value.
+/// Parses the words of a command line or a shell command. The parsers return
+/// nothing for a text that does not match completely.
 #pragma once
 
 #include <cstdint>

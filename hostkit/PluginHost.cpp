@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "Arguments.h"
+#include "CameraProbe.h"
 #include "Failure.h"
 #include "NetworkState.h"
 #include "Process.h"
@@ -46,6 +47,18 @@ std::string NamesOf(const std::vector<SDeviceInfo>& cameras) {
         names += Printable(ParameterText(info, "Name")) + " (" + ParameterText(info, "IP") + ")";
     }
     return names.empty() ? "no camera at all" : names;
+}
+
+/// Fails for a camera that is announced but not listed, with the reason.
+void FailIfSkipped(const std::string& camera) {
+    for (const SAnnouncement& announced : AnnouncedCameras()) {
+        if (announced.name != camera) continue;
+        const std::string why = TreeObstacle(ProbeTree(announced.address).state);
+        throw CFailure(EExit::NoCamera,
+                       "camera '" + camera + "' is announced at " + announced.address +
+                           (why.empty() ? ", but the search has missed it; try again"
+                                        : ", but is skipped: " + why));
+    }
 }
 
 /// Receives one found camera; see `IInterface::DeviceSink`.
@@ -121,6 +134,7 @@ SDeviceInfo CPluginHost::Find(const std::string& camera) {
         match = &info;
     }
     if (match != nullptr) return *match;
+    FailIfSkipped(camera);
     throw CFailure(EExit::NoCamera, "no camera named '" + camera + "'; found: " + NamesOf(cameras) +
                                         "; a camera can also be named by its address");
 }
@@ -138,11 +152,8 @@ COpenCamera::COpenCamera(CPluginHost& host, const std::string& camera, std::uint
         throw CFailure(EExit::Failed, "the plug-in returned no device for camera " + camera);
     if (device->Open(info, flags)) return;
     // The plug-in reports the failed step only in the log.
-    const bool withTree = (flags & openTree) != 0;
-    throw CFailure(
-        EExit::Failed,
-        "cannot open camera " + camera + ": the lines above name the step; try 'qmxhost list'" +
-            (withTree ? ", or --no-tree to connect without the node tree (port 4554)" : ""));
+    throw CFailure(EExit::Failed, "cannot open camera " + camera + ": " +
+                                      OpenObstacle(addressText, (flags & openTree) != 0));
 }
 
 COpenCamera::~COpenCamera() { device->Close(); }

@@ -33,7 +33,8 @@ class CPluginHost {
     /// Returns all cameras on the network. Blocks for the search; fails if it cannot run.
     [[nodiscard]] std::vector<qmx::cam::SDeviceInfo> Enumerate();
     /// Returns the description of a camera. A name needs a search, unless the last one has just
-    /// found it; an address does not.
+    /// found it; an address does not. If the camera is announced but cannot stream, the failure
+    /// names the reason.
     [[nodiscard]] qmx::cam::SDeviceInfo Find(const std::string& camera);
     [[nodiscard]] qmx::TSharedPtr<qmx::cam::IDevice> NewDevice();
 

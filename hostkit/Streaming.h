@@ -1,16 +1,19 @@
 /// Starts streams.
 #pragma once
 
+#include <string>
+
 #include "PluginHost.h"
 #include "qmxcam.h"
 
 namespace hostkit {
 
 /// Sets the frame rate of an open camera, in frames per second. Throws a `CFailure` if the camera
-/// refuses.
-void SetFrameRate(COpenCamera& camera, double framesPerSecond);
+/// refuses. `withTree` is true if the camera was opened with its node tree.
+void SetFrameRate(COpenCamera& camera, double framesPerSecond, bool withTree);
 
-/// Starts a stream in a format of the camera's catalogue. Throws a `CFailure` if that fails.
+/// Starts a stream in a format of the camera's catalogue. Throws a `CFailure` that names the reason
+/// if that fails.
 void StartStream(COpenCamera& camera, const qmx::cam::IDevice::SFormat& format,
                  qmx::cam::FrameCallback callback, void* context);
 

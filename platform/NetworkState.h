@@ -1,5 +1,5 @@
-/// The network of this process as the system sees it: limits, connections, dropped datagrams. The
-/// plug-in does not use it.
+/// The network of this process as the system sees it: limits and connections. The plug-in does not
+/// use it.
 #pragma once
 
 #include <cstddef>
@@ -23,11 +23,5 @@ inline constexpr std::size_t searchDescriptors = 6;
 /// Returns whether this process has an open TCP connection to a dotted address, or nothing if the
 /// system does not report that.
 [[nodiscard]] std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port);
-
-/// Returns the number of UDP datagrams, of all programs, that the system has dropped since its
-/// start because a receive buffer was full, or nothing if it does not count them.
-[[nodiscard]] std::optional<std::uint64_t> DroppedDatagrams();
-/// Returns a sentence for the user on how to enlarge a receive buffer.
-[[nodiscard]] std::string ReceiveBufferAdvice();
 
 }  // namespace platform

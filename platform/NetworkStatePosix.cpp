@@ -10,9 +10,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -84,31 +81,6 @@ std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port
         if (IsOpenConnection(std::atoi(entry->path().filename().c_str()), to)) return true;
     }
     return error ? std::nullopt : std::optional(false);
-}
-
-std::optional<std::uint64_t> DroppedDatagrams() {
-    // A line of names and a line of numbers. Their order differs between kernels.
-    constexpr std::string_view wanted = "RcvbufErrors";
-    std::ifstream table("/proc/net/snmp");
-    std::string line;
-    std::string below;
-    while (std::getline(table, line) && std::getline(table, below)) {
-        if (!line.starts_with("Udp:")) continue;
-        std::istringstream names(line);
-        std::istringstream numbers(below);
-        std::string name;
-        std::string number;
-        while (names >> name && numbers >> number) {
-            std::uint64_t count = 0;
-            if (name == wanted && std::istringstream(number) >> count) return count;
-        }
-    }
-    return std::nullopt;
-}
-
-std::string ReceiveBufferAdvice() {
-    return "raise net.core.rmem_max (sysctl), or run with CAP_NET_ADMIN, which lets the plug-in "
-           "exceed it";
 }
 
 }  // namespace platform

@@ -46,14 +46,4 @@ std::optional<bool> IsConnectedTo(const std::string& address, std::uint16_t port
     });
 }
 
-std::optional<std::uint64_t> DroppedDatagrams() {
-    return std::nullopt;  // the system counts them together with datagrams that were dropped for
-                          // other reasons
-}
-
-std::string ReceiveBufferAdvice() {
-    return "Windows limits such a buffer only by memory; close the programs that keep the machine "
-           "busy";
-}
-
 }  // namespace platform

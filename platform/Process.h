@@ -1,12 +1,19 @@
 /// The running program: its folder, standard streams and stop signals. The plug-in does not use it.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace platform {
 
 /// Returns the folder of the running program, or an empty text if the system does not know it.
 [[nodiscard]] std::string ProgramFolder();
+/// Runs another program of this folder, named without an extension, with these arguments, and
+/// returns its exit status, or nothing if it cannot be started. On POSIX it replaces this process
+/// instead, so that signals reach it.
+[[nodiscard]] std::optional<int> RunBeside(const std::string& name,
+                                           const std::vector<std::string>& arguments);
 /// Returns true if standard error is a terminal.
 [[nodiscard]] bool ErrorIsTerminal() noexcept;
 /// Prepares descriptors 0 to 2. Call it before anything is opened. A closed one is opened on the

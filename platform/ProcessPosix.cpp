@@ -26,6 +26,16 @@ std::string ProgramFolder() {
     return file.substr(0, file.rfind('/'));
 }
 
+std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
+    std::string file = ProgramFolder() + "/" + name;
+    std::vector<std::string> words = arguments;
+    std::vector<char*> pointers = {file.data()};
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    ::execv(file.c_str(), pointers.data());
+    return std::nullopt;
+}
+
 bool ErrorIsTerminal() noexcept { return ::isatty(STDERR_FILENO) == 1; }
 
 bool PrepareStandardStreams() noexcept {
@@ -33,7 +43,7 @@ bool PrepareStandardStreams() noexcept {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(descriptor, F_GETFD) >= 0) continue;
         // The lowest free number is the one that is missing. Standard output is opened for reading,
-        // so that results which reach nobody are a failed write.
+        // so that writing results to it fails instead of losing them silently.
         const int mode = descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY;
         if (::open("/dev/null", mode) != descriptor) return false;
     }

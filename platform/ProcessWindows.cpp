@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <io.h>
+#include <process.h>
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 
@@ -13,6 +15,19 @@ namespace {
 
 /// Atomic, because the system calls the handler on a new thread.
 std::atomic<bool> stopRequested{false};
+
+/// Returns an argument in the form from which the called program reads the same argument again:
+/// quoted, and with a backslash before each quote and before each backslash that precedes one.
+std::string Quoted(const std::string& argument) {
+    std::string text = "\"";
+    std::size_t backslashes = 0;
+    for (const char letter : argument) {
+        if (letter == '"') text.append(backslashes + 1, '\\');
+        backslashes = letter == '\\' ? backslashes + 1 : 0;
+        text += letter;
+    }
+    return text.append(backslashes, '\\') + '"';
+}
 
 BOOL WINAPI OnConsoleEvent(DWORD event) {
     if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) {
@@ -33,6 +48,18 @@ std::string ProgramFolder() {
     const DWORD length = ::GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
     if (length == 0 || length >= std::size(path)) return {};
     return std::filesystem::path(path, path + length).parent_path().string();
+}
+
+std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
+    const std::string file = ProgramFolder() + "\\" + name + ".exe";
+    std::vector<std::string> words = {Quoted(file)};
+    for (const std::string& argument : arguments) words.push_back(Quoted(argument));
+    std::vector<const char*> pointers;
+    for (const std::string& word : words) pointers.push_back(word.c_str());
+    pointers.push_back(nullptr);
+    const std::intptr_t status = ::_spawnv(_P_WAIT, file.c_str(), pointers.data());
+    if (status == -1) return std::nullopt;
+    return static_cast<int>(status);
 }
 
 bool ErrorIsTerminal() noexcept {

@@ -166,7 +166,7 @@ bool SetReceiveBufferSize(SocketHandle handle, std::int32_t bytes) noexcept {
 }
 
 // Closing the handle would end the receive at once. But a thread that has read the field and not
-// yet begun its receive would then receive on whatever got the same number next, and the system
+// yet begun its receive would then receive on the next object with the same number, and the system
 // soon reuses numbers. A shutdown does not end a receive on an unconnected socket here. Therefore
 // the handle stays open until the thread has ended: first, later receives are made unable to block;
 // then the one that may be blocked already is cancelled. In this order none can be missed.

@@ -1,4 +1,4 @@
-/// Saves each frame in a file of its own.
+/// Saves each frame in a separate file.
 #pragma once
 
 #include <cstdio>

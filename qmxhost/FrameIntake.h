@@ -28,6 +28,10 @@ class CFrameIntake {
         static_cast<CFrameIntake*>(context)->Add({frame, length});
     }
     [[nodiscard]] frames::SFrameTotals Totals() const { return statistics.Totals(); }
+    /// Returns the totals at the end of the stream; see `CFrameStatistics`.
+    [[nodiscard]] frames::SFrameTotals TotalsAt(frames::Clock::time_point end) const {
+        return statistics.TotalsAt(end);
+    }
     [[nodiscard]] frames::CFrameQueue& queue() noexcept { return waiting; }
 
    private:

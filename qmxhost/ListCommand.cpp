@@ -61,7 +61,7 @@ EExit ListOnce(CPluginHost& host, bool json) {
     return EExit::Done;
 }
 
-void TellChange(const SCamera& camera, const char* change, bool json) {
+void PrintChange(const SCamera& camera, const char* change, bool json) {
     if (!json) {
         PrintCamera(camera, (std::string(change) + "  ").c_str());
         return;
@@ -71,7 +71,7 @@ void TellChange(const SCamera& camera, const char* change, bool json) {
     PrintJson(event);
 }
 
-/// What `--follow` remembers between two searches.
+/// The cameras that `--follow` remembers between two searches.
 class CKnownCameras {
    public:
     explicit CKnownCameras(bool jsonOutput) : json(jsonOutput) {}
@@ -80,12 +80,12 @@ class CKnownCameras {
     void Update(const std::vector<SCamera>& seen) {
         for (auto& [camera, missed] : roundsMissed) ++missed;
         for (const SCamera& camera : seen) {
-            if (!roundsMissed.contains(camera)) TellChange(camera, "new", json);
+            if (!roundsMissed.contains(camera)) PrintChange(camera, "new", json);
             roundsMissed[camera] = 0;
         }
         std::erase_if(roundsMissed, [this](const auto& entry) {
             if (entry.second < roundsUntilGone) return false;
-            TellChange(entry.first, "gone", json);
+            PrintChange(entry.first, "gone", json);
             return true;
         });
     }

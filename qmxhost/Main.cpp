@@ -2,12 +2,13 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
-#include <limits>
 #include <optional>
 #include <sstream>
+#include <string_view>
 
-#include "Arguments.h"
+#include "CommandLine.h"
 #include "Commands.h"
+#include "DoctorCommand.h"
 #include "NetworkState.h"
 #include "Process.h"
 #include "Shell.h"
@@ -30,9 +31,11 @@ Examples:
   qmxhost stream 192.168.1.20 --duration 10
   qmxhost stream Roof --type raw --count 5 --save pictures --as png --palette iron
   qmxhost set Roof FrameRate=30
+  qmxhost doctor Roof
 
 Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
-4 the stream ended with fewer frames than asked for, 5 --check found damage.
+4 the stream ended with fewer frames than asked for, or --strict found frames missing,
+5 --check found damage.
 )";
 
 constexpr const char* streamHelp =
@@ -56,6 +59,12 @@ including the rate of a compressed camera, last only as long as the connection o
 this command: use 'qmxhost stream --rate' to stream with a rate.
 )";
 
+constexpr const char* doctorHelp =
+    R"(Checks address, route, node tree and RTSP, streams each format for some seconds,
+and prints a line for each step: ok, warning or failed, what was measured, and what
+to do. The last line names the most likely cause. Exit status 0 if no step failed.
+)";
+
 /// The options of all commands, and the chosen command.
 struct SCommandLine {
     std::string plugin;
@@ -65,7 +74,7 @@ struct SCommandLine {
     SCameraChoice camera;
     std::vector<std::string> words;  ///< property names or assignments
     SStreamOptions stream;
-    std::string size;
+    SDoctorOptions doctor;
     std::function<EExit(CPluginHost&)> run;
 };
 
@@ -117,33 +126,6 @@ void AddSet(CLI::App& app, SCommandLine& line) {
     });
 }
 
-/// CLI11 itself would accept "-1" as a very large number.
-std::string CheckWhole(const std::string& text) {
-    const auto value = ParseWhole(text, std::numeric_limits<std::int64_t>::max());
-    return value ? std::string() : "'" + text + "' is not a whole number";
-}
-
-/// Accepts a finite number above 0; CLI11's own ranges accept "nan".
-std::string CheckPositive(const std::string& text) {
-    const auto value = ParseReal(text);
-    return value && *value > 0 ? std::string() : "'" + text + "' is not a number above 0";
-}
-
-void AddFormatOptions(CLI::App& command, SCommandLine& line) {
-    SStreamOptions& stream = line.stream;
-    auto* const format =
-        command.add_option("--format", stream.format.index, "number in the catalogue")
-            ->check(CheckWhole, "", "N");
-    auto* const size = command.add_option("--size", line.size, "WxH, such as 640x512");
-    auto* const type = command.add_option("--type", stream.format.type, "raw, jls or jpeg");
-    size->excludes(format)->check(
-        [](const std::string& text) {
-            return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
-        },
-        "", "WxH");
-    type->excludes(format)->check(CLI::IsMember({"raw", "jls", "jpeg"}));
-}
-
 void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
     command.add_option("--count", stream.count, "stop after N frames")
         ->check(CheckWhole, "", "N")
@@ -176,6 +158,7 @@ void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
         ->check(CLI::IsMember(frames::PaletteNames()));
     command.add_flag("--overwrite", stream.save.overwrite, "replace the frames of another run")
         ->needs(save);
+    command.add_flag("--strict", stream.strict, "fail with status 4 if frames are missing");
     command.add_flag("--check", stream.check, "verify korusim's checksum in each picture");
 }
 
@@ -199,7 +182,7 @@ void AddStream(CLI::App& app, SCommandLine& line) {
     CLI::App& command =
         *app.add_subcommand("stream", "Stream frames, and count, check or save them");
     AddCamera(command, line.camera);
-    AddFormatOptions(command, line);
+    AddFormatOptions(command, line.stream.format);
     AddLimitOptions(command, line.stream);
     AddSaveOptions(command, line.stream);
     command.footer(streamHelp);
@@ -208,9 +191,37 @@ void AddStream(CLI::App& app, SCommandLine& line) {
         RefuseContradictions(line);
         line.stream.camera = line.camera;
         line.stream.json = line.json;
-        if (!line.size.empty()) line.stream.format.size = ParseSize(line.size);
         line.run = [&line](CPluginHost& host) { return RunStream(host, line.stream); };
     });
+}
+
+void AddDoctor(CLI::App& app, SCommandLine& line) {
+    CLI::App& command =
+        *app.add_subcommand("doctor", "Find out why a camera does not stream, or loses frames");
+    AddCamera(command, line.camera);
+    command.add_option("--seconds", line.doctor.seconds, "time for each format (default: 3)")
+        ->check(CheckPositive, "", "S");
+    command.footer(doctorHelp);
+    command.final_callback([&line] {
+        line.doctor.camera = line.camera;
+        line.doctor.json = line.json;
+        line.run = [&line](CPluginHost& host) { return RunDoctor(host, line.doctor); };
+    });
+}
+
+void AddView(CLI::App& app) {
+    CLI::App& command = *app.add_subcommand("view", "Show live pictures in a window");
+    command.footer("Runs qmxview with the same arguments; 'qmxview --help' lists them.\n");
+    command.allow_extras();
+    command.final_callback([] { throw CLI::ValidationError("view", "must be the first word"); });
+}
+
+/// Runs the live view, which is beside this program, with the arguments after the first one.
+EExit RunView(int argc, char** argv) {
+    const auto status = platform::RunBeside("qmxview", {argv + 2, argv + argc});
+    if (status) return EExit(*status);
+    throw CFailure(EExit::Failed,
+                   "cannot start the live view: qmxview is not in the folder of this program");
 }
 
 void AddShell(CLI::App& app, SCommandLine& line) {
@@ -245,6 +256,8 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     AddGet(app, line);
     AddSet(app, line);
     AddStream(app, line);
+    AddDoctor(app, line);
+    AddView(app);
     AddShell(app, line);
 }
 
@@ -267,6 +280,7 @@ std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
 /// The only place that turns failures into a line on standard error and an exit status.
 EExit Run(int argc, char** argv) {
     try {
+        if (argc > 1 && std::string_view(argv[1]) == "view") return RunView(argc, argv);
         SCommandLine line;
         if (const auto status = Parse(line, argc, argv)) return *status;
         qmx::logger().SetVerbose(line.verbose);

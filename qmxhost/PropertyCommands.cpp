@@ -1,5 +1,7 @@
+#include <cmath>
 #include <utility>
 
+#include "CameraProbe.h"
 #include "Commands.h"
 #include "Properties.h"
 
@@ -26,7 +28,8 @@ std::vector<SProperty> WantedOrAll(const COpenCamera& camera,
 
 /// Shows the values. One that cannot be read is null and makes the command fail after all have been
 /// shown.
-EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool json) {
+EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool withTree,
+           bool json) {
     Json values = Json::object();
     EExit result = EExit::Done;
     for (const SProperty& property : wanted) {
@@ -36,10 +39,8 @@ EExit Show(const COpenCamera& camera, const std::vector<SProperty>& wanted, bool
         values[Text(property.name)] = shown;
         if (!read) {
             result = EExit::Failed;
-            PrintError(
-                "cannot read " + Text(property.name) + " of camera " + camera.address() +
-                "; a raw camera's frame rate is read from its node tree: does TCP port 4554 " +
-                "answer?");
+            PrintError("cannot read " + Text(property.name) + " of camera " + camera.address() +
+                       ": " + RateObstacle(camera.address(), withTree));
         } else if (!json) {
             const std::string text = shown.is_string() ? shown.get<std::string>() : shown.dump();
             Print(Text(property.name) + "=" + text + "\n");
@@ -73,12 +74,40 @@ const char* TypeText(qmx::EType type) {
     return type == qmx::EType::Float64 ? "a number" : "a text";
 }
 
+/// Returns true for equal values. A camera may store a number with fewer digits.
+bool Agree(const Json& now, const Json& wanted) {
+    if (!now.is_number() || !wanted.is_number()) return now == wanted;
+    constexpr double precision = 1e-4;
+    const double number = wanted.get<double>();
+    return std::abs(now.get<double>() - number) <= precision * std::abs(number);
+}
+
+/// Reports the properties that do not have the value that was set. Returns true if there is one.
+bool ReportUnheld(const COpenCamera& camera, const std::vector<SProperty>& properties,
+                  const std::vector<qmx::CVariant>& values) {
+    bool unheld = false;
+    for (std::size_t i = 0; i < properties.size(); ++i) {
+        qmx::CVariant now;
+        const Json wanted = ValueAsJson(values[i]);
+        if (!camera->properties.get(properties[i].name, now) || Agree(ValueAsJson(now), wanted)) {
+            continue;
+        }
+        unheld = true;
+        const std::string name = Text(properties[i].name);
+        PrintError(name + " of camera " + camera.address() + " was set to " + wanted.dump() +
+                   ", but is " + ValueAsJson(now).dump() +
+                   (name == "/Paused" ? "; without a stream it is always true: use 'qmxhost shell'"
+                                      : "; the camera does not support that value"));
+    }
+    return unheld;
+}
+
 }  // namespace
 
 EExit RunGet(CPluginHost& host, const SCameraChoice& choice, const std::vector<std::string>& names,
              bool json) {
     const COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
-    return Show(camera, WantedOrAll(camera, names), json);
+    return Show(camera, WantedOrAll(camera, names), !choice.noTree, json);
 }
 
 EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
@@ -100,10 +129,11 @@ EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
     for (std::size_t i = 0; i < properties.size(); ++i) {
         if (camera->properties.set(properties[i].name, values[i])) continue;
         throw CFailure(EExit::Failed, "cannot set " + Text(properties[i].name) + " of camera " +
-                                          camera.address() + " to " + wanted[i].value +
-                                          "; the camera's node tree (TCP port 4554) refuses it");
+                                          camera.address() + " to " + wanted[i].value + ": " +
+                                          RateObstacle(camera.address(), !choice.noTree));
     }
-    return Show(camera, properties, json);
+    const EExit shown = Show(camera, properties, !choice.noTree, json);
+    return ReportUnheld(camera, properties, values) ? EExit::Failed : shown;
 }
 
 }  // namespace qmxhost

@@ -1,4 +1,4 @@
-/// What to save of a stream, and what has been saved.
+/// Options for saving the frames of a stream, and the results.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ inline constexpr const char* standardOutput = "-";
 /// The result of saving one frame.
 enum class ESaved { Saved, Undecodable, Empty };
 
-/// What happened to the frames that were to be saved.
+/// The results of all frames that were to be saved.
 struct SSaveTotals {
     std::uint64_t saved = 0;
     std::uint64_t undecodable = 0;  ///< could not be decoded

@@ -8,7 +8,10 @@
 #include "NetworkState.h"
 #include "PixelTypeNames.h"
 #include "Process.h"
+#include "StreamAdvice.h"
+#include "StreamMeter.h"
 #include "StreamReport.h"
+#include "Streaming.h"
 
 namespace qmxhost {
 namespace {
@@ -18,9 +21,14 @@ using SFormat = qmx::cam::IDevice::SFormat;
 
 /// Silence that ends the command: the plug-in does not report the end of a stream.
 constexpr std::chrono::seconds longestSilence = 10s;
-/// The same after the control connection has closed, because the stream has then probably ended.
-constexpr std::chrono::seconds longestSilenceWithoutControl = 1s;
-constexpr std::uint16_t rtspPort = 554;
+/// The same once it is known that the stream or the reception has ended.
+constexpr std::chrono::seconds longestSilenceAfterTheEnd = 1s;
+/// Silence that is reported, before the second frame and after it, and in frame times.
+constexpr std::chrono::seconds reportedSilenceAtStart = 3s;
+constexpr std::chrono::seconds reportedSilence = 1s;
+constexpr int reportedFrameTimes = 5;
+/// The frame rate of a camera that promises none, until frames show it.
+constexpr double slowestReportedRate = 2;
 /// A slow camera is silent for longer: this many of its frame times are allowed.
 constexpr double silentFrameTimes = 3;
 /// Lowest frame rate that the calculation of the silence uses.
@@ -46,10 +54,6 @@ void RefuseUnsuitable(const SStreamOptions& options, const SFormat& format) {
     }
 }
 
-std::string Frames(std::uint64_t number) {
-    return std::to_string(number) + (number == 1 ? " frame" : " frames");
-}
-
 /// One run of the command, from opening the camera to the summary.
 class CStream {
    public:
@@ -65,15 +69,16 @@ class CStream {
     [[nodiscard]] EEnd Watch();
     void HandleOneFrame(std::chrono::milliseconds limit);
     void LookAtControl();
+    [[nodiscard]] frames::Clock::duration LimitOfSilence(const frames::SFrameTotals& totals) const;
+    void LookAtSilence(const frames::SFrameTotals& totals, frames::Clock::duration silence);
     [[nodiscard]] frames::Clock::duration LongestSilence(const frames::SFrameTotals& totals) const;
     void Stop();
     [[nodiscard]] EExit Conclude(EEnd end);
-    void ReportLosses(const SStreamSummary& summary) const;
     /// Runs a step whose failure must not prevent the stream from ending in order.
     template <class Step>
     void Attempt(Step step);
     [[nodiscard]] std::string Reason(EEnd end, std::uint64_t frames) const;
-    [[nodiscard]] std::string FormatText() const;
+    [[nodiscard]] std::string ReasonOfSilence(std::uint64_t frames) const;
     [[nodiscard]] std::optional<std::uint64_t> DroppedMeanwhile() const;
 
     COpenCamera& camera;
@@ -83,9 +88,17 @@ class CStream {
     std::optional<CFrameSaver> saver;
     frames::CFrameChecker checker;
     CStreamReport report;
-    std::optional<std::uint64_t> droppedBefore;  // datagrams that the system had dropped
-    bool controlWatched = false;                 // the control connection has been seen
+    std::optional<double> promisedRate;
+    platform::SUdpCounters udpBefore;                // at the start
+    std::optional<std::uint64_t> readBeforeSilence;  // datagrams, when the latest frame was seen
+    platform::SReceiveBuffers buffers;               // at the end of the stream
+    CStallWatch stalls;
+    frames::Clock::time_point ended;  // of the watch
+    bool controlWatched = false;      // the control connection has been seen
     bool controlLost = false;
+    bool receptionEnded = false;
+    bool silenceReported = false;
+    std::uint64_t framesSeen = 0;
     std::optional<CFailure> failure;  // the first one since the start
 };
 
@@ -101,37 +114,22 @@ CStream::CStream(COpenCamera& openCamera, CFrameIntake& frameIntake,
     if (!options.save.target.empty()) saver.emplace(options.save, format, camera.address());
 }
 
-std::string CStream::FormatText() const {
-    return std::to_string(format.width) + "x" + std::to_string(format.height) + " " +
-           frames::TypeName(format.pixelType);
-}
-
 void CStream::Start() {
-    droppedBefore = platform::DroppedDatagrams();
+    udpBefore = platform::UdpCounters();
+    readBeforeSilence = udpBefore.received;
     // Coded frames are shorter than raw frames of the same size.
     intake.Reserve(std::size_t{format.width} * format.height * 2);
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
-    if (options.rate) {
-        qmx::CVariant rate;
-        rate = *options.rate;
-        if (!camera->properties.set("/FrameRate", rate)) {
-            throw CFailure(EExit::Failed,
-                           "cannot set the frame rate of camera " + camera.address() +
-                               "; the rate of a raw camera is set in its node tree (TCP "
-                               "port 4554), which must be open and allow it");
-        }
-    }
-    if (!camera->StartContinuous(CFrameIntake::OnFrame, &intake)) {
-        throw CFailure(EExit::Failed, "cannot start " + FormatText() + " on camera " +
-                                          camera.address() +
-                                          ": the line above names the step; a camera serves "
-                                          "one stream at a time: is another program using it?");
-    }
+    if (options.rate) SetFrameRate(camera, *options.rate, !options.camera.noTree);
+    promisedRate = PromisedRate(camera, format);
+    StartStream(camera, format, CFrameIntake::OnFrame, &intake);
 }
 
 /// Checks and saves the next frame, if one comes within the limit.
 void CStream::HandleOneFrame(std::chrono::milliseconds limit) {
+    stalls.BeginWait(limit);
     const frames::SFrame* const frame = intake.queue().Front(limit);
+    stalls.EndWait();
     if (frame == nullptr) return;
     if (options.check) checker.Check(frame->bytes, frame->arrival.number);
     if (saver) saver->Save(*frame);
@@ -163,10 +161,43 @@ void CStream::LookAtControl() {
                "the session");
 }
 
+/// Returns the silence that is reported: some frame times, as far as they are known.
+frames::Clock::duration CStream::LimitOfSilence(const frames::SFrameTotals& totals) const {
+    const std::chrono::duration<double> promised(1 / promisedRate.value_or(slowestReportedRate));
+    const bool fewFrames = totals.frames < 2;
+    const auto frameTime =
+        totals.frameTime > frames::Clock::duration::zero()
+            ? totals.frameTime
+            : std::max(totals.longestGap,
+                       std::chrono::duration_cast<frames::Clock::duration>(promised));
+    return std::max<frames::Clock::duration>(fewFrames ? reportedSilenceAtStart : reportedSilence,
+                                             reportedFrameTimes * frameTime);
+}
+
+/// Reports a silence once, while it lasts.
+void CStream::LookAtSilence(const frames::SFrameTotals& totals, frames::Clock::duration silence) {
+    const std::uint64_t number = totals.frames + totals.skipped;
+    if (framesSeen != number) {
+        framesSeen = number;
+        silenceReported = false;
+        readBeforeSilence = platform::UdpCounters().received;
+    }
+    const auto limit = LimitOfSilence(totals);
+    if (silenceReported || silence < limit) return;
+    silenceReported = true;
+    LookAtControl();
+    receptionEnded = DatagramsStayUnread();
+    if (controlLost) return;  // which has been reported
+    report.EndStatusLine();
+    PrintError(
+        "no frame from camera " + camera.address() + " for " +
+        std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(silence).count()) +
+        " ms: " + ReasonOfSilence(number));
+}
+
 frames::Clock::duration CStream::LongestSilence(const frames::SFrameTotals& totals) const {
-    if (controlLost && totals.frames > 1) {
-        return std::max<frames::Clock::duration>(longestSilenceWithoutControl,
-                                                 2 * totals.longestGap);
+    if ((controlLost || receptionEnded) && totals.frames > 1) {
+        return std::max<frames::Clock::duration>(longestSilenceAfterTheEnd, 2 * totals.longestGap);
     }
     const double slowest = std::max(options.rate.value_or(1), slowestRate);
     const std::chrono::duration<double> frameTimes(silentFrameTimes / slowest);
@@ -185,6 +216,8 @@ CStream::EEnd CStream::Watch() {
         if (platform::StopRequested()) return EEnd::Stopped;
         const frames::SFrameTotals totals = intake.Totals();
         const frames::Clock::time_point now = frames::Clock::now();
+        ended = now;
+        LookAtSilence(totals, now - std::max(started, totals.last));
         if (now >= nextStatus) {
             report.Status(totals, now);
             LookAtControl();
@@ -200,6 +233,7 @@ CStream::EEnd CStream::Watch() {
 void CStream::Stop() {
     report.EndStatusLine();
     LookAtControl();
+    buffers = platform::ReceiveBuffers();
     if (!camera->StopContinuous()) {
         PrintError("camera " + camera.address() +
                    " was no longer streaming at the stop; the connection is closed");
@@ -212,21 +246,30 @@ void CStream::Stop() {
 }
 
 std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
-    const auto dropped = platform::DroppedDatagrams();
-    if (!dropped || !droppedBefore) return std::nullopt;
-    return *dropped - *droppedBefore;
+    const auto dropped = platform::UdpCounters().dropped;
+    if (!dropped || !udpBefore.dropped) return std::nullopt;
+    return *dropped - *udpBefore.dropped;
 }
 
 /// Prints the result and returns the exit status. A failure takes precedence over damaged frames,
 /// and those over a number of frames that was not reached.
 EExit CStream::Conclude(EEnd end) {
-    const frames::SFrameTotals totals = intake.Totals();
-    SStreamSummary summary{camera.address(),    FormatText(),      totals, {}, {},
-                           options.save.target, DroppedMeanwhile()};
+    // At the end of a complete stream no further frame was waited for.
+    const frames::SFrameTotals totals =
+        end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
+    SStreamSummary summary;
+    summary.camera = camera.address();
+    summary.format = FormatText(format);
+    summary.totals = totals;
+    summary.savedTo = options.save.target;
+    summary.droppedDatagrams = DroppedMeanwhile();
+    summary.buffers = buffers;
+    summary.longestStall = stalls.LongestStall();
+    summary.promisedRate = promisedRate;
     if (options.check) summary.check = checker.totals();
     if (saver) summary.saved = saver->totals();
     Attempt([&] { report.Summary(summary); });
-    ReportLosses(summary);
+    for (const std::string& message : LossMessages(summary)) PrintError(message);
     if (failure) {
         PrintError(failure->what());
         return failure->status;
@@ -241,53 +284,30 @@ EExit CStream::Conclude(EEnd end) {
                    " frames: " + Reason(end, totals.frames + totals.skipped));
         return EExit::TooFewFrames;
     }
+    if (options.strict && totals.missing != 0) {
+        PrintError("--strict: the stream of camera " + camera.address() + " has frames missing");
+        return EExit::TooFewFrames;
+    }
     // The user asked for pictures and has none.
     const bool noPicture = summary.saved && totals.frames != 0 && summary.saved->saved == 0 &&
                            summary.saved->undecodable + summary.saved->empty != 0;
     return noPicture ? EExit::Failed : EExit::Done;
 }
 
-/// Reports the frames that are missing from the result, and what to do about them.
-void CStream::ReportLosses(const SStreamSummary& summary) const {
-    const std::string from = " of camera " + camera.address() + " ";
-    if (summary.droppedDatagrams.value_or(0) != 0) {
-        PrintError(
-            "this system dropped UDP datagrams, of any program, while camera " + camera.address() +
-            " streamed, because a receive buffer was full: " + platform::ReceiveBufferAdvice());
-    }
-    if (const std::uint64_t notKept = summary.totals.notKept; notKept != 0) {
-        PrintError(Frames(notKept) + from +
-                   "came faster than they could be checked or saved; request fewer with --rate");
-    }
-    if (summary.saved && summary.saved->undecodable != 0) {
-        PrintError(
-            Frames(summary.saved->undecodable) + from +
-            "could not be decoded and saved as a picture; use --as native to save them unchanged");
-    }
-    if (summary.saved && summary.saved->empty != 0) {
-        PrintError(Frames(summary.saved->empty) + from +
-                   "were empty, so that there was no picture to save; try another size, listed by "
-                   "'qmxhost formats " +
-                   camera.address() + "'");
-    }
-    if (summary.check && summary.check->damaged != 0) {
-        PrintError(
-            "--check found " + std::to_string(summary.check->damaged) +
-            " damaged frames from camera " + camera.address() +
-            "; is it a korusim camera? Other cameras put no checksum into their pictures, and "
-            "korusim puts none into JPEG pictures smaller than about 160x64");
-    }
+std::string CStream::ReasonOfSilence(std::uint64_t frames) const {
+    SSilence silence{controlLost, receptionEnded, frames != 0, {}};
+    const auto read = platform::UdpCounters().received;
+    if (read && readBeforeSilence) silence.datagrams = *read - *readBeforeSilence;
+    return SilenceReason(silence, camera.address());
 }
 
-/// Returns why a stream ended early. No frames at all have other causes than lost frames.
+/// Returns why a stream ended early.
 std::string CStream::Reason(EEnd end, std::uint64_t frames) const {
     if (end == EEnd::Stopped) return "it was interrupted";
-    if (controlLost) return "the camera closed its control connection; start the stream again";
     if (end == EEnd::TimeUp && frames != 0)
         return "the time was up; request more frames per second with --rate";
-    return std::string(frames == 0 ? "no frame came" : "no more frames came") +
-           "; does a firewall block UDP from the camera, or are many packets lost? Incomplete "
-           "frames are not delivered";
+    return std::string(frames == 0 ? "no frame came: " : "no more frames came: ") +
+           ReasonOfSilence(frames);
 }
 
 EExit CStream::Run() {
@@ -303,7 +323,8 @@ EExit CStream::Run() {
 EExit RunStream(CPluginHost& host, const SStreamOptions& options) {
     platform::WatchStopSignals();
     platform::PrepareByteOutput();
-    // Made first and ended last: until the device is gone its thread may still call into it.
+    // Constructed first and destroyed last, because the thread of the device may call it until the
+    // device is gone.
     CFrameIntake intake(options.skip, options.count, options.check || !options.save.target.empty());
     COpenCamera camera(host, options.camera.nameOrAddress, OpenFlags(options.camera));
     return CStream(camera, intake, options).Run();

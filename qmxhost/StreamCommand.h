@@ -19,10 +19,12 @@ struct SStreamOptions {
     std::optional<double> rate;
     SSaveOptions save;  ///< an empty target saves nothing
     bool check = false;
+    bool strict = false;  ///< missing frames are a failure
     bool json = false;
 };
 
-/// Runs until the count, the time or a stop signal ends it, or no more frames arrive.
+/// Runs until the count, the time or a stop signal ends it, or no more frames arrive. Reports at
+/// once that they no longer arrive.
 [[nodiscard]] EExit RunStream(CPluginHost& host, const SStreamOptions& options);
 
 }  // namespace qmxhost

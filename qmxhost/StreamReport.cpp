@@ -33,6 +33,7 @@ Json RatesJson(const char* kind, double seconds, const frames::SFrameTotals& tot
             {"framesPerSecond", Rounded(rates.framesPerSecond)},
             {"megabitsPerSecond", Rounded(rates.megabitsPerSecond)},
             {"longestGapMs", Rounded(frames::Milliseconds(totals.longestGap))},
+            {"missing", totals.missing},
             {"skipped", totals.skipped},
             {"notKept", totals.notKept}};
 }
@@ -61,6 +62,7 @@ std::string SummaryText(const SStreamSummary& summary, double seconds) {
     // A rate and a gap need two frames.
     if (totals.frames > 1)
         text += ": " + RatesText(frames::RatesOverall(totals), totals.longestGap);
+    if (totals.missing != 0) text += ", about " + std::to_string(totals.missing) + " missing";
     if (totals.skipped != 0) text += ", " + std::to_string(totals.skipped) + " skipped";
     text += "\n";
     if (summary.saved) {

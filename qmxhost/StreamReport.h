@@ -1,10 +1,11 @@
-/// What `qmxhost stream` prints while it runs and at its end.
+/// The status lines and the summary of `qmxhost stream`.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
+#include "Diagnosis.h"
 #include "FrameChecker.h"
 #include "FrameSaver.h"
 #include "FrameStatistics.h"
@@ -20,6 +21,9 @@ struct SStreamSummary {
     std::optional<SSaveTotals> saved;
     std::string savedTo;
     std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, if it counts them
+    platform::SReceiveBuffers buffers;              ///< while it streamed
+    double longestStall = 0;                        ///< seconds in which this program did not run
+    std::optional<double> promisedRate;             ///< frames per second
 };
 
 class CStreamReport {

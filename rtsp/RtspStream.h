@@ -48,8 +48,8 @@ struct SRtspStream {
     SdpAttributes attributes;  ///< those before the first media section
     std::vector<SRtspMedia> media;
 
-    /// Returns true when there are a version and a media section, which tells callers that DESCRIBE
-    /// has succeeded.
+    /// Returns true when there are a version and a media section, which means that DESCRIBE has
+    /// succeeded.
     [[nodiscard]] bool IsValid() const noexcept { return !version.empty() && !media.empty(); }
     /// Makes the record invalid. The other fields keep their values.
     void Reset() noexcept;

@@ -1,4 +1,4 @@
-// Recordings, read by programs that nobody here has written. The stamp in each page proves that its
+// Recordings, read by programs from outside this project. The stamp in each page proves that its
 // pixels are those of the frame.
 #include <gtest/gtest.h>
 #include <signal.h>

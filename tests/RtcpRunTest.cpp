@@ -180,8 +180,7 @@ TEST_F(RtcpRun, LateSenderReportsDoNotReachTheNextRun) {
 }
 
 TEST(RtcpEventQueue, GivesEventsInOrderUntilAStop) {
-    // What is posted and what is received. A digit is a sender report, S a stop, C clears the
-    // queue.
+    // The posted and the received events. A digit is a sender report, S a stop, C clears the queue.
     const std::pair<std::string, std::string> cases[] = {
         {"123", "123"}, {"12S", "12S"}, {"1S2S", "1S"}, {"12SC3", "3"}, {"SC1S", "1S"}};
     for (const auto& [posted, events] : cases) {

@@ -80,7 +80,9 @@ constexpr auto quirkWords = std::to_array<SWord<EQuirk>>(
      {"late-answers", EQuirk::LateAnswers, "every response is sent 6 s after its request"},
      {"refuse-play", EQuirk::RefusePlay, "the response to PLAY is 500"},
      {"refuse-pause", EQuirk::RefusePause, "the response to PAUSE is 455"},
-     {"refuse-teardown", EQuirk::RefuseTeardown, "the response to TEARDOWN is 500"}});
+     {"refuse-teardown", EQuirk::RefuseTeardown, "the response to TEARDOWN is 500"},
+     {"half-rate", EQuirk::HalfRate, "frames are sent at half the rate of the node tree"},
+     {"skip-frames", EQuirk::SkipFrames, "two of three frames are not sent"}});
 
 template <class T, std::size_t N>
 std::optional<T> FindWord(const std::array<SWord<T>, N>& words, std::string_view text) {
@@ -263,8 +265,8 @@ constexpr auto settingTable = std::to_array<SSetting>({
      [] { return ExplainWords(treeWords); }},
     {"quirk",
      "silent, session-timeout-in-play, no-server-port, split-body, lower-case-headers, "
-     "late-answers, refuse-play, refuse-pause or refuse-teardown",
-     "faulty behaviour of the RTSP server, repeatable (default: none):", true, ParseQuirk,
+     "late-answers, refuse-play, refuse-pause, refuse-teardown, half-rate or skip-frames",
+     "faulty behaviour of the camera, repeatable (default: none):", true, ParseQuirk,
      [] { return ExplainWords(quirkWords); }},
 });
 

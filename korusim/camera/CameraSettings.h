@@ -25,7 +25,7 @@ enum class ETree {
     SwitchedOff,  ///< that node exists and is false
 };
 
-/// Faulty behaviour that a client has to cope with. The values are bits.
+/// Faulty behaviour that a client has to cope with, or to explain. The values are bits.
 enum class EQuirk : std::uint32_t {
     Silent = 1U << 0,                ///< RTSP requests are read but get no response
     SessionTimeoutInPlay = 1U << 1,  ///< the PLAY response has a parameter after the session id
@@ -36,6 +36,8 @@ enum class EQuirk : std::uint32_t {
     RefusePlay = 1U << 6,
     RefusePause = 1U << 7,
     RefuseTeardown = 1U << 8,
+    HalfRate = 1U << 9,     ///< sends at half the frame rate that its node tree promises
+    SkipFrames = 1U << 10,  ///< sends two of three frames
 };
 
 struct SPictureSize {

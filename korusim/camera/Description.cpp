@@ -3,7 +3,7 @@
 namespace korusim {
 namespace {
 
-/// JPEG has a payload type of its own (RFC 3551), whatever the size.
+/// JPEG has a static payload type (RFC 3551), the same for all sizes.
 constexpr std::uint8_t jpegPayload = 26;
 
 constexpr std::string_view rawPath = "/";

@@ -278,7 +278,11 @@ void CVirtualCamera::QueueResponse(SRtspPeer& peer, SRtspResponse response, Time
 void CVirtualCamera::ServeTree(TimePoint now) {
     const double before = tree.frequency();
     std::erase_if(treePeers, [&](STreePeer& peer) { return !ServeTreePeer(peer, now); });
-    if (tree.frequency() != before && stream) stream->media->SetRate(tree.frequency(), now);
+    if (tree.frequency() != before && stream) stream->media->SetRate(TrueRate(), now);
+}
+
+double CVirtualCamera::TrueRate() const {
+    return settings.Has(EQuirk::HalfRate) ? tree.frequency() / 2 : tree.frequency();
 }
 
 bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
@@ -335,7 +339,7 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
 
 void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
                                  const sockaddr_in& client) {
-    auto media = content->MakeStream(session, tree.frequency(), now);
+    auto media = content->MakeStream(session, TrueRate(), now);
     const CRtcpReader rtcp(media->ssrc());
     const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
     outbox.Aim(rtpSocket, clientRtp, media->maxDatagramBytes());

@@ -94,6 +94,8 @@ class CVirtualCamera {
     [[nodiscard]] bool ServeRtspPeer(SRtspPeer& peer, TimePoint now);
     void QueueResponse(SRtspPeer& peer, SRtspResponse response, TimePoint now) const;
     void ServeTree(TimePoint now);
+    /// Returns the frame rate at which the camera sends.
+    [[nodiscard]] double TrueRate() const;
     [[nodiscard]] bool ServeTreePeer(STreePeer& peer, TimePoint now);
     void ServeRtcp(TimePoint now);
     void ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now);

@@ -61,7 +61,7 @@ struct SReportBlock {
     std::uint32_t delay = 0;  ///< in 1/65536 s
 };
 
-/// What the stream has sent by the time at which a datagram of its receiver arrives.
+/// The packets that the stream has sent when a datagram of its receiver arrives.
 struct SSentSoFar {
     std::uint64_t ntpNow = 0;
     std::uint32_t firstSequence = 0;    ///< extended, as the next
@@ -88,8 +88,8 @@ class CRtcpReader {
     explicit CRtcpReader(std::uint32_t streamSsrc) : ssrc(streamSsrc) {}
 
     void NoteSenderReport(std::uint64_t ntp);
-    /// Returns true if the datagram is a complete compound packet with a CNAME, whatever its
-    /// reports claim.
+    /// Returns true if the datagram is a complete compound packet with a CNAME, even if the
+    /// figures in its reports are wrong.
     bool Read(std::span<const std::uint8_t> datagram, const SSentSoFar& sent);
     [[nodiscard]] const SRtcpTally& tally() const noexcept { return counts; }
 

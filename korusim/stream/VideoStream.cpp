@@ -32,6 +32,7 @@ CVideoStream::CVideoStream(const SCameraSettings& settings, const SVideoFormat& 
       cname("korusim@" + settings.address),
       impairments(settings, seed),
       epoch(now),
+      skipsFrames(settings.Has(EQuirk::SkipFrames)),
       datagram(sending->maxPacketBytes()) {
     std::mt19937_64 random(seed);
     fields.payloadType = format.payloadType;
@@ -61,6 +62,8 @@ std::uint32_t CVideoStream::TimestampAt(TimePoint when) const {
     return firstTimestamp + static_cast<std::uint32_t>(ticks);
 }
 
+bool CVideoStream::SkipsThisFrame() { return skipsFrames && ++scheduledFrames % 3 == 0; }
+
 void CVideoStream::BeginFrame(TimePoint scheduled) {
     // A frame that a pause interrupted passes its number on to the next one, because no receiver
     // has it.
@@ -83,7 +86,8 @@ void CVideoStream::BeginFrame(TimePoint scheduled) {
 }
 
 void CVideoStream::Advance(TimePoint now, const PacketSink& sink) {
-    if (const auto scheduled = pacer.Begin(now)) BeginFrame(*scheduled);
+    const auto scheduled = pacer.Begin(now);
+    if (scheduled && !SkipsThisFrame()) BeginFrame(*scheduled);
     for (std::size_t left = pacer.Take(now); left > 0; --left) {
         const std::size_t bytes = sending->Build(nextPacket++, fields, datagram);
         ++fields.sequence;

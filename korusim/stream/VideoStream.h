@@ -50,6 +50,7 @@ class CVideoStream : public CMediaStream {
     [[nodiscard]] SStreamTally tally() const override;
 
    private:
+    [[nodiscard]] bool SkipsThisFrame();
     void BeginFrame(TimePoint scheduled);
     [[nodiscard]] double SecondsAt(TimePoint when) const;
     [[nodiscard]] std::uint32_t TimestampAt(TimePoint when) const;
@@ -64,6 +65,8 @@ class CVideoStream : public CMediaStream {
     TimePoint nextReport = TimePoint::max();
     CImpairments impairments;
     TimePoint epoch;  // the zero of RTP time
+    bool skipsFrames;
+    std::uint64_t scheduledFrames = 0;
     std::uint32_t firstTimestamp;
     std::uint32_t firstSequence;
     SPacketFields fields;        // of the next packet

@@ -123,8 +123,12 @@ void CCameraSession::Open() {
 void CCameraSession::Connect() {
     Open();
     const SFormat wanted = hostkit::ChooseFormat(device->Formats(), request.format, request.camera);
-    if (request.rate) hostkit::SetFrameRate(*device, *request.rate);
+    if (request.rate) SetRate(*request.rate);
     Start(wanted);
+}
+
+void CCameraSession::SetRate(double framesPerSecond) {
+    hostkit::SetFrameRate(*device, framesPerSecond, (request.openFlags & hostkit::openTree) != 0);
 }
 
 /// Releases the device even if the camera does not respond: a new one is needed to stream again.
@@ -175,7 +179,7 @@ void CCameraSession::Do(const SSetFormat& command) {
 void CCameraSession::Do(const SSetRate& command) {
     hostkit::COpenCamera& camera = Device();
     feed.ExpectPause();  // the stream of a compressed camera restarts
-    hostkit::SetFrameRate(camera, command.framesPerSecond);
+    SetRate(command.framesPerSecond);
     const std::optional<double> rate = ReadRate(camera);
     Update([&](SCameraState& now) {
         now.rate = rate;

@@ -87,6 +87,7 @@ class CCameraSession {
     void Disconnect();
     void Start(const qmx::cam::IDevice::SFormat& format);
     [[nodiscard]] bool StopStream();
+    void SetRate(double framesPerSecond);
     void Do(const SSetFormat& command);
     void Do(const SSetRate& command);
     void Do(const SSetPaused& command);

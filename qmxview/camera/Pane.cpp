@@ -241,7 +241,8 @@ std::string CPane::RateText() const {
     const SFeedCounts counts = feed.Counts();
     return Fixed(measured.framesPerSecond, 1) + " frames/s  " +
            Fixed(measured.megabitsPerSecond, 1) + " Mbit/s  received " +
-           std::to_string(counts.received.frames) + "  not shown " +
+           std::to_string(counts.received.frames) + "  missing " +
+           std::to_string(counts.received.missing) + "  not shown " +
            std::to_string(counts.notShown);
 }
 

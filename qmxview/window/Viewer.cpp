@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "NetworkState.h"
+#include "NetworkCounters.h"
 #include "Process.h"
 #include "Snapshot.h"
 
@@ -42,7 +42,7 @@ CViewer::CViewer(hostkit::CPluginHost& host, const SViewOptions& viewOptions)
       interfaceLayer(screen),
       overlay(screen),
       started(Clock::now()),
-      droppedBefore(platform::DroppedDatagrams()) {
+      droppedBefore(platform::UdpCounters().dropped) {
     for (const SCameraRequest& request : options.cameras) {
         panes.push_back(
             std::make_unique<CPane>(host, request, options.settings, options.scale, signal));
@@ -187,7 +187,7 @@ bool CViewer::Refresh(Clock::time_point now) {
     }
     if (now >= nextDropped) {
         nextDropped = now + droppedPeriod;
-        const auto total = platform::DroppedDatagrams();
+        const auto total = platform::UdpCounters().dropped;
         if (total && droppedBefore) dropped = *total - *droppedBefore;
     }
     LinkLevels();

@@ -9,7 +9,7 @@ namespace arbor {
 namespace {
 
 /// Returns the rest of a line after a prefix, or nothing if the line does not begin with it.
-std::optional<std::string_view> Behind(std::string_view line, std::string_view prefix) {
+std::optional<std::string_view> RestAfter(std::string_view line, std::string_view prefix) {
     if (!line.starts_with(prefix)) return std::nullopt;
     return line.substr(prefix.size());
 }
@@ -45,7 +45,7 @@ std::optional<std::string> SetRequest(std::string_view path, double value) {
 bool IsDone(std::string_view line) { return line == "OK"; }
 
 std::optional<std::string_view> ReadString(std::string_view line) {
-    const auto text = Behind(line, "OK string ");
+    const auto text = RestAfter(line, "OK string ");
     // The caller gets NUL-terminated text, which a NUL inside would truncate.
     if (!text || text->find('\0') != std::string_view::npos) return std::nullopt;
     return text;
@@ -58,7 +58,7 @@ std::optional<bool> ReadBool(std::string_view line) {
 }
 
 std::optional<double> ReadDouble(std::string_view line) {
-    const auto text = Behind(line, "OK double ");
+    const auto text = RestAfter(line, "OK double ");
     if (!text) return std::nullopt;
     double value = 0;
     const char* const last = text->data() + text->size();

@@ -39,7 +39,8 @@ constexpr std::string_view defaultDomain = "local";
 /// last half second, and Avahi itself repeats a query only after a whole second. A browse of one
 /// second would therefore miss a camera that has just been announced, or whose response was lost.
 /// The second query needs a second listener, because Avahi merges equal queries of one listener. It
-/// listens from the start and includes the known records in its query, so that nobody repeats them.
+/// listens from the start and includes the known records in its query, so that no responder repeats
+/// them.
 constexpr std::chrono::milliseconds askAgainAfter{550};
 
 struct SServiceType {

@@ -38,8 +38,8 @@ void Hold(std::uintptr_t& state, std::uintptr_t holder, std::uintptr_t barred) {
 
 CSRWLock::CSRWLock() : state(0) {}
 CSRWLock::~CSRWLock() = default;
-// A reader waits behind the threads that are waiting already; otherwise a succession of readers
-// could keep a writer out.
+// A reader waits until the threads that were already waiting have had their turn; otherwise a
+// succession of readers could keep a writer out.
 void CSRWLock::ReadLock() { Hold(state, oneReader, oneWriter | awaited); }
 void CSRWLock::WriteLock() { Hold(state, oneWriter, ~awaited); }
 void CSRWLock::ReadUnlock() {

@@ -1,5 +1,5 @@
 /// A scripted RTSP server or node tree: it records each request and sends the next response of the
-/// script, whatever the request was, on one connection at a time. After the last response it closes
+/// script regardless of the request, on one connection at a time. After the last response it closes
 /// each connection.
 #pragma once
 

@@ -1,0 +1,392 @@
+#include "StreamDiagnosis.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+namespace hostkit {
+namespace {
+
+using frames::Clock;
+
+/// A rate below this share of the promised one is a fault.
+constexpr double sufficientRate = 0.9;
+/// Share of missing frames from which on the step fails.
+constexpr double seriousLoss = 0.01;
+/// Fewer frames do not show the frame time.
+constexpr std::size_t fewestFrames = 5;
+/// Intervals longer than this, in frame times, have a frame missing.
+constexpr double gapFrom = 1.5;
+/// If less than this share of the datagrams of the missing frames has arrived, none was sent.
+constexpr double someArrived = 0.1;
+
+double Seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
+
+/// The regularity of a stream, and the datagrams that arrived for frames that were not delivered.
+struct SFlow {
+    double frameTime = 0;  ///< seconds while no frame is missing; 0 if unknown
+    double longestGap = 0;
+    std::uint64_t missing = 0;
+    double datagramsPerFrame = 0;  ///< 0 if unknown
+    bool equalFrames = false;      ///< all frames have that many datagrams
+    // Missing frames by the datagrams of their gap, beyond those of the frame that ended it.
+    double withoutDatagrams = 0;
+    double withSome = 0;
+    double withAll = 0;
+};
+
+struct SInterval {
+    double seconds = 0;
+    std::optional<double> datagrams;
+};
+
+std::vector<SInterval> Intervals(const SStreamMeasurement& stream) {
+    std::vector<SInterval> intervals;
+    for (std::size_t i = 1; i < stream.arrivals.size(); ++i) {
+        const SArrival& earlier = stream.arrivals[i - 1];
+        const SArrival& later = stream.arrivals[i];
+        SInterval interval{Seconds(later.when - earlier.when), {}};
+        if (earlier.datagrams && later.datagrams) {
+            interval.datagrams = static_cast<double>(*later.datagrams - *earlier.datagrams);
+        }
+        intervals.push_back(interval);
+    }
+    return intervals;
+}
+
+/// Returns true if most intervals are about equally long, as without lost frames.
+bool IsRegular(const std::vector<SInterval>& intervals, double frameTime) {
+    const auto like = std::ranges::count_if(intervals, [&](const SInterval& each) {
+        return std::abs(each.seconds / frameTime - 1) < 0.25;
+    });
+    return static_cast<double>(like) > 0.6 * static_cast<double>(intervals.size());
+}
+
+void CountDatagrams(const std::vector<SInterval>& intervals, SFlow& flow) {
+    std::vector<double> whole;  // of frames that followed the previous one directly
+    std::vector<double> all;
+    for (const SInterval& each : intervals) {
+        if (!each.datagrams) return;
+        all.push_back(*each.datagrams);
+        if (each.seconds < gapFrom * flow.frameTime) whole.push_back(*each.datagrams);
+    }
+    if (all.empty()) return;
+    std::ranges::sort(whole);
+    flow.datagramsPerFrame = whole.empty() ? std::ranges::min(all) : whole[whole.size() / 2];
+    flow.equalFrames = static_cast<double>(std::ranges::count(whole, flow.datagramsPerFrame)) >=
+                       0.8 * static_cast<double>(whole.size());
+    for (const SInterval& each : intervals) {
+        if (each.seconds < gapFrom * flow.frameTime) continue;
+        const double missing = std::round(each.seconds / flow.frameTime) - 1;
+        const double sent = flow.datagramsPerFrame * missing;
+        const double arrived = *each.datagrams - flow.datagramsPerFrame;
+        // A frame that is missing by loss has lost at least one datagram.
+        double& kind = arrived < someArrived * sent    ? flow.withoutDatagrams
+                       : arrived <= sent - missing / 2 ? flow.withSome
+                                                       : flow.withAll;
+        kind += missing;
+    }
+}
+
+SFlow Analyse(const SStreamMeasurement& stream) {
+    const std::vector<SInterval> intervals = Intervals(stream);
+    SFlow flow;
+    frames::CMissingFrames estimate;
+    for (std::size_t i = 1; i < stream.arrivals.size(); ++i) {
+        estimate.Add(stream.arrivals[i].when - stream.arrivals[i - 1].when);
+    }
+    double sum = 0;
+    for (const SInterval& each : intervals) {
+        sum += each.seconds;
+        flow.longestGap = std::max(flow.longestGap, each.seconds);
+    }
+    flow.frameTime = Seconds(estimate.FrameTime());
+    if (flow.frameTime == 0 && !intervals.empty()) {
+        flow.frameTime = sum / static_cast<double>(intervals.size());
+    }
+    flow.missing = estimate.count();
+    // Where most frames are missing, or come in one burst, their intervals do not show the frame
+    // time.
+    const double promised = 1 / stream.promisedRate.value_or(1e9);
+    const bool sparse = flow.frameTime > gapFrom * promised;
+    const bool dense = flow.frameTime < promised / gapFrom;
+    if (stream.promisedRate && (sparse || dense) && !IsRegular(intervals, flow.frameTime)) {
+        flow.frameTime = promised;
+        const double expected = sum / promised;
+        flow.missing = static_cast<std::uint64_t>(
+            std::max(std::round(expected) - static_cast<double>(intervals.size()), 0.0));
+    }
+    CountDatagrams(intervals, flow);
+    return flow;
+}
+
+/// Where missing frames were lost, as far as the counters show it.
+enum class EPlace {
+    ReceiveBuffer,
+    Interface,
+    Network,     ///< some of their datagrams arrived, and some did not
+    Disordered,  ///< all their datagrams arrived, but not in order, or more than once
+    Incomplete,  ///< one of the two above
+    NotSent,     ///< none of their datagrams arrived
+    Unknown,
+};
+
+EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double otherDatagrams) {
+    const double missing = static_cast<double>(flow.missing);
+    // Each missing frame has lost at least one datagram.
+    if (static_cast<double>(stream.counters.dropped.value_or(0)) >= missing / 2) {
+        return EPlace::ReceiveBuffer;
+    }
+    if (static_cast<double>(stream.counters.interfaceDropped.value_or(0)) >= missing / 2) {
+        return EPlace::Interface;
+    }
+    // A frame of a single datagram leaves no trace.
+    if (flow.datagramsPerFrame < 2) return EPlace::Unknown;
+    // A busy camera may skip a frame besides, so that the majority decides.
+    if (flow.withoutDatagrams > flow.withSome + flow.withAll) return EPlace::NotSent;
+    const bool exact =
+        stream.raw && flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
+    if (!exact) return EPlace::Incomplete;
+    return flow.withAll > flow.withSome ? EPlace::Disordered : EPlace::Network;
+}
+
+SFinding Step(const SStreamMeasurement& stream, const char* name) {
+    return {stream.format + ", " + name, EVerdict::Ok, {}, {}, {}};
+}
+
+std::string Count(std::uint64_t number, const char* what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+/// Datagrams to expect at least, if none was lost.
+double ExpectedDatagrams(const SStreamMeasurement& stream) {
+    constexpr double datagram = 1500;
+    constexpr double compression = 16;
+    constexpr double slowRate = 5;
+    const double bytes = static_cast<double>(stream.rawBytes) / (stream.raw ? 1 : compression);
+    return std::max(bytes / datagram, 1.0) * stream.promisedRate.value_or(slowRate) *
+           stream.seconds;
+}
+
+/// Explains a stream that started but delivered no frame.
+void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& camera,
+                    SFinding& finding) {
+    const SCounterSteps& counters = stream.counters;
+    const double few = ExpectedDatagrams(stream) / 5;
+    // More than the other traffic, which varies.
+    const auto arrived = [&](const std::optional<std::uint64_t>& count, double otherPerSecond) {
+        return static_cast<double>(count.value_or(0)) > 2 * otherPerSecond * stream.seconds + few;
+    };
+    const SBackground& other = camera.background;
+    finding.text = "no frame in " + Decimal(stream.seconds, 1) + " s";
+    if (stream.controlClosed) {
+        finding.advice = "start the stream again";
+        finding.cause = "The camera closed its control connection before it sent a frame.";
+    } else if (counters.dropped.value_or(0) != 0) {
+        finding.text += ", " + Count(*counters.dropped, "datagram") + " dropped by this system";
+        finding.advice = ReceiveBufferAdvice(stream.buffers, stream.longestStall);
+        finding.cause = "This system drops the datagrams, because the receive buffer (" +
+                        ReceiveBufferText(stream.buffers) + ") is full.";
+    } else if (!counters.datagrams) {
+        finding.advice = "check firewalls: RTP comes by UDP to a port that the system picks";
+        finding.cause = "The camera accepts the stream, but no frame arrives.";
+    } else if (arrived(counters.datagrams, other.datagrams)) {
+        finding.text += ", although " + Count(*counters.datagrams, "datagram") + " arrived";
+        finding.advice = "check cables and switches";
+        finding.cause =
+            "The packets arrive so incompletely, or so out of order, that no frame is complete.";
+    } else if (arrived(counters.interfacePackets, other.interfacePackets)) {
+        finding.text +=
+            ", although the interface received " + Count(*counters.interfacePackets, "packet");
+        finding.advice = "allow this program to receive UDP in the firewall of this machine";
+        finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
+    } else if (!counters.interfacePackets ||
+               other.interfacePackets * stream.seconds > ExpectedDatagrams(stream)) {
+        finding.text += ", and no UDP from the camera reached this program";
+        finding.advice =
+            "check firewalls, first that of this machine: RTP comes by UDP to a port that the "
+            "system picks";
+        finding.cause =
+            "The camera accepts the stream, but no UDP from it reaches this program: a firewall "
+            "blocks it, or the camera does not send.";
+    } else {
+        finding.text += ", and no UDP from the camera reached this machine";
+        finding.advice =
+            "check firewalls and routers between the camera and this machine: RTP "
+            "comes by UDP to a port that the system picks";
+        finding.cause =
+            "The camera accepts the stream, but no UDP from it reaches this machine: a firewall "
+            "or router on the way blocks it, or the camera does not send.";
+    }
+}
+
+SFinding StreamStep(const SStreamMeasurement& stream, const SCameraMeasurement& camera,
+                    const SFlow& flow) {
+    SFinding finding = Step(stream, "stream");
+    finding.verdict = EVerdict::Failed;
+    if (stream.refusal) {
+        finding.text = "the camera did not start: " + stream.refusal->reason;
+        finding.advice = stream.refusal->advice;
+        finding.cause = "The camera does not stream: " + stream.refusal->reason + ".";
+        return finding;
+    }
+    if (stream.arrivals.empty()) {
+        ExplainSilence(stream, camera, finding);
+        return finding;
+    }
+    finding.text =
+        Count(stream.arrivals.size(), "frame") + " in " + Decimal(stream.seconds, 1) + " s";
+    const double longSilence = std::max(0.5, 4 * flow.frameTime);
+    const bool ended = stream.arrivals.size() > 1 && stream.silenceAtEnd > longSilence;
+    if (stream.controlClosed) {
+        finding.text += ", then the camera closed its control connection";
+        finding.advice = "start the stream again";
+        finding.cause = "The camera has restarted, or has ended the session.";
+    } else if (ended && stream.unread) {
+        finding.text += ", then reception ended, while datagrams still arrive";
+        finding.advice = "start the stream again";
+        finding.cause = "An empty datagram has ended reception in this program.";
+    } else if (ended) {
+        finding.text += ", and none in the last " + Decimal(stream.silenceAtEnd, 1) + " s";
+        finding.advice = "check the cable and the power of the camera";
+        finding.cause = "The camera has stopped sending, or has been disconnected.";
+    } else {
+        finding.verdict = EVerdict::Ok;
+    }
+    return finding;
+}
+
+SFinding RateStep(const SStreamMeasurement& stream, const SFlow& flow) {
+    SFinding finding = Step(stream, "frame rate");
+    const double rate = 1 / flow.frameTime;
+    finding.text = Decimal(rate, 1) + " frames/s";
+    if (!stream.promisedRate) {
+        finding.text += "; the camera promises none";
+        return finding;
+    }
+    const std::string promised = Decimal(*stream.promisedRate, 1) + " frames/s";
+    finding.text += " of the promised " + promised;
+    if (rate >= sufficientRate * *stream.promisedRate) return finding;
+    finding.verdict = EVerdict::Failed;
+    finding.advice =
+        "check the camera's settings, such as a long exposure, or request a rate that "
+        "it reaches";
+    finding.cause = "The camera sends regularly, but only " + Decimal(rate, 1) +
+                    " frames/s instead of the " + promised + " that its node tree promises.";
+    return finding;
+}
+
+void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& finding) {
+    switch (place) {
+        case EPlace::ReceiveBuffer:
+            finding.text += "; this system dropped " + Count(*stream.counters.dropped, "datagram") +
+                            " because the receive buffer was full";
+            finding.advice = ReceiveBufferAdvice(stream.buffers, stream.longestStall);
+            finding.cause =
+                "Packets are lost in the receive buffer of this machine: " + finding.advice + ".";
+            return;
+        case EPlace::Interface:
+            finding.text += "; the network interface dropped " +
+                            Count(*stream.counters.interfaceDropped, "packet");
+            finding.advice =
+                "enlarge the interface's receive ring (ethtool -G), and check its "
+                "driver";
+            finding.cause = "The network interface of this machine drops packets.";
+            return;
+        case EPlace::Network:
+            finding.text += "; some of their packets did not arrive, and this system dropped none";
+            finding.advice = "check cables, switches and flow control";
+            finding.cause = "Packets are lost before they reach this machine.";
+            return;
+        case EPlace::Disordered:
+            finding.text += "; all of their packets arrived, but out of order or repeatedly";
+            finding.advice = "look for parallel paths between the camera and this machine";
+            finding.cause = "The network reorders or repeats packets, which costs their frames.";
+            return;
+        case EPlace::Incomplete:
+            finding.text += "; some of their packets arrived, and this system dropped none";
+            finding.advice = "check cables, switches and parallel paths";
+            finding.cause = "Packets are lost, or reordered, before they reach this machine.";
+            return;
+        case EPlace::NotSent:
+            finding.text += "; none of their packets arrived";
+            finding.advice = "check the camera's load and settings; a lower frame rate may help";
+            finding.cause = "The camera skips frames.";
+            return;
+        case EPlace::Unknown:
+            break;
+    }
+    finding.text += stream.counters.dropped == std::optional<std::uint64_t>(0)
+                        ? "; this system dropped no datagram"
+                        : "; whether this system dropped datagrams is unknown";
+    finding.advice = "check cables, switches and the camera's load";
+    finding.cause = "Frames are lost before they reach this machine, or the camera skips them.";
+}
+
+SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
+                     const SBackground& background) {
+    SFinding finding = Step(stream, "missing frames");
+    if (stream.arrivals.size() < fewestFrames && flow.missing == 0) {
+        finding.verdict = EVerdict::Warning;
+        finding.text = "unknown, because only " + Count(stream.arrivals.size(), "frame") +
+                       (stream.arrivals.size() == 1 ? " has" : " have") + " arrived";
+        finding.advice = "measure longer, with --seconds";
+        finding.cause = "Too few frames have arrived to judge the stream; measure longer.";
+        return finding;
+    }
+    const double all = static_cast<double>(stream.arrivals.size() + flow.missing);
+    const double share = static_cast<double>(flow.missing) / all;
+    finding.text = flow.missing == 0 ? "none"
+                                     : "about " + std::to_string(flow.missing) + " (" +
+                                           Decimal(100 * share, 1) + " %)";
+    if (flow.missing == 0) return finding;
+    finding.verdict = share >= seriousLoss ? EVerdict::Failed : EVerdict::Warning;
+    ExplainMissing(PlaceOf(stream, flow, background.datagrams), stream, finding);
+    return finding;
+}
+
+SFinding BufferStep(const SStreamMeasurement& stream) {
+    SFinding finding = Step(stream, "receive buffer");
+    std::uint64_t largest = 0;
+    for (const SArrival& each : stream.arrivals) {
+        largest = std::max<std::uint64_t>(largest, each.length);
+    }
+    finding.text = ReceiveBufferText(stream.buffers) + ", frames of up to " +
+                   std::to_string((largest + 1023) / 1024) + " KiB";
+    if (!stream.buffers.granted || *stream.buffers.granted >= largest) return finding;
+    finding.verdict = EVerdict::Warning;
+    finding.advice = ReceiveBufferAdvice(stream.buffers, 0);
+    finding.cause =
+        "A frame is larger than the receive buffer of this machine, so that a short "
+        "delay of the program costs frames.";
+    return finding;
+}
+
+SFinding TimingStep(const SStreamMeasurement& stream, const SFlow& flow) {
+    constexpr double harmless = 0.1;
+    SFinding finding = Step(stream, "timing");
+    finding.text = "a frame every " + Decimal(1000 * flow.frameTime, 1) + " ms, longest gap " +
+                   Decimal(1000 * flow.longestGap, 1) + " ms";
+    const bool late = flow.longestGap > std::max(2.5 * flow.frameTime, flow.frameTime + harmless);
+    if (!late || flow.missing != 0) return finding;
+    finding.verdict = EVerdict::Warning;
+    finding.advice = "close programs that keep this machine busy, and avoid wireless links";
+    finding.cause = "All frames arrive, but some of them late.";
+    return finding;
+}
+
+}  // namespace
+
+std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
+                                     const SCameraMeasurement& camera) {
+    const SFlow flow = Analyse(stream);
+    std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
+    if (stream.arrivals.empty()) return findings;
+    if (stream.arrivals.size() > 1) findings.push_back(RateStep(stream, flow));
+    findings.push_back(MissingStep(stream, flow, camera.background));
+    findings.push_back(BufferStep(stream));
+    if (stream.arrivals.size() > 1) findings.push_back(TimingStep(stream, flow));
+    return findings;
+}
+
+}  // namespace hostkit

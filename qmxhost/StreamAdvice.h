@@ -1,0 +1,24 @@
+/// The sentences about a stream that lost frames or ended early. Pure: from its summary.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "StreamReport.h"
+
+namespace qmxhost {
+
+/// Returns one sentence for each kind of loss, and for a rate below the promised one.
+[[nodiscard]] std::vector<std::string> LossMessages(const SStreamSummary& summary);
+
+/// Signs by which a silence can be explained.
+struct SSilence {
+    bool controlLost = false;  ///< the camera has closed its control connection
+    bool unread = false;       ///< datagrams wait in this program, and nothing reads them
+    bool anyFrame = false;     ///< frames came before it
+    std::optional<std::uint64_t> datagrams;  ///< that programs of this system have read meanwhile
+};
+/// Returns why no frames arrive, and what to do.
+[[nodiscard]] std::string SilenceReason(const SSilence& silence, const std::string& camera);
+
+}  // namespace qmxhost
