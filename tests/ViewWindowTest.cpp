@@ -30,7 +30,8 @@ using test::WaitFor;
 class CDisplay {
    public:
     CDisplay()
-        : server({"Xvfb", "-displayfd", "1", "-screen", "0", "1400x1000x24", "-nolisten", "tcp"}) {
+        : server({"Xvfb", "-displayfd", "1", "-screen", "0", "1400x1000x24", "-noreset",
+                  "-nolisten", "tcp"}) {
         ::setenv("DISPLAY", (":" + server.ReadLine()).c_str(), 1);
         ::setenv("XDG_RUNTIME_DIR", "/tmp", 0);
     }
@@ -61,11 +62,11 @@ class CView : public CProgram {
           folder(at) {
         // Keys go to the window under the pointer, once the window is mapped.
         EXPECT_TRUE(WaitFor([&] {
-            const auto under = RunProgram(
-                InShell("window=$(xdotool search --onlyvisible --name qmxview 2>/dev/null) && "
-                        "xdotool mousemove --window $window 100 100 && "
-                        "eval $(xdotool getmouselocation --shell) && [ $WINDOW = $window ] && "
-                        "printf $window"));
+            const auto under = RunProgram(InShell(
+                "window=$(timeout 5 xdotool search --onlyvisible --name qmxview 2>/dev/null) && "
+                "xdotool mousemove --window $window 100 100 && "
+                "eval $(timeout 5 xdotool getmouselocation --shell) && [ $WINDOW = $window ] && "
+                "printf $window"));
             window = under.output;
             return under.status == 0 || !running();
         }));
@@ -155,8 +156,8 @@ TEST(LiveView, ObeysKeysAndMouse) {
     // What the X server shows is the same picture.
     const std::string seen = folder.path + "/seen.png";
     RunProgram({"import", "-window", "root", seen});
-    const auto place = RunProgram(
-        InShell("eval $(xdotool getwindowgeometry --shell " + view.window + "); echo $X $Y"));
+    const auto place = RunProgram(InShell("eval $(timeout 5 xdotool getwindowgeometry --shell " +
+                                          view.window + "); echo $X $Y"));
     EXPECT_EQ(Differences(folder.path + "/taken", seen, place.output), "");
 
     // A dragged region, against the values that were saved.

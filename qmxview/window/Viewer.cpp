@@ -141,9 +141,7 @@ void CViewer::HandleMouse(const SDL_Event& event) {
 void CViewer::Do(ECommand command) {
     switch (command) {
         case ECommand::Quit:
-            // Escape closes the help first.
-            ended = !showHelp;
-            showHelp = false;
+            ended = true;
             break;
         case ECommand::Help:
             showHelp = !showHelp;
@@ -249,7 +247,7 @@ void CViewer::DrawInterface() {
     }
     const SRect area = screen.area();
     if (showHelp)
-        CPanel::ShowHelp({0, 0, area.width - panelPlace.width, area.height}, screen.unit());
+        CPanel::ShowHelp(area, screen.unit());
     popupOpen = ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel);
     interfaceLayer.End();
     if (result.command) Do(*result.command);
