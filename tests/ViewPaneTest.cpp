@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <numeric>
 
 #include "FrameFeed.h"
@@ -242,6 +243,20 @@ TEST(Scale, IsParsedAndApplied) {
     texts.SetDifference(true);
     EXPECT_EQ(texts.Value(-100), "-100 = +4.00 K");
     EXPECT_EQ(CValueTexts(ParseScale("1,0,")).Value(5), "5 = 5.00");
+}
+
+TEST(Recorder, SaysWhyItCannotWriteAndGoesOn) {
+    for (const char* const file : {"/", "/nowhere/a.tif", "/dev/full"}) {
+        CRecorder recorder(file, {"127.0.0.1", 4, 1, frames::rawType});
+        const std::vector<std::uint8_t> frame(8);
+        recorder.Push(frame, {});
+        recorder.Finish();
+        SRecorderState state;
+        while (!(state = recorder.State()).finished) std::this_thread::yield();
+        EXPECT_NE(state.error.find(file), std::string::npos) << state.error;
+        EXPECT_EQ(state.recorded, 0u);
+        EXPECT_TRUE(std::filesystem::exists(file) == (std::string(file) != "/nowhere/a.tif"));
+    }
 }
 
 // Neither the callback nor the screen waits, no frame is torn, and each one is counted once.
