@@ -75,15 +75,15 @@ void AddPictureOptions(CLI::App& app, SCommandLine& line) {
     app.add_option("--palette", settings.palette, "colours")
         ->check(CLI::IsMember(frames::PaletteNames()))
         ->capture_default_str();
-    auto* const levels = app.add_option_function<std::string>(
-                                "--levels",
-                                [&settings](const std::string& text) {
-                                    const auto locked = ParseLevels(text);
-                                    settings.automaticLevels = !locked;
-                                    settings.lockedLevels = locked.value_or(frames::SLevels{});
-                                },
-                                "auto, or the values of the coldest and the hottest colour")
-                             ->check(CheckLevels, "", "auto|LOW:HIGH");
+    app.add_option_function<std::string>(
+           "--levels",
+           [&settings](const std::string& text) {
+               const auto locked = ParseLevels(text);
+               settings.automaticLevels = !locked;
+               settings.lockedLevels = locked.value_or(frames::SLevels{});
+           },
+           "auto, or the values of the coldest and the hottest colour")
+        ->check(CheckLevels, "", "auto|LOW:HIGH");
     app.add_option("--percentile", settings.percentile,
                    "percentage of the pixels that automatic levels leave out at either end")
         ->check(CheckPercentile, "", "P")
@@ -94,7 +94,6 @@ void AddPictureOptions(CLI::App& app, SCommandLine& line) {
         ->check(CheckScale, "", "GAIN,OFFSET,UNIT");
     app.add_option("--zoom", line.view.zoom, "screen pixels for each pixel; without it, fit")
         ->check(hostkit::CheckPositive, "", "N");
-    (void)levels;
 }
 
 void AddWindowOptions(CLI::App& app, SCommandLine& line) {

@@ -5,7 +5,9 @@
 #include <exception>
 #include <utility>
 
+#include "PixelTypeNames.h"
 #include "Streaming.h"
+#include "ValueScale.h"
 
 namespace qmxview {
 namespace {
@@ -41,7 +43,11 @@ CCameraSession::~CCameraSession() {
 
 void CCameraSession::Request(const SessionCommand& command) {
     Update([&](SCameraState& now) {
-        commands.push_back(command);
+        if (!commands.empty() && commands.back().index() == command.index()) {
+            commands.back() = command;
+        } else {
+            commands.push_back(command);
+        }
         now.busy = true;
     });
     wake.Notify();
@@ -81,6 +87,7 @@ void CCameraSession::Run() {
         Attempt([&] { std::visit([this](const auto& command) { Do(command); }, *next); });
     }
     Disconnect();
+    hasEnded = true;
 }
 
 /// Runs a step. If it fails without a stream, the session has failed; otherwise the stream goes on
@@ -111,6 +118,7 @@ void CCameraSession::Open() {
     Update([](SCameraState& now) {
         now.phase = EPhase::Opening;
         now.failure.reset();
+        ++now.attempts;
     });
     device = std::make_unique<hostkit::COpenCamera>(host, request.camera, request.openFlags);
     const std::vector<SFormat> formats = device->Formats();
@@ -143,8 +151,11 @@ void CCameraSession::Start(const SFormat& format) {
     feed.Begin(format);
     hostkit::StartStream(*device, format, CFrameFeed::OnFrame, &feed);
     const std::optional<double> rate = ReadRate(*device);
+    request.format = {std::nullopt, hostkit::SSize{format.width, format.height},
+                      frames::TypeName(format.pixelType)};
     Update([&](SCameraState& now) {
         now.phase = EPhase::Streaming;
+        now.failure.reset();
         now.format = format;
         now.rate = rate;
     });
@@ -180,16 +191,21 @@ void CCameraSession::Do(const SSetRate& command) {
     hostkit::COpenCamera& camera = Device();
     feed.ExpectPause();  // the stream of a compressed camera restarts
     SetRate(command.framesPerSecond);
+    request.rate = command.framesPerSecond;
     const std::optional<double> rate = ReadRate(camera);
     Update([&](SCameraState& now) {
         now.rate = rate;
         if (!rate || std::abs(*rate - command.framesPerSecond) < 0.5) return;
-        now.notice = "camera " + request.camera + " uses another rate than the requested one";
+        now.notice = "camera " + request.camera + " uses " + Plain(*rate) + " frames/s instead";
     });
 }
 
 void CCameraSession::Do(const SSetPaused& command) {
     hostkit::COpenCamera& camera = Device();
+    if (!camera->IsStreaming()) {
+        throw CFailure(EExit::Failed,
+                       "camera " + request.camera + " does not stream; C connects it again");
+    }
     feed.ExpectPause();
     qmx::CVariant value;
     value = command.paused;

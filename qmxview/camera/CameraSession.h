@@ -43,6 +43,7 @@ struct SCameraState {
     qmx::cam::IDevice::SFormat format{};  ///< of the stream; valid from the first start on
     std::optional<double> rate;           ///< frames per second that the camera is set to
     bool busy = false;                    ///< a command is being carried out
+    unsigned attempts = 0;                ///< to open the camera
     std::string notice;                   ///< why the last command failed; empty if it has not
     std::optional<hostkit::CFailure> failure;
 };
@@ -71,12 +72,15 @@ class CCameraSession {
     CCameraSession(const CCameraSession&) = delete;
     CCameraSession& operator=(const CCameraSession&) = delete;
 
-    /// Carries out a command after those before it. Returns at once.
+    /// Carries out a command after those before it. A command of the same kind that is still
+    /// waiting is replaced. Returns at once.
     void Request(const SessionCommand& command);
     /// Makes the thread stop the stream and end after the command that it carries out. Returns at
     /// once, so that several cameras stop at the same time.
     void Stop();
     [[nodiscard]] SCameraState State() const;
+    /// Returns true when the thread has stopped everything, so that the destructor does not wait.
+    [[nodiscard]] bool ended() const noexcept { return hasEnded; }
 
    private:
     void Run();
@@ -97,7 +101,7 @@ class CCameraSession {
     void Update(Change change);
 
     hostkit::CPluginHost& host;
-    const SCameraRequest request;
+    SCameraRequest request;  // used only by the thread; follows the commands
     CFrameFeed& feed;
     std::unique_ptr<hostkit::COpenCamera> device;  // used only by the thread
     mutable std::mutex lock;                       // guards `state` and `commands`
@@ -105,6 +109,7 @@ class CCameraSession {
     std::deque<SessionCommand> commands;
     CSignal wake;
     std::atomic<bool> stopping{false};
+    std::atomic<bool> hasEnded{false};
     std::thread thread;
 };
 

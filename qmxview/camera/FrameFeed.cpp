@@ -38,6 +38,9 @@ CFrameFeed::~CFrameFeed() { End(); }
 
 void CFrameFeed::Begin(const qmx::cam::IDevice::SFormat& newFormat) {
     End();
+    const bool same = newFormat.width == format.width && newFormat.height == format.height &&
+                      newFormat.pixelType == format.pixelType;
+    if (!same) RecordTo(nullptr);
     format = newFormat;
     coded = format.pixelType != frames::rawType;
     statistics.ExpectPause();
@@ -139,6 +142,11 @@ void CFrameFeed::Drain() {
 void CFrameFeed::RecordTo(CRecorder* target) {
     const std::lock_guard guard(recorderLock);
     recorder = target;
+}
+
+bool CFrameFeed::Records() {
+    const std::lock_guard guard(recorderLock);
+    return recorder != nullptr;
 }
 
 SFeedCounts CFrameFeed::Counts() const {

@@ -41,7 +41,8 @@ class CFrameFeed {
     CFrameFeed& operator=(const CFrameFeed&) = delete;
 
     // --- The camera's thread -----------------------------------------------------------------
-    /// Prepares for frames of a format. Call it before the stream starts.
+    /// Prepares for frames of a format. Call it before the stream starts. A recording in another
+    /// format gets no further frames.
     void Begin(const qmx::cam::IDevice::SFormat& format);
     /// Call it after the stream has stopped.
     void End();
@@ -60,6 +61,8 @@ class CFrameFeed {
     /// Sends each frame to a recorder as well, or, with null, to none. After the call, no frame is
     /// sent to the previous recorder.
     void RecordTo(CRecorder* target);
+    /// Returns true while frames are sent to a recorder.
+    [[nodiscard]] bool Records();
 
     // --- Any thread --------------------------------------------------------------------------
     [[nodiscard]] SFeedCounts Counts() const;

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <exception>
+#include <thread>
 #include <utility>
 
+#include "NetworkState.h"
 #include "Streaming.h"
 
 namespace qmxview {
@@ -18,6 +21,7 @@ constexpr auto longestSilence = 3s;
 /// A slow camera is silent for longer: this many of its frame times.
 constexpr double silentFrameTimes = 3;
 constexpr auto ratePeriod = 1s;
+constexpr std::uint16_t rtspPort = 554;
 /// Number of pictures whose ages count for the median.
 constexpr std::size_t ageCount = 300;
 /// Screen pixels by which an arrow key moves the picture.
@@ -46,7 +50,8 @@ bool CPane::Refresh(Clock::time_point now) {
     cameraState = session->State();
     if (before != EPhase::Streaming && cameraState.phase == EPhase::Streaming) begun = now;
     UpdateRates(now);
-    if (recorder != nullptr && recorder->State().finished) StopRecording();
+    if (recorder != nullptr && !feed.Records()) StopRecording();  // the format has changed
+    if (recorder != nullptr && recorder->State().finished) FinishRecording();
     if (isFrozen) return false;
     const SViewFrame* const newest = feed.Fetch();
     if (newest == nullptr) return false;
@@ -74,15 +79,27 @@ void CPane::UpdateRates(Clock::time_point now) {
     const auto rates = frames::RatesBetween(ratesFrom.received, counts.received, now - ratesAt);
     const auto shown = static_cast<double>(counts.shown - ratesFrom.shown);
     measured = {rates.framesPerSecond, rates.megabitsPerSecond,
-                shown / frames::Seconds(now - ratesAt), 0};
-    if (!ages.empty()) {
-        std::vector<double> sorted = ages;
-        const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
-        std::ranges::nth_element(sorted, middle);
-        measured.medianAgeMs = *middle;
-    }
+                shown / frames::Seconds(now - ratesAt)};
+    const bool connected =
+        cameraState.phase == EPhase::Streaming || cameraState.phase == EPhase::Paused;
+    controlLost = connected && !cameraState.busy &&
+                  platform::IsConnectedTo(cameraState.address, rtspPort) == false;
     ratesFrom = counts;
     ratesAt = now;
+}
+
+double CPane::MedianAgeMs() const {
+    if (ages.empty()) return 0;
+    std::vector<double> sorted = ages;
+    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+    std::ranges::nth_element(sorted, middle);
+    return *middle;
+}
+
+Clock::duration CPane::LongestGap(Clock::time_point now) const {
+    const frames::SFrameTotals totals = feed.Counts().received;
+    const bool waits = totals.frames != 0 && cameraState.phase == EPhase::Streaming;
+    return waits ? std::max(totals.longestGap, now - LastFrame()) : totals.longestGap;
 }
 
 Clock::time_point CPane::LastFrame() const {
@@ -92,7 +109,7 @@ Clock::time_point CPane::LastFrame() const {
 
 bool CPane::stale(Clock::time_point now) const {
     if (cameraState.phase == EPhase::Opening || cameraState.phase == EPhase::Failed) return true;
-    if (cameraState.phase == EPhase::Paused) return false;
+    if (cameraState.phase == EPhase::Paused) return controlLost;
     const double slowest = std::max(cameraState.rate.value_or(1), 0.001);
     const auto frameTimes = std::chrono::duration<double>(silentFrameTimes / slowest);
     return now - LastFrame() >= std::max<std::chrono::duration<double>>(longestSilence, frameTimes);
@@ -102,6 +119,7 @@ bool CPane::Do(ECommand command) {
     CViewport& view = model.viewport;
     const SRect visible = view.Visible();
     const SPoint middle{visible.x + visible.width / 2.0, visible.y + visible.height / 2.0};
+    error.clear();
     switch (command) {
         case ECommand::Freeze:
             isFrozen = !isFrozen;
@@ -114,6 +132,7 @@ bool CPane::Do(ECommand command) {
                 model.LockLevels(model.levels());
             } else {
                 model.settings.automaticLevels = true;
+                model.SettingsChanged();
             }
             break;
         case ECommand::ZoomIn:
@@ -148,7 +167,7 @@ bool CPane::Do(ECommand command) {
             break;
         case ECommand::Spots:
             model.settings.markSpots = !model.settings.markSpots;
-            model.Remeasure();
+            model.SettingsChanged();
             break;
         case ECommand::Saturation:
             model.settings.markSaturation = !model.settings.markSaturation;
@@ -172,35 +191,47 @@ bool CPane::Do(ECommand command) {
 }
 
 void CPane::StartRecording() {
-    if (recording() || cameraState.address.empty()) return;
-    recordingResult.clear();
+    if (recording() || cameraState.format.width == 0) return;
     const auto& format = cameraState.format;
-    auto started = std::make_unique<CRecorder>(
-        FileStem() + ".tif", frames::SRecordedStream{cameraState.address, format.width,
-                                                     format.height, format.pixelType});
-    recorder = std::move(started);
+    try {
+        recorder = std::make_unique<CRecorder>(
+            FileStem() + ".tif", frames::SRecordedStream{cameraState.address, format.width,
+                                                         format.height, format.pixelType});
+    } catch (const std::exception& failure) {
+        return SetError(std::string("cannot record: ") + failure.what());
+    }
     feed.RecordTo(recorder.get());
 }
 
 void CPane::StopRecording() {
     if (!recording()) return;
     feed.RecordTo(nullptr);
-    recorder->Finish();
+    recorder->Finish();  // `Refresh` comes back when the last frame is written
+}
+
+/// Reports the end of a recording whose frames are all written.
+void CPane::FinishRecording() {
+    feed.RecordTo(nullptr);
     const SRecorderState end = recorder->State();
-    if (!end.finished) return;  // `Refresh` comes back when the last frame is written
-    recordingResult = end.error.empty() ? std::to_string(end.recorded) + " frames recorded to " +
-                                              recorder->file().string()
-                                        : end.error;
-    if (end.notKept != 0) recordingResult += ", " + std::to_string(end.notKept) + " not kept";
-    message = recordingResult;
+    message = std::to_string(end.recorded) + " frames recorded to " + recorder->file().string();
+    if (end.notKept != 0) message += ", " + std::to_string(end.notKept) + " not kept";
+    if (!end.error.empty()) {
+        hasRecordingFailed = true;
+        message.clear();
+        SetError(end.error);
+    }
     recorder.reset();
 }
 
-void CPane::EndStop() {
+std::string CPane::EndStop() {
     session.reset();
     feed.RecordTo(nullptr);
     feed.Drain();
-    recorder.reset();
+    if (recorder == nullptr) return {};
+    recorder->Finish();
+    while (!recorder->State().finished) std::this_thread::sleep_for(10ms);
+    FinishRecording();
+    return error.empty() ? message : error;
 }
 
 std::string CPane::HeaderText() const {
@@ -218,17 +249,19 @@ std::string CPane::StateText(Clock::time_point now) const {
         case EPhase::Opening:
             return "connecting";
         case EPhase::Failed:
-            return cameraState.failure ? cameraState.failure->what() : "";
+            return "failed; C connects again";
         case EPhase::Paused:
-            return "paused by the camera; K lets it go on";
+            if (controlLost) break;
+            return "the camera is paused; K resumes";
         case EPhase::Streaming:
             break;
     }
-    if (stale(now)) {
+    if (cameraState.phase == EPhase::Streaming && stale(now)) {
         const auto seconds = static_cast<long>(frames::Seconds(now - LastFrame()));
         return "no frames for " + std::to_string(seconds) + " s; C connects again";
     }
-    if (isFrozen) return "frozen; Space goes on";
+    if (controlLost) return "the camera has closed the connection; C connects again";
+    if (isFrozen) return "frozen; Space resumes";
     if (!cameraState.notice.empty()) return cameraState.notice;
     const SFeedCounts counts = feed.Counts();
     if (counts.received.frames != 0 && counts.undecodable == counts.received.frames) {
@@ -239,19 +272,25 @@ std::string CPane::StateText(Clock::time_point now) const {
 
 std::string CPane::RateText() const {
     const SFeedCounts counts = feed.Counts();
-    return Fixed(measured.framesPerSecond, 1) + " frames/s  " +
-           Fixed(measured.megabitsPerSecond, 1) + " Mbit/s  received " +
-           std::to_string(counts.received.frames) + "  missing " +
+    return "received " + std::to_string(counts.received.frames) + "  missing " +
            std::to_string(counts.received.missing) + "  not shown " +
-           std::to_string(counts.notShown);
+           std::to_string(counts.notShown) + "  " + Fixed(measured.framesPerSecond, 1) +
+           " frames/s  " + Fixed(measured.megabitsPerSecond, 1) + " Mbit/s";
 }
 
-std::string CPane::RecordingText() const {
+std::string CPane::MessageText() const {
     if (!recording()) return message;
     const SRecorderState state = recorder->State();
     std::string text = "recording " + std::to_string(state.recorded);
     if (state.notKept != 0) text += ", " + std::to_string(state.notKept) + " not kept";
     return text;
+}
+
+std::string CPane::ErrorText() const {
+    if (cameraState.phase == EPhase::Failed && cameraState.failure) {
+        return cameraState.failure->what();
+    }
+    return error;
 }
 
 std::string CPane::FileStem() const {

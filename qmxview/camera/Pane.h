@@ -20,7 +20,6 @@ struct SPaneRates {
     double framesPerSecond = 0;
     double megabitsPerSecond = 0;
     double shownPerSecond = 0;
-    double medianAgeMs = 0;  ///< from the callback to the screen; 0 before the first picture
 };
 
 /// Used by the screen's thread.
@@ -39,8 +38,12 @@ class CPane {
     void StopRecording();
     /// Makes the camera stop. The destructor waits for it; this does not.
     void BeginStop() { session->Stop(); }
-    /// Waits until the camera has stopped, and closes the recording.
-    void EndStop();
+    [[nodiscard]] bool stopped() const { return session->ended(); }
+    /// Waits until the camera has stopped, and closes the recording. Returns how the recording has
+    /// ended; empty if there was none.
+    [[nodiscard]] std::string EndStop();
+    /// Returns true if a recording has failed.
+    [[nodiscard]] bool recordingFailed() const noexcept { return hasRecordingFailed; }
 
     [[nodiscard]] bool frozen() const noexcept { return isFrozen; }
     /// Returns true if the picture is one of the past: no frames, although the camera should send.
@@ -53,9 +56,19 @@ class CPane {
     [[nodiscard]] std::string StateText(frames::Clock::time_point now) const;
     /// Returns rates and counts, for the footer.
     [[nodiscard]] std::string RateText() const;
-    /// Returns how the recording goes; empty if there was none.
-    [[nodiscard]] std::string RecordingText() const;
+    /// Returns how the recording goes, or the last message.
+    [[nodiscard]] std::string MessageText() const;
+    /// Returns why the camera, or the last thing that was asked for, has failed; empty if it has
+    /// not.
+    [[nodiscard]] std::string ErrorText() const;
     [[nodiscard]] SPaneRates rates() const noexcept { return measured; }
+    [[nodiscard]] double MedianAgeMs() const;
+    /// Returns the longest time between two frames, or since the last one if that is longer.
+    [[nodiscard]] frames::Clock::duration LongestGap(frames::Clock::time_point now) const;
+    /// Returns the time since the last picture was shown, or since the beginning.
+    [[nodiscard]] frames::Clock::duration SinceShown(frames::Clock::time_point now) const {
+        return now - lastShown.value_or(begun);
+    }
     [[nodiscard]] SFeedCounts counts() const { return feed.Counts(); }
     [[nodiscard]] const SCameraState& state() const noexcept { return cameraState; }
     [[nodiscard]] const std::string& camera() const noexcept { return name; }
@@ -65,20 +78,25 @@ class CPane {
     void Request(const SessionCommand& command) { session->Request(command); }
     /// Shows a message until the next one, such as the result of a snapshot.
     void SetMessage(std::string text) { message = std::move(text); }
+    /// Shows an error until the next command.
+    void SetError(std::string text) { error = std::move(text); }
 
     CPaneModel model;
 
    private:
+    void FinishRecording();
     void UpdateRates(frames::Clock::time_point now);
     [[nodiscard]] frames::Clock::time_point LastFrame() const;
 
     const std::string name;
+    std::unique_ptr<CRecorder> recorder;  // before the session, whose frames go to it
     CFrameFeed feed;
     std::unique_ptr<CCameraSession> session;
     SCameraState cameraState;
-    std::unique_ptr<CRecorder> recorder;
-    std::string recordingResult;
+    bool controlLost = false;  // the camera has closed its control connection
+    bool hasRecordingFailed = false;
     std::string message;
+    std::string error;
     bool isFrozen = false;
     frames::Clock::time_point begun;  // of waiting for frames
     std::optional<frames::Clock::time_point> lastShown;

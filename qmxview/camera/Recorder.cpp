@@ -2,16 +2,12 @@
 
 #include <chrono>
 #include <exception>
+#include <new>
 
 namespace qmxview {
 
-CRecorder::CRecorder(const std::filesystem::path& file, const frames::SRecordedStream& stream)
-    : path(file), recording(file, stream) {
-    if (!recording.error().empty()) {
-        state.error = "cannot create " + path.string() + ": " + recording.error();
-        state.finished = true;
-        return;
-    }
+CRecorder::CRecorder(const std::filesystem::path& file, const frames::SRecordedStream& recorded)
+    : path(file), stream(recorded) {
     waiting.Reserve(std::size_t{stream.width} * stream.height * 2);
     writer = std::thread([this] { Run(); });
 }
@@ -39,40 +35,53 @@ SRecorderState CRecorder::State() const {
 }
 
 void CRecorder::Run() {
-    using namespace std::chrono_literals;
-    bool good = true;
-    while (good) {
-        // Read before the queue: a frame pushed after it does not have to be waited for.
-        const bool last = finishing;
-        const frames::SFrame* const frame = waiting.Front(last ? 0ms : 20ms);
-        if (frame != nullptr) {
-            good = Write(*frame);
-            waiting.Pop();
-        } else if (last) {
-            break;
-        }
+    try {
+        WriteAll();
+    } catch (const std::exception& failure) {
+        Fail(std::string("recording to ") + path.string() + " has ended: " + failure.what());
     }
     const std::lock_guard guard(lock);
     state.finished = true;
 }
 
-bool CRecorder::Write(const frames::SFrame& frame) {
+void CRecorder::Fail(const std::string& error) {
+    const std::lock_guard guard(lock);
+    state.error = error;
+}
+
+void CRecorder::WriteAll() {
+    using namespace std::chrono_literals;
+    frames::CFrameRecorder recording(path, stream);
+    if (!recording.error().empty()) {
+        return Fail("cannot create " + path.string() + ": " + recording.error());
+    }
+    for (;;) {
+        // Read before the queue: a frame pushed after it does not have to be waited for.
+        const bool last = finishing;
+        const frames::SFrame* const frame = waiting.Front(last ? 0ms : 20ms);
+        if (frame == nullptr && last) return;
+        if (frame == nullptr) continue;
+        if (!Write(recording, *frame)) return;
+        waiting.Pop();
+    }
+}
+
+/// Returns false if the recording has failed.
+bool CRecorder::Write(frames::CFrameRecorder& recording, const frames::SFrame& frame) {
     auto result = frames::ERecorded::Undecodable;
     try {
         result = recording.Add(frame);
-    } catch (const std::exception&) {
-        // Memory is short; the next frame may be recorded.
+    } catch (const std::bad_alloc&) {
+        // The next frame may be recorded.
+    }
+    if (result == frames::ERecorded::Failed) {
+        Fail("recording to " + path.string() + " has ended: " + recording.error() + "; the " +
+             std::to_string(recording.frameCount()) + " frames before are saved");
+        return false;
     }
     const std::lock_guard guard(lock);
-    if (result == frames::ERecorded::Done) {
-        ++state.recorded;
-    } else if (result != frames::ERecorded::Failed) {
-        ++state.notKept;
-    } else {
-        state.error = "recording to " + path.string() + " has ended: " + recording.error() +
-                      "; the " + std::to_string(state.recorded) + " frames before are saved";
-    }
-    return result != frames::ERecorded::Failed;
+    ++(result == frames::ERecorded::Done ? state.recorded : state.notKept);
+    return true;
 }
 
 }  // namespace qmxview

@@ -25,7 +25,7 @@ struct SRecorderState {
 /// the screen.
 class CRecorder {
    public:
-    /// Creates the file. If that fails, the state contains the error and the recorder is finished.
+    /// Starts the thread, which creates the file. If that fails, the state contains the error.
     CRecorder(const std::filesystem::path& file, const frames::SRecordedStream& stream);
     /// Waits until everything is written.
     ~CRecorder();
@@ -41,11 +41,13 @@ class CRecorder {
 
    private:
     void Run();
-    [[nodiscard]] bool Write(const frames::SFrame& frame);
+    void WriteAll();
+    [[nodiscard]] bool Write(frames::CFrameRecorder& recording, const frames::SFrame& frame);
+    void Fail(const std::string& error);
 
     const std::filesystem::path path;
+    const frames::SRecordedStream stream;
     frames::CFrameQueue waiting;
-    frames::CFrameRecorder recording;
     mutable std::mutex lock;  // guards `state`
     SRecorderState state;
     std::atomic<bool> finishing{false};

@@ -47,7 +47,7 @@ constexpr SKey keys[] = {
 };
 
 constexpr SKeyHelp help[] = {
-    {"Space", "freeze the picture, or go on"},
+    {"Space", "freeze the picture, or resume"},
     {"S", "save a snapshot: exact values, and the window as seen"},
     {"R", "start or stop a recording"},
     {"P, Shift+P", "next or previous palette"},
@@ -61,7 +61,7 @@ constexpr SKeyHelp help[] = {
     {"X", "mark the hottest and the coldest pixel"},
     {"B, I", "mark saturated pixels, or the isotherm"},
     {"D", "subtract this picture from now on, or stop that"},
-    {"K", "pause the camera, or let it go on"},
+    {"K", "pause the camera, or resume"},
     {"C", "connect the camera again"},
     {"Tab", "next pane"},
     {"H", "show or hide these keys"},

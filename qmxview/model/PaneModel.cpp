@@ -41,18 +41,37 @@ const frames::SGreyPicture& CPaneModel::shown() const noexcept {
 }
 
 void CPaneModel::Show(const SViewFrame& newest, double seconds) {
+    const bool otherSize = frame == nullptr || newest.values.width != frameWidth ||
+                           newest.values.height != frameHeight;
+    if (otherSize) measured.reset();
+    frameWidth = newest.values.width;
+    frameHeight = newest.values.height;
     frame = &newest;
     ignored = frames::StampPixels(frame->values);
     Subtract();
     viewport.SetPicture(shown().width, shown().height);
-    counts.Count(shown().pixels, shown().pixels.size() > sampledFrom ? 4 : 1);
+    texts.SetScaled(!coloured());
+    UpdateLevels(seconds);
+    Measure(true);
+}
+
+void CPaneModel::UpdateLevels(double seconds) {
+    const auto pixels = std::span(shown().pixels);
+    counts.Count(pixels.subspan(std::min(ignored, pixels.size())),
+                 pixels.size() > sampledFrom ? 4 : 1);
     const frames::SLevels followed = automatic.Follow(counts, settings.percentile, seconds);
     if (settings.automaticLevels) {
         own = {std::round(followed.low), std::round(followed.high)};
     } else {
         own = settings.lockedLevels;
     }
-    Measure(true);
+}
+
+void CPaneModel::SettingsChanged() {
+    if (frame == nullptr) return;
+    constexpr double atOnce = 1000;  // seconds, long enough to settle
+    UpdateLevels(atOnce);
+    Measure(false);
 }
 
 void CPaneModel::Subtract() {
@@ -60,7 +79,10 @@ void CPaneModel::Subtract() {
                       reference.pixels.size() == frame->values.pixels.size();
     texts.SetDifference(fits);
     if (!fits) {
-        if (hasReference()) ClearReference();  // of a format that is no longer received
+        // The reference is of a format that is no longer received.
+        if (hasReference()) automatic.Restart();
+        reference = {};
+        difference = {};
         return;
     }
     difference.width = reference.width;
@@ -79,7 +101,7 @@ void CPaneModel::SetReference() {
     automatic.Restart();
     settings.automaticLevels = true;  // locked levels would be those of other values
     overTime.Clear();
-    Measure(false);
+    SettingsChanged();
 }
 
 void CPaneModel::ClearReference() {
@@ -89,13 +111,13 @@ void CPaneModel::ClearReference() {
     automatic.Restart();
     settings.automaticLevels = true;
     overTime.Clear();
-    Remeasure();
+    SettingsChanged();
 }
 
 void CPaneModel::SetRegion(const std::optional<frames::SRegion>& pixels) {
     measured = pixels;
     overTime.Clear();
-    Remeasure();
+    if (frame != nullptr) Measure(false);
 }
 
 void CPaneModel::SetCursor(const std::optional<SPixel>& pixel) {
@@ -105,6 +127,7 @@ void CPaneModel::SetCursor(const std::optional<SPixel>& pixel) {
 }
 
 void CPaneModel::ToggleIsotherm() {
+    if (hasReference()) return;
     settings.markIsotherm = !settings.markIsotherm;
     if (settings.isotherm.high != 0) return;
     const frames::SLevels& now = levels();
@@ -141,8 +164,9 @@ void CPaneModel::UpdateColours() {
     frames::SColouring wanted;
     wanted.palette = frames::FindPalette(settings.palette).value_or(frames::Palette{});
     wanted.levels = levels();
-    if (settings.markIsotherm) wanted.isotherm = settings.isotherm;
-    if (settings.markSaturation) {
+    // Marks select values of the camera, not differences.
+    if (settings.markIsotherm && !hasReference()) wanted.isotherm = settings.isotherm;
+    if (settings.markSaturation && !hasReference()) {
         wanted.saturation = static_cast<std::uint16_t>(std::clamp(settings.saturation, 0, 65535));
     }
     if (coloursValid && SameColouring(wanted, coloursFor)) return;

@@ -57,10 +57,8 @@ class CPaneModel {
     void SetRegion(const std::optional<frames::SRegion>& pixels);
     /// Sets the pixel under the cursor; nothing when the cursor is elsewhere.
     void SetCursor(const std::optional<SPixel>& pixel);
-    /// Measures again, after a setting has changed.
-    void Remeasure() {
-        if (frame != nullptr) Measure(false);
-    }
+    /// Measures again and sets the levels, after a setting has changed.
+    void SettingsChanged();
     /// Marks the isotherm or not. The first one is the hottest quarter of the levels.
     void ToggleIsotherm();
     /// Moves the locked levels, and locks them.
@@ -112,11 +110,14 @@ class CPaneModel {
 
    private:
     void Subtract();
+    void UpdateLevels(double seconds);
     void Measure(bool newFrame);
     void UpdateColours();
     [[nodiscard]] double Signed(double value) const noexcept;
 
     const SViewFrame* frame = nullptr;
+    std::uint32_t frameWidth = 0;
+    std::uint32_t frameHeight = 0;
     std::size_t ignored = 0;  // pixels of the simulator's stamp
     frames::SGreyPicture reference;
     frames::SGreyPicture difference;

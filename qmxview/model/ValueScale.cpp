@@ -28,20 +28,20 @@ std::string Plain(double value, int mostDecimals) {
     return Fixed(value, value == std::round(value) ? 0 : mostDecimals);
 }
 
-std::string CValueTexts::Scaled(double scaled) const {
-    return " = " + std::string(difference && scaled > 0 ? "+" : "") + Fixed(scaled, 2) +
+std::string CValueTexts::Scaled(double quantity) const {
+    return " = " + std::string(difference && quantity > 0 ? "+" : "") + Fixed(quantity, 2) +
            (scale->unit.empty() ? "" : " " + scale->unit);
 }
 
 std::string CValueTexts::Value(double value) const {
     const std::string text = (difference && value > 0 ? "+" : "") + Plain(value);
-    if (!scale) return text;
+    if (!scale || !scaled) return text;
     return text + Scaled(value * scale->gain + (difference ? 0 : scale->offset));
 }
 
 std::string CValueTexts::Distance(double distance) const {
     const std::string text = Plain(distance);
-    if (!scale) return text;
+    if (!scale || !scaled) return text;
     return text + " = " + Fixed(distance * std::abs(scale->gain), 2) +
            (scale->unit.empty() ? "" : " " + scale->unit);
 }

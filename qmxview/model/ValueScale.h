@@ -27,16 +27,19 @@ class CValueTexts {
     /// Makes values differences from a reference: they get a sign, and the scale's offset does not
     /// apply.
     void SetDifference(bool on) noexcept { difference = on; }
+    /// Makes texts contain the value alone, for pictures whose values are no measurements.
+    void SetScaled(bool on) noexcept { scaled = on; }
     /// Returns a value such as "7188" or "7188 = 14.37 °C".
     [[nodiscard]] std::string Value(double value) const;
     /// Returns a standard deviation or another distance between values.
     [[nodiscard]] std::string Distance(double distance) const;
 
    private:
-    [[nodiscard]] std::string Scaled(double scaled) const;
+    [[nodiscard]] std::string Scaled(double quantity) const;
 
     std::optional<SValueScale> scale;
     bool difference = false;
+    bool scaled = true;
 };
 
 /// Returns a number without unnecessary decimals: whole numbers have none.

@@ -47,7 +47,7 @@ struct SIndexMap {
 /// one pixel of the picture, without interpolation.
 class CViewport {
    public:
-    /// Sets the size of the picture. A new size shows it whole again.
+    /// Sets the size of the picture. A new size moves its centre to the centre of the area.
     void SetPicture(std::uint32_t width, std::uint32_t height);
     /// Sets the area of the screen that the picture may use.
     void SetArea(const SRect& screenArea) noexcept;

@@ -20,6 +20,12 @@ SRect Inset(const SRect& rect, double unit) {
     return {rect.x + margin, rect.y, std::max(0, rect.width - 2 * margin), rect.height};
 }
 
+int TextWidth(const std::string& text) {
+    const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
+    return static_cast<int>(
+        std::ceil(font->CalcTextSizeA(font->FontSize, FLT_MAX, 0, text.c_str()).x));
+}
+
 void PushClip(ImDrawList& list, const SRect& rect) {
     list.PushClipRect(
         ImVec2(static_cast<float>(rect.x), static_cast<float>(rect.y)),
@@ -124,32 +130,42 @@ void CPaneView::DrawTexts(COverlay& overlay, double unit, bool selected,
     const int line = footer.height / 2;
     const SRect upper{footer.x, footer.y + static_cast<int>(2 * unit), footer.width, line};
     const SRect lower{footer.x, footer.y + line, footer.width, line};
-    const std::string title = pane.HeaderText();
-    overlay.Text(header, selected ? accentColour : textColour, title);
-    const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
-    const float titleWidth = font->CalcTextSizeA(font->FontSize, FLT_MAX, 0, title.c_str()).x;
-    const int used = static_cast<int>(titleWidth + 16 * unit);
+    // What is unusual has priority over names, and the value under the cursor over messages.
     const std::string state = pane.StateText(now);
-    const bool failed = pane.state().phase == EPhase::Failed;
-    if (!failed) {
-        overlay.Text({header.x + used, header.y, header.width - used, header.height}, warningColour,
-                     state, true);
-    } else {
-        // A failure is explained in full sentences.
-        const SRect room = Inset(where.picture, 4 * unit);
-        const ImVec2 size = font->CalcTextSizeA(font->FontSize, FLT_MAX,
-                                                static_cast<float>(room.width), state.c_str());
-        const auto x = static_cast<float>(room.x);
-        const float y = static_cast<float>(room.y) +
-                        std::max(0.0F, (static_cast<float>(room.height) - size.y) / 3);
-        overlay.list().AddRectFilled(ImVec2(x - 8, y - 6), ImVec2(x + size.x + 8, y + size.y + 6),
-                                     IM_COL32(0, 0, 0, 220));
-        overlay.list().AddText(font, font->FontSize, ImVec2(x, y), warningColour, state.c_str(),
-                               nullptr, static_cast<float>(room.width));
-    }
-    overlay.Text(upper, textColour, pane.model.CursorText());
-    overlay.Text(upper, pane.recording() ? recordColour : faintColour, pane.RecordingText(), true);
+    const int stateWidth = TextWidth(state);
+    overlay.Text(header, warningColour, state, true);
+    const int titleWidth =
+        header.width - stateWidth - static_cast<int>(stateWidth == 0 ? 0 : 12 * unit);
+    overlay.Text({header.x, header.y, titleWidth, header.height},
+                 selected ? accentColour : textColour, pane.HeaderText());
+    const std::string cursor = pane.model.CursorText();
+    const int cursorWidth = TextWidth(cursor);
+    overlay.Text(upper, textColour, cursor);
+    overlay.Text({upper.x + cursorWidth + static_cast<int>(12 * unit), upper.y,
+                  upper.width - cursorWidth - static_cast<int>(12 * unit), upper.height},
+                 pane.recording() ? recordColour : faintColour, pane.MessageText(), true);
     overlay.Text(lower, faintColour, pane.RateText());
+    DrawError(overlay, unit);
+}
+
+/// Explains a failure in full sentences, on the lower part of the picture.
+void CPaneView::DrawError(COverlay& overlay, double unit) const {
+    const std::string error = pane.ErrorText();
+    const SRect room = Inset(where.picture, 2 * unit);
+    if (error.empty() || room.empty()) return;
+    const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
+    const auto width = static_cast<float>(room.width);
+    const ImVec2 size = font->CalcTextSizeA(font->FontSize, FLT_MAX, width, error.c_str());
+    const auto x = static_cast<float>(room.x);
+    const auto margin = static_cast<float>(8 * unit);
+    const float y = static_cast<float>(room.y) +
+                    std::max(0.0F, static_cast<float>(room.height) - size.y - 2 * margin);
+    ImDrawList& list = overlay.list();
+    PushClip(list, where.picture);
+    list.AddRectFilled(ImVec2(x - margin, y - margin),
+                       ImVec2(x + size.x + margin, y + size.y + margin), IM_COL32(0, 0, 0, 220));
+    list.AddText(font, font->FontSize, ImVec2(x, y), warningColour, error.c_str(), nullptr, width);
+    list.PopClipRect();
 }
 
 std::optional<frames::SRegion> CPaneView::DraggedRegion() const {

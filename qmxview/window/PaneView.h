@@ -41,6 +41,7 @@ class CPaneView {
     void DrawMarks(COverlay& overlay, double unit) const;
     void DrawTexts(COverlay& overlay, double unit, bool selected,
                    frames::Clock::time_point now) const;
+    void DrawError(COverlay& overlay, double unit) const;
     [[nodiscard]] std::optional<frames::SRegion> DraggedRegion() const;
 
     CPane& pane;

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string>
 
+#include "HistogramPlot.h"
+#include "PixelTypeNames.h"
 #include "Streaming.h"
 
 namespace qmxview {
@@ -29,9 +31,6 @@ float ButtonWidth(int count) {
 
 /// Shown where there is no value.
 constexpr const char* none = "\u2013";
-
-/// Percentage of the pixels at either end that do not widen the histogram.
-constexpr double outlierPercent = 0.05;
 
 int Inside(double value) { return static_cast<int>(std::clamp(value, 0.0, 65535.0)); }
 
@@ -69,13 +68,18 @@ void CPanel::Button(const char* text, ECommand command, float width) {
 
 void CPanel::ShowCamera(CPane& pane) {
     const SCameraState& state = pane.state();
+    const char* const hint = "H: keys";
+    const float hintAt = ImGui::GetWindowContentRegionMax().x - ImGui::CalcTextSize(hint).x;
+    const ImVec2 corner = ImGui::GetCursorScreenPos();
+    const float end = ImGui::GetWindowPos().x + hintAt - ImGui::GetStyle().ItemSpacing.x;
+    ImGui::PushClipRect(corner, ImVec2(end, corner.y + ImGui::GetTextLineHeight()), true);
     ImGui::PushStyleColor(ImGuiCol_Text, accentColour);
     ImGui::TextUnformatted(pane.camera().c_str());
     ImGui::PopStyleColor();
     ImGui::SameLine();
     ImGui::TextDisabled("%s", state.busy ? "working" : state.address.c_str());
-    const char* const hint = "H: keys";
-    ImGui::SameLine(ImGui::GetWindowContentRegionMax().x - ImGui::CalcTextSize(hint).x);
+    ImGui::PopClipRect();
+    ImGui::SameLine(hintAt);
     ImGui::TextDisabled("%s", hint);
 
     ImGui::SetNextItemWidth(-1);
@@ -90,25 +94,39 @@ void CPanel::ShowCamera(CPane& pane) {
         }
         ImGui::EndCombo();
     }
-    if (!typingRate) rate = static_cast<float>(state.rate.value_or(0));
-    ImGui::SetNextItemWidth(ImGui::GetFontSize() * 5);
-    ImGui::InputFloat("frames/s", &rate, 0, 0, "%.2f");
-    typingRate = ImGui::IsItemActive();
-    if (ImGui::IsItemDeactivatedAfterEdit() && rate > 0) {
-        pane.Request(SSetRate{static_cast<double>(rate)});
-    }
+    ShowRate(pane);
     const float width = ButtonWidth(2);
     Button(state.phase == EPhase::Paused ? "Resume camera" : "Pause camera", ECommand::PauseCamera,
            width);
     ImGui::SameLine();
     Button("Connect again", ECommand::Reconnect, width);
-    Button(pane.frozen() ? "Go on" : "Freeze", ECommand::Freeze, width);
+    Button(pane.frozen() ? "Resume" : "Freeze", ECommand::Freeze, width);
     ImGui::SameLine();
     Button("Snapshot", ECommand::Snapshot, width);
     if (pane.recording()) ImGui::PushStyleColor(ImGuiCol_Button, recordColour);
     const bool wasRecording = pane.recording();
     Button(wasRecording ? "Stop recording" : "Record", ECommand::Record, -1);
     if (wasRecording) ImGui::PopStyleColor();
+}
+
+/// Shows the frame rate that the camera is set to. A compressed camera does not report its rate:
+/// the plug-in knows only which rate it will request.
+void CPanel::ShowRate(CPane& pane) {
+    const SCameraState& state = pane.state();
+    if (!typingRate) rate = state.rate.value_or(0);
+    ImGui::SetNextItemWidth(ImGui::GetFontSize() * 5);
+    const bool raw = state.format.pixelType == frames::rawType;
+    ImGui::InputDouble(!state.rate ? "frames/s, unknown"
+                       : raw       ? "frames/s"
+                                   : "frames/s, on request",
+                       &rate, 0, 0, state.rate || typingRate ? "%.2f" : "");
+    typingRate = ImGui::IsItemActive();
+    if (!ImGui::IsItemDeactivatedAfterEdit()) return;
+    if (rate > 0) {
+        pane.Request(SSetRate{rate});
+    } else {
+        pane.SetError("a frame rate must be above 0");
+    }
 }
 
 void CPanel::ShowPicture(CPane& pane) {
@@ -150,9 +168,10 @@ void CPanel::ShowLevels(CPane& pane, bool several, bool& linked) {
     }
     ImGui::SetNextItemWidth(ImGui::GetFontSize() * 8);
     auto percentile = static_cast<float>(model.settings.percentile);
-    if (ImGui::SliderFloat("left out", &percentile, 0, 10, "%.1f %%",
+    if (ImGui::SliderFloat("ignored pixels", &percentile, 0, 10, "%.1f %%",
                            ImGuiSliderFlags_AlwaysClamp)) {
         model.settings.percentile = static_cast<double>(percentile);
+        model.SettingsChanged();
     }
     ShowHistogram(pane);
     const frames::SLevels levels = model.levels();
@@ -163,78 +182,46 @@ void CPanel::ShowLevels(CPane& pane, bool several, bool& linked) {
     ImGui::TextUnformatted(high.c_str());
 }
 
-/// Draws the histogram between the smallest and the largest value, with both levels as handles.
+/// Draws the histogram with both levels as handles.
 void CPanel::ShowHistogram(CPane& pane) {
     CPaneModel& model = pane.model;
-    const frames::CHistogram& histogram = model.histogram();
-    frames::SLevels levels = model.levels();
-    frames::SLevels values = histogram.Percentile(outlierPercent);
-    values = {std::min(values.low, levels.low), std::max(values.high, levels.high)};
-    frames::SLevels& range = histogramRange;
-    const double span = std::max(values.high - values.low, 16.0);
-    const bool outside = values.low < range.low || values.high > range.high;
-    const bool small = range.high - range.low > 4 * span;
-    if (draggedLevel == 0 && (outside || small)) {
-        range = {std::max(0.0, values.low - span / 4), std::min(65535.0, values.high + span / 4)};
-    }
+    const frames::SLevels levels = model.levels();
+    if (draggedLevel == 0) histogramRange = PlotRange(model.histogram(), levels, histogramRange);
+    const frames::SLevels& range = histogramRange;
     const ImVec2 size(ImGui::GetContentRegionAvail().x, 84 * unitPixels);
     const ImVec2 corner = ImGui::GetCursorScreenPos();
     ImGui::InvisibleButton("histogram", size);
-    const bool active = ImGui::IsItemActive();
     ImDrawList& list = *ImGui::GetWindowDrawList();
     list.AddRectFilled(corner, ImVec2(corner.x + size.x, corner.y + size.y), backgroundColour);
-
+    float x = corner.x;
+    for (const float height :
+         PlotColumns(model.histogram(), range, static_cast<std::size_t>(size.x))) {
+        const float top = corner.y + size.y - height * (size.y - 4);
+        list.AddRectFilled(ImVec2(x, top), ImVec2(x + 1, corner.y + size.y), faintColour);
+        ++x;
+    }
     const double width = range.high - range.low + 1;
-    const int columns = static_cast<int>(size.x);
-    const auto toScreen = [&](double value) {
-        return corner.x + static_cast<float>((value - range.low) / width) * size.x;
-    };
-    // Each column shows the values that it covers; the logarithm keeps small peaks visible.
-    double largest = 1;
-    std::vector<double> heights(static_cast<std::size_t>(columns));
-    for (int i = 0; i < columns; ++i) {
-        const int first = Inside(range.low + width * i / columns);
-        const int last = std::max(first + 1, Inside(range.low + width * (i + 1) / columns));
-        double sum = 0;
-        for (int value = first; value < last && value <= 65535; ++value) {
-            sum += histogram.at(static_cast<std::uint16_t>(value));
-        }
-        heights[static_cast<std::size_t>(i)] = std::log1p(sum);
-        largest = std::max(largest, std::log1p(sum));
-    }
-    for (int i = 0; i < columns; ++i) {
-        const auto height =
-            static_cast<float>(heights[static_cast<std::size_t>(i)] / largest) * (size.y - 4);
-        const float x = corner.x + static_cast<float>(i);
-        list.AddRectFilled(ImVec2(x, corner.y + size.y - height), ImVec2(x + 1, corner.y + size.y),
-                           faintColour);
-    }
     for (const double level : {levels.low, levels.high}) {
-        const float x = std::clamp(toScreen(level), corner.x, corner.x + size.x - 2);
-        list.AddRectFilled(ImVec2(x, corner.y), ImVec2(x + 2 * unitPixels, corner.y + size.y),
+        const float at = corner.x + static_cast<float>((level - range.low) / width) * size.x;
+        const float left = std::clamp(at, corner.x, corner.x + size.x - 2);
+        list.AddRectFilled(ImVec2(left, corner.y), ImVec2(left + 2 * unitPixels, corner.y + size.y),
                            accentColour);
     }
-    if (!active) {
+    if (!ImGui::IsItemActive()) {
         draggedLevel = 0;
         return;
     }
-    const double value =
-        range.low + static_cast<double>((ImGui::GetMousePos().x - corner.x) / size.x) * width;
-    if (draggedLevel == 0) {
-        draggedLevel = std::abs(value - levels.low) < std::abs(value - levels.high) ? -1 : 1;
-    }
-    if (draggedLevel < 0) {
-        levels.low = std::clamp(std::round(value), 0.0, levels.high);
-    } else {
-        levels.high = std::clamp(std::round(value), levels.low, 65535.0);
-    }
-    model.LockLevels(levels);
+    const double share = static_cast<double>((ImGui::GetMousePos().x - corner.x) / size.x);
+    model.LockLevels(DragLevel(levels, range.low + share * width, draggedLevel));
 }
 
 void CPanel::ShowMarks(CPane& pane) {
     SPaneSettings& settings = pane.model.settings;
     Heading("MARKS");
-    if (ImGui::Checkbox("hottest and coldest pixel", &settings.markSpots)) pane.model.Remeasure();
+    if (ImGui::Checkbox("hottest and coldest pixel", &settings.markSpots))
+        pane.model.SettingsChanged();
+    // Marks select values of the camera; with a reference the picture shows differences.
+    ImGui::BeginDisabled(pane.model.hasReference());
     ImGui::Checkbox("saturated from", &settings.markSaturation);
     ImGui::SameLine();
     ImGui::SetNextItemWidth(-1);
@@ -250,6 +237,7 @@ void CPanel::ShowMarks(CPane& pane) {
         settings.isotherm = {static_cast<std::uint16_t>(Inside(range[0])),
                              static_cast<std::uint16_t>(Inside(range[1]))};
     }
+    ImGui::EndDisabled();
 }
 
 void CPanel::ShowMeasurements(CPane& pane) {
@@ -286,8 +274,10 @@ void CPanel::ShowMeasurements(CPane& pane) {
 void CPanel::ShowReception(CPane& pane, std::optional<std::uint64_t> droppedDatagrams) {
     const SPaneRates rates = pane.rates();
     Heading("RECEPTION");
-    Row("shown", Fixed(rates.shownPerSecond, 1) + "/s, " + Fixed(rates.medianAgeMs, 1) + " ms old");
-    Row("longest gap", Fixed(frames::Milliseconds(pane.counts().received.longestGap), 0) + " ms");
+    Row("shown",
+        Fixed(rates.shownPerSecond, 1) + "/s, " + Fixed(pane.MedianAgeMs(), 1) + " ms old");
+    const auto gap = pane.LongestGap(frames::Clock::now());
+    Row("longest gap", Fixed(frames::Milliseconds(gap), 0) + " ms");
     Row("dropped here",
         droppedDatagrams ? std::to_string(*droppedDatagrams) + " datagrams" : "not counted");
 }
@@ -304,7 +294,7 @@ void CPanel::ShowHelp(const SRect& area, double unit) {
     ImGui::SetNextWindowSize(size);
     ImGui::Begin("keys", nullptr,
                  ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize | ImGuiWindowFlags_NoMove |
-                     ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoInputs);
+                     ImGuiWindowFlags_NoSavedSettings);
     for (const SKeyHelp& line : KeyHelp()) {
         ImGui::PushStyleColor(ImGuiCol_Text, accentColour);
         ImGui::TextUnformatted(line.keys.data(), line.keys.data() + line.keys.size());

@@ -24,6 +24,7 @@ class CPanel {
 
    private:
     void ShowCamera(CPane& pane);
+    void ShowRate(CPane& pane);
     void ShowPicture(CPane& pane);
     void ShowLevels(CPane& pane, bool several, bool& linked);
     void ShowHistogram(CPane& pane);
@@ -35,7 +36,7 @@ class CPanel {
     SPanelResult result;
     float unitPixels = 1;
     const CPane* shownPane = nullptr;
-    float rate = 0;  // as typed
+    double rate = 0;  // as typed
     bool typingRate = false;
     frames::SLevels histogramRange;  // shown; changes only when the picture leaves it
     int draggedLevel = 0;            // -1: low, 1: high

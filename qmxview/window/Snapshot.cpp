@@ -1,10 +1,13 @@
 #include "Snapshot.h"
 
+#include <cerrno>
+#include <exception>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <span>
+#include <system_error>
 #include <utility>
+#include <variant>
 
 #include "OutputFile.h"
 #include "PictureWriter.h"
@@ -18,7 +21,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 std::string CannotWrite(const std::string& file) {
-    return "cannot write " + file + "; does the folder exist, and is there room on the disk?";
+    return "cannot write " + file + ": " + std::generic_category().message(errno);
 }
 
 Json RegionAsJson(const CPaneModel& model) {
@@ -74,34 +77,56 @@ Json PaneAsJson(const CPane& pane, const std::string& valuesFile) {
     return json;
 }
 
-bool SaveValues(const std::string& file, const SViewFrame& frame) {
-    if (frame.colours.empty()) return frames::WritePng(file, frame.values, nullptr);
-    return frames::WritePng(
-        file, frames::SColourPicture{frame.values.width, frame.values.height, frame.colours});
+frames::Picture PictureOf(const SViewFrame& frame) {
+    if (frame.colours.empty()) return frame.values;
+    return frames::SColourPicture{frame.values.width, frame.values.height, frame.colours};
+}
+
+bool Write(const std::string& file, frames::Picture picture) {
+    if (const auto* const grey = std::get_if<frames::SGreyPicture>(&picture)) {
+        return frames::WritePng(file, *grey, nullptr);
+    }
+    return frames::WritePng(file, std::get<frames::SColourPicture>(std::move(picture)));
 }
 
 }  // namespace
 
-std::string SaveSnapshot(const std::string& seen, frames::SColourPicture window,
-                         const std::vector<const CPane*>& panes) {
-    if (!frames::WritePng(seen, std::move(window))) return CannotWrite(seen);
-    const fs::path path(seen);
+SSnapshot TakeSnapshot(const std::string& seenFile, frames::SColourPicture window,
+                       const std::vector<const CPane*>& panes) {
+    const fs::path path(seenFile);
+    SSnapshot snapshot{seenFile, std::move(window), {}, {}, {}};
     Json json;
     for (std::size_t i = 0; i < panes.size(); ++i) {
         const std::string number = panes.size() == 1 ? "" : "-" + std::to_string(i + 1);
         fs::path values = path;
         values.replace_filename(path.stem().string() + "-values" + number + ".png");
         json["panes"].push_back(PaneAsJson(*panes[i], values.string()));
-        if (!panes[i]->model.hasPicture()) continue;
-        if (!SaveValues(values.string(), *panes[i]->model.current())) {
-            return CannotWrite(values.string());
+        if (panes[i]->model.hasPicture()) {
+            snapshot.values.push_back({values.string(), PictureOf(*panes[i]->model.current())});
         }
     }
-    fs::path description = path;
-    description.replace_extension(".json");
-    const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-    const auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    return frames::WriteFile(description.string(), bytes) ? "" : CannotWrite(description.string());
+    snapshot.descriptionFile = fs::path(path).replace_extension(".json").string();
+    snapshot.description = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return snapshot;
+}
+
+std::string WriteSnapshot(SSnapshot snapshot) {
+    try {
+        if (!frames::WritePng(snapshot.seenFile, std::move(snapshot.window))) {
+            return CannotWrite(snapshot.seenFile);
+        }
+        for (auto& [file, picture] : snapshot.values) {
+            if (!Write(file, std::move(picture))) return CannotWrite(file);
+        }
+    } catch (const std::exception& failure) {
+        return "cannot write " + snapshot.seenFile + ": " + failure.what();
+    }
+    const auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(snapshot.description.data()),
+                                 snapshot.description.size());
+    if (!frames::WriteFile(snapshot.descriptionFile, bytes)) {
+        return CannotWrite(snapshot.descriptionFile);
+    }
+    return {};
 }
 
 }  // namespace qmxview

@@ -1,9 +1,12 @@
 #include "Viewer.h"
 
+#include <imgui_internal.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 #include "NetworkCounters.h"
 #include "Process.h"
@@ -25,8 +28,10 @@ constexpr auto interfacePeriod = 66ms;
 /// Longest wait for a frame, and so the longest delay of a key.
 constexpr auto eventPeriod = 10ms;
 constexpr auto droppedPeriod = 1s;
-/// Wait for the first frames of a screenshot, after which it has failed.
+/// Wait for a picture after which a screenshot has failed.
 constexpr auto screenshotPatience = 10s;
+/// Wait for a camera to stop before it is said to be slow.
+constexpr auto stopPatience = 1s;
 
 std::string Title(const SViewOptions& options) {
     std::string title = "qmxview";
@@ -41,7 +46,6 @@ CViewer::CViewer(hostkit::CPluginHost& host, const SViewOptions& viewOptions)
       screen(options.renderer, Title(options).c_str(), windowWidth, windowHeight, options.uiScale),
       interfaceLayer(screen),
       overlay(screen),
-      started(Clock::now()),
       droppedBefore(platform::UdpCounters().dropped) {
     for (const SCameraRequest& request : options.cameras) {
         panes.push_back(
@@ -55,7 +59,9 @@ EExit CViewer::Run() {
     Watch();
     Stop();
     if (failure) throw CFailure(*failure);
-    return EExit::Done;
+    const bool failed =
+        std::ranges::any_of(panes, [](const auto& pane) { return pane->recordingFailed(); });
+    return failed ? EExit::Failed : EExit::Done;
 }
 
 void CViewer::Watch() {
@@ -90,8 +96,13 @@ void CViewer::HandleEvent(const SDL_Event& event) {
             ended = true;
             break;
         case SDL_KEYDOWN: {
-            if (CInterface::WantsKeys()) break;
             const SDL_Keysym key = event.key.keysym;
+            if (popupOpen && key.sym == SDLK_ESCAPE) {
+                closePopups = true;
+                break;
+            }
+            if (CInterface::WantsKeys() || (key.mod & (KMOD_CTRL | KMOD_ALT | KMOD_GUI)) != 0)
+                break;
             const auto command = CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
             // A key that is held down repeats movements only.
             const bool repeats = command >= ECommand::ZoomIn && command <= ECommand::PanDown;
@@ -123,17 +134,18 @@ void CViewer::HandleMouse(const SDL_Event& event) {
         for (CPaneView& view : views) view.MouseMoved(event.motion.x, event.motion.y);
         return;
     }
-    int x = 0;
-    int y = 0;
-    SDL_GetMouseState(&x, &y);
-    if (panelPlace.Contains(x, y) || CInterface::WantsMouse()) return;
+    // A wheel event has no position in this version of SDL.
+    int x = event.button.x;
+    int y = event.button.y;
+    if (event.type == SDL_MOUSEWHEEL) SDL_GetMouseState(&x, &y);
+    if (panelPlace.Contains(x, y) || popupOpen || showHelp) return;
     for (std::size_t i = 0; i < views.size(); ++i) {
         if (!views[i].layout().whole.Contains(x, y)) continue;
         if (event.type == SDL_MOUSEWHEEL) {
             views[i].Wheel(event.wheel.y, x, y);
         } else {
             selected = i;
-            views[i].MousePressed(event.button.button, event.button.x, event.button.y);
+            views[i].MousePressed(event.button.button, x, y);
         }
     }
 }
@@ -188,6 +200,7 @@ bool CViewer::Refresh(Clock::time_point now) {
         const auto total = platform::UdpCounters().dropped;
         if (total && droppedBefore) dropped = *total - *droppedBefore;
     }
+    ReportSnapshots();
     LinkLevels();
     for (std::size_t i = 0; changed && i < panes.size(); ++i) {
         views[i].Paint(screen.renderer(), now);
@@ -195,16 +208,26 @@ bool CViewer::Refresh(Clock::time_point now) {
     return changed;
 }
 
+/// Makes all panes with values of a camera follow the selected one: it decides whether the levels
+/// are automatic, which then show the pictures of all panes, or which levels are locked.
 void CViewer::LinkLevels() {
+    std::vector<CPaneModel*> models;
     std::vector<frames::SLevels> levels;
     for (const auto& pane : panes) {
-        if (linked && pane->model.hasPicture() && !pane->model.coloured()) {
-            levels.push_back(pane->model.ownLevels());
-        }
+        CPaneModel& model = pane->model;
+        model.LinkLevels(std::nullopt);
+        if (!linked || !model.hasPicture() || model.coloured() || model.hasReference()) continue;
+        models.push_back(&model);
+        levels.push_back(model.ownLevels());
     }
-    for (const auto& pane : panes) {
-        pane->model.LinkLevels(levels.empty() ? std::optional<frames::SLevels>()
-                                              : CommonLevels(levels));
+    CPaneModel& leader = selectedPane().model;
+    if (std::ranges::find(models, &leader) == models.end()) return;
+    const frames::SLevels common =
+        leader.settings.automaticLevels ? CommonLevels(levels) : leader.ownLevels();
+    for (CPaneModel* const model : models) {
+        model->settings.automaticLevels = leader.settings.automaticLevels;
+        model->settings.lockedLevels = leader.settings.lockedLevels;
+        model->LinkLevels(common);
     }
 }
 
@@ -240,14 +263,14 @@ void CViewer::Draw(Clock::time_point now, bool interfaceToo) {
 
 void CViewer::DrawInterface() {
     interfaceLayer.Begin();
+    if (std::exchange(closePopups, false)) ImGui::ClosePopupToLevel(0, true);
     SPanelResult result;
     if (!panelPlace.empty()) {
         result = panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked,
                             dropped);
     }
     const SRect area = screen.area();
-    if (showHelp)
-        CPanel::ShowHelp(area, screen.unit());
+    if (showHelp) CPanel::ShowHelp(area, screen.unit());
     popupOpen = ImGui::IsPopupOpen("", ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel);
     interfaceLayer.End();
     if (result.command) Do(*result.command);
@@ -261,20 +284,30 @@ bool CViewer::ScreenshotDue() const {
 
 /// Saves what has been drawn, if that was asked for.
 void CViewer::TakePictures() {
-    if (snapshotWanted) {
-        snapshotWanted = false;
+    if (std::exchange(snapshotWanted, false)) {
         CPane& pane = selectedPane();
         const std::string file = pane.FileStem() + ".png";
-        const std::string error = SaveSnapshot(file, screen.Read(), {&pane});
-        pane.SetMessage(error.empty() ? "saved " + file : error);
-        interfaceDue = true;
+        writing.push_back({&pane, file,
+                           std::async(std::launch::async, WriteSnapshot,
+                                      TakeSnapshot(file, screen.Read(), {&pane}))});
     }
     if (!ScreenshotDue() || ended) return;
     std::vector<const CPane*> all;
     for (const auto& pane : panes) all.push_back(pane.get());
-    const std::string error = SaveSnapshot(options.screenshot, screen.Read(), all);
+    const std::string error = WriteSnapshot(TakeSnapshot(options.screenshot, screen.Read(), all));
     if (!error.empty()) failure.emplace(EExit::Failed, error);
     ended = true;
+}
+
+/// Shows the results of snapshots that have been written meanwhile.
+void CViewer::ReportSnapshots() {
+    std::erase_if(writing, [this](SWriting& each) {
+        if (each.result.wait_for(0s) != std::future_status::ready) return false;
+        const std::string error = each.result.get();
+        error.empty() ? each.pane->SetMessage("saved " + each.file) : each.pane->SetError(error);
+        interfaceDue = true;
+        return true;
+    });
 }
 
 /// A mistake in the command line ends the view; a camera that does not work ends it only if there
@@ -286,7 +319,7 @@ void CViewer::EndIfFailed() {
         if (!why) continue;
         ++failed;
         const bool mistake = why->status == EExit::NoCamera || why->status == EExit::Usage;
-        const bool fresh = pane->counts().received.frames == 0;
+        const bool fresh = pane->counts().received.frames == 0 && pane->state().attempts <= 1;
         if (fresh && (mistake || failed == panes.size() || !options.screenshot.empty())) {
             failure.emplace(*why);
             ended = true;
@@ -296,10 +329,12 @@ void CViewer::EndIfFailed() {
 }
 
 void CViewer::EndIfSilent(Clock::time_point now) {
-    if (options.screenshot.empty() || ended || now - started < screenshotPatience) return;
+    if (options.screenshot.empty() || ended) return;
     for (const auto& pane : panes) {
         const SFeedCounts counts = pane->counts();
-        if (counts.shown >= options.after || !pane->stale(now)) continue;
+        const double slowest = std::max(pane->state().rate.value_or(1), 0.001);
+        const auto patience = screenshotPatience + std::chrono::duration<double>(2 / slowest);
+        if (counts.shown >= options.after || pane->SinceShown(now) < patience) continue;
         failure.emplace(EExit::TooFewFrames, "camera " + pane->camera() + " has sent " +
                                                  std::to_string(counts.received.frames) + " of " +
                                                  std::to_string(options.after) +
@@ -314,16 +349,22 @@ void CViewer::EndIfSilent(Clock::time_point now) {
 void CViewer::Stop() {
     screen.Hide();
     for (const auto& pane : panes) pane->BeginStop();
+    const Clock::time_point begun = Clock::now();
     for (const auto& pane : panes) {
-        pane->EndStop();
+        while (!pane->stopped() && Clock::now() - begun < stopPatience) signal.Wait(eventPeriod);
+        if (!pane->stopped()) {
+            std::fprintf(stderr, "qmxview: waiting for camera %s, which does not respond\n",
+                         pane->camera().c_str());
+        }
+        const std::string recording = pane->EndStop();
+        if (!recording.empty()) std::fprintf(stderr, "qmxview: %s\n", recording.c_str());
         const SFeedCounts counts = pane->counts();
-        const SPaneRates rates = pane->rates();
         std::printf(
             "camera %s: %llu frames received, %llu shown, %llu not shown, median age %.1f ms, "
             "longest callback %.2f ms\n",
             pane->camera().c_str(), static_cast<unsigned long long>(counts.received.frames),
             static_cast<unsigned long long>(counts.shown),
-            static_cast<unsigned long long>(counts.notShown), rates.medianAgeMs,
+            static_cast<unsigned long long>(counts.notShown), pane->MedianAgeMs(),
             frames::Milliseconds(counts.longestCallback));
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,13 @@ class CViewer {
     [[nodiscard]] hostkit::EExit Run();
 
    private:
+    /// A snapshot that another thread writes.
+    struct SWriting {
+        CPane* pane;
+        std::string file;
+        std::future<std::string> result;
+    };
+
     void Watch();
     void HandleEvents();
     void HandleEvent(const SDL_Event& event);
@@ -50,6 +58,7 @@ class CViewer {
     void Draw(frames::Clock::time_point now, bool interfaceToo);
     void DrawInterface();
     void TakePictures();
+    void ReportSnapshots();
     void EndIfFailed();
     void EndIfSilent(frames::Clock::time_point now);
     [[nodiscard]] bool ScreenshotDue() const;
@@ -71,10 +80,11 @@ class CViewer {
     bool ended = false;
     bool interfaceDue = true;  // something happened that it shows
     bool popupOpen = false;
+    bool closePopups = false;
     bool snapshotWanted = false;
+    std::vector<SWriting> writing;
     std::optional<hostkit::CFailure> failure;
     frames::Clock::time_point nextInterface;
-    frames::Clock::time_point started;
     std::optional<std::uint64_t> droppedBefore;  // datagrams that the system had dropped
     std::optional<std::uint64_t> dropped;        // since then
     frames::Clock::time_point nextDropped;
