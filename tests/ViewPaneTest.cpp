@@ -6,10 +6,12 @@
 #include <numeric>
 
 #include "FrameFeed.h"
+#include "HistogramPlot.h"
 #include "KeyCommands.h"
 #include "Layout.h"
 #include "PaneModel.h"
 #include "PixelTypeNames.h"
+#include "support/Folder.h"
 
 namespace {
 
@@ -183,6 +185,7 @@ TEST(Pane, MeasuresWhatItShows) {
     EXPECT_EQ(model.CursorText(), "(9, 9)  1099 = 449.50 °C");
 
     model.SetReference();
+    EXPECT_EQ(model.levels().low, differenceZero) << "also while no frame comes";
     SViewFrame later = Ramp(10, 10);
     later.values.pixels[99] += 50;
     later.values.pixels[12] -= 4;
@@ -257,6 +260,46 @@ TEST(Recorder, SaysWhyItCannotWriteAndGoesOn) {
         EXPECT_EQ(state.recorded, 0u);
         EXPECT_TRUE(std::filesystem::exists(file) == (std::string(file) != "/nowhere/a.tif"));
     }
+}
+
+// A recording contains frames of one format.
+TEST(Recorder, EndsWithItsFormat) {
+    const test::SFolder folder;
+    CSignal signal;
+    CFrameFeed feed(signal);
+    CRecorder recorder(folder.path + "/a.tif", {"127.0.0.1", 4, 1, frames::rawType});
+    const std::vector<std::uint8_t> bytes(8);
+    const auto send = [&] { CFrameFeed::OnFrame(&feed, bytes.data(), 8); };
+    feed.Begin({4, 1, frames::rawType});
+    feed.RecordTo(&recorder);
+    send();
+    feed.Begin({4, 1, frames::rawType});  // the stream has restarted
+    send();
+    EXPECT_TRUE(feed.Records());
+    feed.Begin({2, 2, frames::rawType});
+    send();
+    EXPECT_FALSE(feed.Records());
+    recorder.Finish();
+    while (!recorder.State().finished) std::this_thread::yield();
+    EXPECT_EQ(recorder.State().recorded, 2u);
+}
+
+TEST(HistogramPlot, KeepsItsRangeAndMovesTheCloserLevel) {
+    frames::CHistogram histogram;
+    histogram.Count(std::vector<std::uint16_t>{1000, 1100, 1100}, 1);
+    const frames::SLevels range = PlotRange(histogram, {1000, 1100}, {});
+    EXPECT_TRUE(range.low == 975 && range.high == 1125);
+    EXPECT_EQ(PlotRange(histogram, {1010, 1100}, range).low, 975);
+    EXPECT_LT(PlotRange(histogram, {900, 1100}, range).low, 900);
+    const std::vector<float> columns = PlotColumns(histogram, {1000, 1100}, 101);
+    EXPECT_EQ(columns[100], 1);
+    EXPECT_NEAR(columns[0], std::log(2) / std::log(3), 1e-6);
+    EXPECT_EQ(std::accumulate(columns.begin() + 1, columns.end(), 0.0F), 1);
+    int held = 0;
+    frames::SLevels levels = DragLevel({1000, 1100}, 1049, held);
+    EXPECT_EQ(levels.low, 1049);
+    levels = DragLevel(levels, 1200, held);
+    EXPECT_EQ(levels.low, 1100) << "the same level goes on to the other one, and not beyond";
 }
 
 // Neither the callback nor the screen waits, no frame is torn, and each one is counted once.
