@@ -34,6 +34,8 @@ class CDisplay {
                   "-nolisten", "tcp"}) {
         ::setenv("DISPLAY", (":" + server.ReadLine()).c_str(), 1);
         ::setenv("XDG_RUNTIME_DIR", "/tmp", 0);
+        ::setenv("LSAN_OPTIONS",
+                 "suppressions=" KORU_TEST_DIR "/lsan-suppressions:print_suppressions=0", 1);
     }
 
    private:

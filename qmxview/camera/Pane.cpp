@@ -213,7 +213,8 @@ void CPane::StopRecording() {
 void CPane::FinishRecording() {
     feed.RecordTo(nullptr);
     const SRecorderState end = recorder->State();
-    message = std::to_string(end.recorded) + " frames recorded to " + recorder->file().string();
+    message = std::to_string(end.recorded) + (end.recorded == 1 ? " frame" : " frames") +
+              " recorded to " + recorder->file().string();
     if (end.notKept != 0) message += ", " + std::to_string(end.notKept) + " not kept";
     if (!end.error.empty()) {
         hasRecordingFailed = true;
