@@ -48,7 +48,10 @@ CPane::CPane(hostkit::CPluginHost& host, SCameraRequest request, SPaneSettings s
 bool CPane::Refresh(Clock::time_point now) {
     const EPhase before = cameraState.phase;
     cameraState = session->State();
-    if (before != EPhase::Streaming && cameraState.phase == EPhase::Streaming) begun = now;
+    if (before != EPhase::Streaming && cameraState.phase == EPhase::Streaming) {
+        begun = now;
+        controlLost = false;  // a new connection
+    }
     UpdateRates(now);
     if (recorder != nullptr && !feed.Records()) StopRecording();  // the format has changed
     if (recorder != nullptr && recorder->State().finished) FinishRecording();
