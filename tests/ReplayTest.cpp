@@ -182,14 +182,15 @@ TEST_F(Replay, SaysWhyACaptureCannotBeReplayed) {
         "tshark -r raw -Y 'not udp' -F pcap -w no-packets &&"
         "tshark -r raw -Y 'rtcp or mdns' -F pcap -w nothing &&"
         "sed 's/client_port=[0-9]*-[0-9]*/interleaved=0-1;;;;;;;;/g' raw > interleaved &&"
-        "echo text > text && touch empty");
+        "echo text > text && touch empty && mkfifo pipe");
     for (const char* const kind : {"encrypted", "other-link", "udp"}) workshop.Rewrite(kind, "raw");
     const struct {
         const char* capture;
         const char* says;
     } rows[] = {
-        {"nowhere", "No such file or directory"},
-        {".", "it is not a file"},
+        {"nowhere", "/nowhere: No such file or directory"},
+        {".", "it is a folder"},
+        {"pipe", "it is not a file"},
         {"text", "unknown file format"},
         {"empty", "truncated dump file"},
         {"other-link-raw", "is not supported; capture on an Ethernet interface"},
@@ -208,6 +209,8 @@ TEST_F(Replay, SaysWhyACaptureCannotBeReplayed) {
             RunProgram({"korusim", "127.0.0.31,capture=" + workshop.File(row.capture)});
         EXPECT_EQ(outcome.status, 1) << row.capture;
         EXPECT_TRUE(Contains(outcome.errors, row.says)) << row.capture << ": " << outcome.errors;
+        EXPECT_EQ(outcome.errors.find(workshop.File("")), outcome.errors.rfind(workshop.File("")))
+            << "names the file twice: " << outcome.errors;
     }
 }
 
