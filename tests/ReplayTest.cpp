@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -123,6 +124,10 @@ TEST_F(Replay, RepeatsWithoutAGap) {
     // The clock of the capture is a million seconds behind that of the camera.
     workshop.Run("editcap -F pcap -t -1000000 raw moved");
     CSimulator camera({"127.0.0.31,capture=" + workshop.File("moved") + ",loop=on"});
+    const auto promised = RunProgram({"qmxhost", "get", "127.0.0.31", "FrameRate"});
+    double rate = 0;
+    std::sscanf(promised.output.c_str(), "/FrameRate=%lf", &rate);
+    EXPECT_NEAR(rate, 20, 2) << promised.output << promised.errors;
     workshop.Capture("again", "qmxhost stream 127.0.0.31 --no-tree --check --count 30");
     std::istringstream packets(workshop.Fields("again", "rtp", "-e rtp.seq -e rtp.timestamp"));
     std::uint16_t sequence = 0;
