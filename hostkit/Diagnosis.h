@@ -47,6 +47,7 @@ struct SStreamMeasurement {
     platform::SReceiveBuffers buffers;  ///< while it streamed
     double longestStall = 0;            ///< seconds in which this program did not run
     double silenceAtEnd = 0;            ///< seconds since the last frame
+    std::optional<std::uint64_t> datagramsInSilence;  ///< of all programs, since the last frame
     bool unread = false;                ///< datagrams wait in this program, and nothing reads them
     bool controlClosed = false;         ///< the camera has closed its control connection
 };
