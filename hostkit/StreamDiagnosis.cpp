@@ -79,9 +79,9 @@ bool CountSparseDatagrams(const SStreamMeasurement& stream, double otherDatagram
     const auto missing = static_cast<double>(flow.missing);
     flow.datagramsPerFrame = std::max(std::ceil(length / datagram), 1.0);
     flow.equalFrames = false;
-    const double arrived =
-        static_cast<double>(*stream.counters.datagrams) - otherDatagrams * stream.seconds -
-        flow.datagramsPerFrame * static_cast<double>(stream.arrivals.size());
+    const double arrived = static_cast<double>(*stream.counters.datagrams) -
+                           otherDatagrams * stream.seconds -
+                           flow.datagramsPerFrame * static_cast<double>(stream.arrivals.size());
     const bool some = arrived >= someArrived * flow.datagramsPerFrame * missing;
     (some ? flow.withSome : flow.withoutDatagrams) = missing;
     return some;
@@ -256,9 +256,8 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
             ", although the interface received " + Count(*counters.interfacePackets, "packet");
         finding.advice = "allow this program to receive UDP in the firewall of this machine";
         finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
-    } else if (!counters.interfacePackets ||
-               other.interfacePackets * stream.seconds >
-                   ExpectedDatagrams(stream, stream.seconds)) {
+    } else if (!counters.interfacePackets || other.interfacePackets * stream.seconds >
+                                                 ExpectedDatagrams(stream, stream.seconds)) {
         finding.text += ", and no UDP from the camera reached this program";
         finding.advice =
             "check firewalls, first that of this machine: RTP comes by UDP to a port that the "

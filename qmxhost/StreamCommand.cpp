@@ -257,8 +257,7 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
 /// and those over a number of frames that was not reached.
 EExit CStream::Conclude(EEnd end) {
     // At the end of a complete stream no further frame was waited for.
-    frames::SFrameTotals totals =
-        end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
+    frames::SFrameTotals totals = end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
     // A silence is reported as such, not as missing frames.
     if (end != EEnd::Silent) {
         // A few frames that were asked for may come sooner than the stream takes to start.

@@ -155,7 +155,8 @@ INSTANTIATE_TEST_SUITE_P(
         SFault{"LossOfCodedFrames", base + ",streams=mjls,mtu=300,loss=0.05", "127.0.0.11", 1,
                "missing frames", "before they reach this machine"},
         SFault{"Disorder", base + ",reorder=0.05", "127.0.0.11", 1, "missing frames", "reorder"},
-        SFault{"Duplicates", base + ",duplicate=0.05", "127.0.0.11", 1, "missing frames", "repeats"},
+        SFault{"Duplicates", base + ",duplicate=0.05", "127.0.0.11", 1, "missing frames",
+               "repeats"},
         // Hardly any frame is complete.
         SFault{"ManyDuplicates", "127.0.0.11,size=160x120,rate=20,duplicate=0.1,seed=3",
                "127.0.0.11", 1, "missing frames", "repeated or reordered"},
