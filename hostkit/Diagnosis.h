@@ -44,11 +44,12 @@ struct SStreamMeasurement {
     double seconds = 0;  ///< measured, without the time in which this program did not run
     std::vector<SArrival> arrivals;
     SCounterSteps counters;
-    platform::SReceiveBuffers buffers;  ///< while it streamed
-    double longestStall = 0;            ///< seconds in which this program did not run
-    double silenceAtEnd = 0;            ///< seconds since the last frame
-    bool unread = false;                ///< datagrams wait in this program, and nothing reads them
-    bool controlClosed = false;         ///< the camera has closed its control connection
+    platform::SReceiveBuffers buffers;                ///< while it streamed
+    double longestStall = 0;                          ///< seconds in which this program did not run
+    double silenceAtEnd = 0;                          ///< seconds since the last frame
+    std::optional<std::uint64_t> datagramsInSilence;  ///< of all programs, since the last frame
+    bool unread = false;         ///< datagrams wait in this program, and nothing reads them
+    bool controlClosed = false;  ///< the camera has closed its control connection
 };
 
 struct SCameraMeasurement {

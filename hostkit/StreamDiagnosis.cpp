@@ -22,6 +22,10 @@ constexpr double someArrived = 0.1;
 
 double Seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
 
+/// With a promised rate, few frames of fewer than this share of the promised ones are a loss, not a
+/// short measurement.
+constexpr double clearlyTooFew = 0.5;
+
 /// The regularity of a stream, and the datagrams that arrived for frames that were not delivered.
 struct SFlow {
     double frameTime = 0;  ///< seconds while no frame is missing; 0 if unknown
@@ -56,23 +60,46 @@ std::vector<SInterval> Intervals(const SStreamMeasurement& stream) {
 
 /// Returns true if most intervals are about equally long, as without lost frames.
 bool IsRegular(const std::vector<SInterval>& intervals, double frameTime) {
+    constexpr std::size_t enough = 10;  // fewer may be alike by chance
     const auto like = std::ranges::count_if(intervals, [&](const SInterval& each) {
         return std::abs(each.seconds / frameTime - 1) < 0.25;
     });
-    return static_cast<double>(like) > 0.6 * static_cast<double>(intervals.size());
+    const double share = intervals.size() < enough ? 0.9 : 0.6;
+    return static_cast<double>(like) > share * static_cast<double>(intervals.size());
 }
 
-void CountDatagrams(const std::vector<SInterval>& intervals, SFlow& flow) {
+/// Classifies the missing frames if no frame followed another one directly, so that the datagrams
+/// of a frame are known only from its length. Returns true if more datagrams arrived than the
+/// delivered frames have.
+bool CountSparseDatagrams(const SStreamMeasurement& stream, double otherDatagrams, SFlow& flow) {
+    if (!stream.counters.datagrams) return false;
+    constexpr double datagram = 1500;
+    std::uint32_t length = 0;
+    for (const SArrival& each : stream.arrivals) length = std::max(length, each.length);
+    const auto missing = static_cast<double>(flow.missing);
+    flow.datagramsPerFrame = std::max(std::ceil(length / datagram), 1.0);
+    flow.equalFrames = false;
+    const double arrived = static_cast<double>(*stream.counters.datagrams) -
+                           otherDatagrams * stream.seconds -
+                           flow.datagramsPerFrame * static_cast<double>(stream.arrivals.size());
+    const bool some = arrived >= someArrived * flow.datagramsPerFrame * missing;
+    (some ? flow.withSome : flow.withoutDatagrams) = missing;
+    return some;
+}
+
+void CountDatagrams(const SStreamMeasurement& stream, const std::vector<SInterval>& intervals,
+                    double otherDatagrams, SFlow& flow) {
     std::vector<double> whole;  // of frames that followed the previous one directly
-    std::vector<double> all;
     for (const SInterval& each : intervals) {
         if (!each.datagrams) return;
-        all.push_back(*each.datagrams);
         if (each.seconds < gapFrom * flow.frameTime) whole.push_back(*each.datagrams);
     }
-    if (all.empty()) return;
+    if (whole.empty()) {
+        (void)CountSparseDatagrams(stream, otherDatagrams, flow);
+        return;
+    }
     std::ranges::sort(whole);
-    flow.datagramsPerFrame = whole.empty() ? std::ranges::min(all) : whole[whole.size() / 2];
+    flow.datagramsPerFrame = whole[whole.size() / 2];
     flow.equalFrames = static_cast<double>(std::ranges::count(whole, flow.datagramsPerFrame)) >=
                        0.8 * static_cast<double>(whole.size());
     for (const SInterval& each : intervals) {
@@ -88,7 +115,41 @@ void CountDatagrams(const std::vector<SInterval>& intervals, SFlow& flow) {
     }
 }
 
-SFlow Analyse(const SStreamMeasurement& stream) {
+/// Datagrams to expect at least in this time, if none was lost.
+double ExpectedDatagrams(const SStreamMeasurement& stream, double seconds) {
+    constexpr double datagram = 1500;
+    constexpr double compression = 16;
+    constexpr double slowRate = 5;
+    const double bytes = static_cast<double>(stream.rawBytes) / (stream.raw ? 1 : compression);
+    return std::max(bytes / datagram, 1.0) * stream.promisedRate.value_or(slowRate) * seconds;
+}
+
+/// Returns true if a counter advanced in this time by more than the other traffic, which varies.
+bool Advanced(const std::optional<std::uint64_t>& count, double otherPerSecond,
+              const SStreamMeasurement& stream, double seconds) {
+    const double few = ExpectedDatagrams(stream, seconds) / 5;
+    return static_cast<double>(count.value_or(0)) > 2 * otherPerSecond * seconds + few;
+}
+
+/// Returns true if datagrams of the camera arrived during the silence at the end.
+bool ReceptionGoesOn(const SStreamMeasurement& stream, double otherDatagrams) {
+    return Advanced(stream.datagramsInSilence, otherDatagrams, stream, stream.silenceAtEnd);
+}
+
+/// Counts the missing frames of a stream of which so few arrived that their intervals show nothing.
+/// A camera that is merely slow, however, shows a frame time.
+void CountByPromise(const SStreamMeasurement& stream, double otherDatagrams, SFlow& flow) {
+    const auto arrived = static_cast<double>(stream.arrivals.size());
+    const double expected = stream.promisedRate.value_or(0) * stream.seconds;
+    if (stream.arrivals.size() >= fewestFrames || arrived >= clearlyTooFew * expected) return;
+    SFlow promised = flow;
+    promised.frameTime = 1 / *stream.promisedRate;
+    promised.missing = static_cast<std::uint64_t>(std::round(expected - arrived));
+    const bool sent = CountSparseDatagrams(stream, otherDatagrams, promised);
+    if (sent || stream.arrivals.size() == 1) flow = promised;
+}
+
+SFlow Analyse(const SStreamMeasurement& stream, double otherDatagrams) {
     const std::vector<SInterval> intervals = Intervals(stream);
     SFlow flow;
     frames::CMissingFrames estimate;
@@ -112,11 +173,13 @@ SFlow Analyse(const SStreamMeasurement& stream) {
     const bool dense = flow.frameTime < promised / gapFrom;
     if (stream.promisedRate && (sparse || dense) && !IsRegular(intervals, flow.frameTime)) {
         flow.frameTime = promised;
-        const double expected = sum / promised;
+        const double expected =
+            (sum + (ReceptionGoesOn(stream, otherDatagrams) ? stream.silenceAtEnd : 0)) / promised;
         flow.missing = static_cast<std::uint64_t>(
             std::max(std::round(expected) - static_cast<double>(intervals.size()), 0.0));
     }
-    CountDatagrams(intervals, flow);
+    CountDatagrams(stream, intervals, otherDatagrams, flow);
+    CountByPromise(stream, otherDatagrams, flow);
     return flow;
 }
 
@@ -158,24 +221,17 @@ std::string Count(std::uint64_t number, const char* what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
-/// Datagrams to expect at least, if none was lost.
-double ExpectedDatagrams(const SStreamMeasurement& stream) {
-    constexpr double datagram = 1500;
-    constexpr double compression = 16;
-    constexpr double slowRate = 5;
-    const double bytes = static_cast<double>(stream.rawBytes) / (stream.raw ? 1 : compression);
-    return std::max(bytes / datagram, 1.0) * stream.promisedRate.value_or(slowRate) *
-           stream.seconds;
-}
+/// If the counters do not show whether packets were lost, repeated or reordered.
+constexpr const char* captureAdvice =
+    "capture the stream with Wireshark, and see whether its RTP sequence numbers skip, repeat or "
+    "change their order";
 
 /// Explains a stream that started but delivered no frame.
 void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& camera,
                     SFinding& finding) {
     const SCounterSteps& counters = stream.counters;
-    const double few = ExpectedDatagrams(stream) / 5;
-    // More than the other traffic, which varies.
     const auto arrived = [&](const std::optional<std::uint64_t>& count, double otherPerSecond) {
-        return static_cast<double>(count.value_or(0)) > 2 * otherPerSecond * stream.seconds + few;
+        return Advanced(count, otherPerSecond, stream, stream.seconds);
     };
     const SBackground& other = camera.background;
     finding.text = "no frame in " + Decimal(stream.seconds, 1) + " s";
@@ -192,16 +248,16 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
         finding.cause = "The camera accepts the stream, but no frame arrives.";
     } else if (arrived(counters.datagrams, other.datagrams)) {
         finding.text += ", although " + Count(*counters.datagrams, "datagram") + " arrived";
-        finding.advice = "check cables and switches";
+        finding.advice = captureAdvice;
         finding.cause =
-            "The packets arrive so incompletely, or so out of order, that no frame is complete.";
+            "So many packets are lost, repeated or out of order that no frame is complete.";
     } else if (arrived(counters.interfacePackets, other.interfacePackets)) {
         finding.text +=
             ", although the interface received " + Count(*counters.interfacePackets, "packet");
         finding.advice = "allow this program to receive UDP in the firewall of this machine";
         finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
-    } else if (!counters.interfacePackets ||
-               other.interfacePackets * stream.seconds > ExpectedDatagrams(stream)) {
+    } else if (!counters.interfacePackets || other.interfacePackets * stream.seconds >
+                                                 ExpectedDatagrams(stream, stream.seconds)) {
         finding.text += ", and no UDP from the camera reached this program";
         finding.advice =
             "check firewalls, first that of this machine: RTP comes by UDP to a port that the "
@@ -237,7 +293,10 @@ SFinding StreamStep(const SStreamMeasurement& stream, const SCameraMeasurement& 
     finding.text =
         Count(stream.arrivals.size(), "frame") + " in " + Decimal(stream.seconds, 1) + " s";
     const double longSilence = std::max(0.5, 4 * flow.frameTime);
-    const bool ended = stream.arrivals.size() > 1 && stream.silenceAtEnd > longSilence;
+    const bool silent = stream.arrivals.size() > 1 && stream.silenceAtEnd > longSilence;
+    // Without the counter, only the silence is known.
+    const bool ended =
+        silent && (stream.unread || !ReceptionGoesOn(stream, camera.background.datagrams));
     if (stream.controlClosed) {
         finding.text += ", then the camera closed its control connection";
         finding.advice = "start the stream again";
@@ -305,8 +364,9 @@ void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& fi
             return;
         case EPlace::Incomplete:
             finding.text += "; some of their packets arrived, and this system dropped none";
-            finding.advice = "check cables, switches and parallel paths";
-            finding.cause = "Packets are lost, or reordered, before they reach this machine.";
+            finding.advice = captureAdvice;
+            finding.cause =
+                "Packets are lost, repeated or reordered before they reach this machine.";
             return;
         case EPlace::NotSent:
             finding.text += "; none of their packets arrived";
@@ -379,7 +439,7 @@ SFinding TimingStep(const SStreamMeasurement& stream, const SFlow& flow) {
 
 std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
                                      const SCameraMeasurement& camera) {
-    const SFlow flow = Analyse(stream);
+    const SFlow flow = Analyse(stream, camera.background.datagrams);
     std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
     if (stream.arrivals.empty()) return findings;
     if (stream.arrivals.size() > 1) findings.push_back(RateStep(stream, flow));

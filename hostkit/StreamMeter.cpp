@@ -1,5 +1,6 @@
 #include "StreamMeter.h"
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -138,7 +139,8 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     result.longestStall = stalls.LongestStall();
     result.buffers = platform::ReceiveBuffers();
     result.unread = DatagramsStayUnread();
-    result.counters = StepsOf(before, SCounters(route));
+    const SCounters after(route);
+    result.counters = StepsOf(before, after);
     result.controlClosed = controlSeen && connected() == false;
     const Clock::time_point end = Clock::now();
     (void)camera->StopContinuous();  // false if the camera has ended the session
@@ -146,6 +148,11 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     if (!result.arrivals.empty()) {
         const auto silence = std::max(end - result.arrivals.back().when, Clock::duration());
         result.silenceAtEnd = std::chrono::duration<double>(silence).count();
+        // A frame that came after the counters were read has a higher count.
+        const auto last = result.arrivals.back().datagrams;
+        if (last && after.udp.received) {
+            result.datagramsInSilence = std::max(*after.udp.received, *last) - *last;
+        }
     }
     return result;
 }

@@ -100,6 +100,7 @@ std::unique_ptr<korusim::CCameraContent> OpenContent(SCameraSettings& settings) 
             std::fprintf(stderr, "korusim: %s ends early: %s\n", settings.capture.c_str(),
                          content->damage().c_str());
         }
+        settings.rate = content->frameRate();
         return content;
     }
     std::shared_ptr<const korusim::CImageFiles> images;

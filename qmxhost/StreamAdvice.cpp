@@ -1,11 +1,16 @@
 #include "StreamAdvice.h"
 
+#include <cmath>
+
 #include "StreamDiagnosis.h"
 
 namespace qmxhost {
 namespace {
 
 constexpr double sufficientRate = 0.9;
+/// With fewer than this share of the promised frames, and none of a known frame time, frames are
+/// missing; before that, the start of the stream may explain it.
+constexpr double clearlyTooFew = 0.5;
 
 std::string Frames(std::uint64_t number) {
     return std::to_string(number) + (number == 1 ? " frame" : " frames");
@@ -19,11 +24,14 @@ std::string DoctorHint(const std::string& camera) {
 std::string MissingMessage(const SStreamSummary& summary) {
     const std::uint64_t missing = summary.totals.missing;
     std::string text = "about " + Frames(missing) + " of camera " + summary.camera +
-                       (missing == 1 ? " is" : " are") + " missing (estimated from the gaps)";
+                       (missing == 1 ? " is" : " are") + " missing (estimated from the " +
+                       (summary.totals.frameTime > frames::Clock::duration::zero()
+                            ? "gaps)"
+                            : "frame rate that it promises)");
     if (summary.droppedDatagrams.value_or(0) != 0) return text;
     text += summary.droppedDatagrams ? ", and this system dropped no datagram"
                                      : "; whether this system dropped datagrams is unknown";
-    return text + ": their packets were lost or reordered on the way, or never sent; " +
+    return text + ": their packets were lost, repeated or reordered on the way, or never sent; " +
            DoctorHint(summary.camera);
 }
 
@@ -63,6 +71,18 @@ void AddSaveMessages(const SStreamSummary& summary, std::vector<std::string>& me
 }
 
 }  // namespace
+
+std::uint64_t MissingFrames(const frames::SFrameTotals& totals, std::optional<double> promisedRate,
+                            double seconds) {
+    constexpr double fewest = 5;
+    if (totals.frameTime > frames::Clock::duration::zero()) return totals.missing;
+    const double expected = promisedRate.value_or(0) * seconds;
+    const auto arrived = static_cast<double>(totals.frames + totals.skipped);
+    if (expected < fewest || arrived == 0 || arrived >= clearlyTooFew * expected) {
+        return totals.missing;
+    }
+    return static_cast<std::uint64_t>(std::round(expected - arrived));
+}
 
 std::vector<std::string> LossMessages(const SStreamSummary& summary) {
     std::vector<std::string> messages;

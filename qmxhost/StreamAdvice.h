@@ -8,6 +8,11 @@
 
 namespace qmxhost {
 
+/// Returns the number of missing frames of a stream that lasted for this time. So few frames that
+/// their intervals show no frame time are compared with the promised rate.
+[[nodiscard]] std::uint64_t MissingFrames(const frames::SFrameTotals& totals,
+                                          std::optional<double> promisedRate, double seconds);
+
 /// Returns one sentence for each kind of loss, and for a rate below the promised one.
 [[nodiscard]] std::vector<std::string> LossMessages(const SStreamSummary& summary);
 

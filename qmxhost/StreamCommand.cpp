@@ -93,7 +93,8 @@ class CStream {
     std::optional<std::uint64_t> readBeforeSilence;  // datagrams, when the latest frame was seen
     platform::SReceiveBuffers buffers;               // at the end of the stream
     CStallWatch stalls;
-    frames::Clock::time_point ended;  // of the watch
+    frames::Clock::time_point begun;  // the watch
+    frames::Clock::time_point ended;  // likewise
     bool controlWatched = false;      // the control connection has been seen
     bool controlLost = false;
     bool receptionEnded = false;
@@ -208,6 +209,7 @@ frames::Clock::duration CStream::LongestSilence(const frames::SFrameTotals& tota
 /// Runs on the main thread until the stream ends.
 CStream::EEnd CStream::Watch() {
     const frames::Clock::time_point started = frames::Clock::now();
+    begun = ended = started;
     report.Begin(started);
     controlWatched = platform::IsConnectedTo(camera.address(), rtspPort) == true;
     frames::Clock::time_point nextStatus = started + statusPeriod;
@@ -255,8 +257,13 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
 /// and those over a number of frames that was not reached.
 EExit CStream::Conclude(EEnd end) {
     // At the end of a complete stream no further frame was waited for.
-    const frames::SFrameTotals totals =
-        end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
+    frames::SFrameTotals totals = end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
+    // A silence is reported as such, not as missing frames.
+    if (end != EEnd::Silent) {
+        // A few frames that were asked for may come sooner than the stream takes to start.
+        const auto time = end == EEnd::Complete ? totals.last - totals.first : ended - begun;
+        totals.missing = MissingFrames(totals, promisedRate, frames::Seconds(time));
+    }
     SStreamSummary summary;
     summary.camera = camera.address();
     summary.format = FormatText(format);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -123,6 +124,10 @@ TEST_F(Replay, RepeatsWithoutAGap) {
     // The clock of the capture is a million seconds behind that of the camera.
     workshop.Run("editcap -F pcap -t -1000000 raw moved");
     CSimulator camera({"127.0.0.31,capture=" + workshop.File("moved") + ",loop=on"});
+    const auto promised = RunProgram({"qmxhost", "get", "127.0.0.31", "FrameRate"});
+    double rate = 0;
+    std::sscanf(promised.output.c_str(), "/FrameRate=%lf", &rate);
+    EXPECT_NEAR(rate, 20, 2) << promised.output << promised.errors;
     workshop.Capture("again", "qmxhost stream 127.0.0.31 --no-tree --check --count 30");
     std::istringstream packets(workshop.Fields("again", "rtp", "-e rtp.seq -e rtp.timestamp"));
     std::uint16_t sequence = 0;
@@ -182,14 +187,15 @@ TEST_F(Replay, SaysWhyACaptureCannotBeReplayed) {
         "tshark -r raw -Y 'not udp' -F pcap -w no-packets &&"
         "tshark -r raw -Y 'rtcp or mdns' -F pcap -w nothing &&"
         "sed 's/client_port=[0-9]*-[0-9]*/interleaved=0-1;;;;;;;;/g' raw > interleaved &&"
-        "echo text > text && touch empty");
+        "echo text > text && touch empty && mkfifo pipe");
     for (const char* const kind : {"encrypted", "other-link", "udp"}) workshop.Rewrite(kind, "raw");
     const struct {
         const char* capture;
         const char* says;
     } rows[] = {
-        {"nowhere", "No such file or directory"},
-        {".", "it is not a file"},
+        {"nowhere", "/nowhere: No such file or directory"},
+        {".", "it is a folder"},
+        {"pipe", "it is not a file"},
         {"text", "unknown file format"},
         {"empty", "truncated dump file"},
         {"other-link-raw", "is not supported; capture on an Ethernet interface"},
@@ -208,6 +214,8 @@ TEST_F(Replay, SaysWhyACaptureCannotBeReplayed) {
             RunProgram({"korusim", "127.0.0.31,capture=" + workshop.File(row.capture)});
         EXPECT_EQ(outcome.status, 1) << row.capture;
         EXPECT_TRUE(Contains(outcome.errors, row.says)) << row.capture << ": " << outcome.errors;
+        EXPECT_EQ(outcome.errors.find(workshop.File("")), outcome.errors.rfind(workshop.File("")))
+            << "names the file twice: " << outcome.errors;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string>
 
 #include "LinkLayer.h"
 
@@ -14,6 +15,12 @@ namespace {
 /// A capture may claim any time. Later ones, from the year 2242 on, would overflow the nanoseconds.
 constexpr std::int64_t maxSeconds = std::int64_t{1} << 33;
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+
+/// Removes the name of the file from the beginning of a message, because the caller adds it.
+std::string WithoutName(std::string message, const std::string& name) {
+    if (message.starts_with(name + ": ")) message.erase(0, name.size() + 2);
+    return message;
+}
 
 }  // namespace
 
@@ -26,6 +33,7 @@ struct CCaptureFile::SPcap {
 };
 
 CCaptureFile::CCaptureFile(const std::filesystem::path& file) {
+    if (std::filesystem::is_directory(file)) throw std::runtime_error("it is a folder");
     // It is read twice, which a pipe does not allow.
     if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file)) {
         throw std::runtime_error("it is not a file");
@@ -33,7 +41,7 @@ CCaptureFile::CCaptureFile(const std::filesystem::path& file) {
     std::array<char, PCAP_ERRBUF_SIZE> reason{};
     pcap_t* const handle = pcap_open_offline_with_tstamp_precision(
         file.string().c_str(), PCAP_TSTAMP_PRECISION_NANO, reason.data());
-    if (handle == nullptr) throw std::runtime_error(reason.data());
+    if (handle == nullptr) throw std::runtime_error(WithoutName(reason.data(), file.string()));
     pcap = std::make_unique<SPcap>(handle);
     const int linkType = pcap_datalink(handle);
     if (!IsKnownLinkType(linkType)) {

@@ -1,5 +1,6 @@
 #include "RecordedContent.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -48,6 +49,7 @@ CRecordedContent::CRecordedContent(const SCameraSettings& cameraSettings)
         } else {
             settings = DescribeAs(settings, *chosen.flow.format());
         }
+        settings.rate = std::min(chosen.flow.FrameRate().value_or(settings.rate), maxFrameRate);
         stream = std::make_shared<const SRecordedStream>(std::move(chosen));
     } catch (const std::runtime_error& failure) {
         throw std::runtime_error("cannot replay " + settings.capture + ": " + failure.what());

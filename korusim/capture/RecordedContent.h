@@ -20,6 +20,9 @@ class CRecordedContent : public CCameraContent {
     [[nodiscard]] std::unique_ptr<const CCameraResponses> MakeResponses() const override;
     [[nodiscard]] std::unique_ptr<CMediaStream> MakeStream(const SRtspSession& session,
                                                            double treeRate, TimePoint now) override;
+    /// Returns the frame rate for the node tree: that of the recording, if it shows one, within the
+    /// limits of the node tree.
+    [[nodiscard]] double frameRate() const noexcept { return settings.rate; }
     /// Returns what is wrong with the end of the file, or an empty text.
     [[nodiscard]] const std::string& damage() const noexcept { return damageText; }
 

@@ -1,6 +1,7 @@
 #include "RtpFlow.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "BigEndian.h"
 #include "RtpHeader.h"
@@ -137,6 +138,15 @@ CRtpFlow::SStep CRtpFlow::Step() const {
     return {time, static_cast<std::uint32_t>(maxSequence - minSequence + 1),
             static_cast<std::uint32_t>(ticks + frameTicks), static_cast<std::uint32_t>(packetCount),
             static_cast<std::uint32_t>(octets)};
+}
+
+std::optional<double> CRtpFlow::FrameRate() const {
+    if (frames < 2 || lastFrame <= begin) return std::nullopt;
+    constexpr double nanosecondsPerSecond = 1e9;
+    const double rate = static_cast<double>(frames - 1) * nanosecondsPerSecond /
+                        static_cast<double>(lastFrame - begin);
+    const double scale = std::pow(10, 2 - std::floor(std::log10(rate)));
+    return std::round(rate * scale) / scale;
 }
 
 }  // namespace korusim

@@ -53,6 +53,9 @@ class CRtpFlow {
         std::uint32_t octets;
     };
     [[nodiscard]] SStep Step() const;
+    /// Returns the average number of frames per second to three significant digits, because a
+    /// capture's times are no more exact than that; nothing if there are fewer than two frames.
+    [[nodiscard]] std::optional<double> FrameRate() const;
 
    private:
     std::uint64_t packetCount = 0;
