@@ -3,7 +3,7 @@
 /// The callback copies a raw frame straight into a picture and leaves. Coded frames take some
 /// milliseconds to decode, so they go to a thread that always decodes the newest one. Either way
 /// the screen fetches the newest picture when it is ready for one; pictures that it does not fetch
-/// are replaced and counted. Nobody waits for anybody.
+/// are replaced and counted. No side waits for the other.
 #pragma once
 
 #include <atomic>
