@@ -2,6 +2,7 @@
 // the values that it saved, by a program that shares no code with it.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,8 +31,10 @@ using test::WaitFor;
 class CDisplay {
    public:
     CDisplay()
-        : server({"Xvfb", "-displayfd", "1", "-screen", "0", "1400x1000x24", "-noreset",
-                  "-nolisten", "tcp"}) {
+        // Tests have networks of their own but share the folder of the servers' sockets, so that
+        // each needs another number.
+        : server({"Xvfb", ":" + std::to_string(100 + ::getpid() % 50000), "-displayfd", "1",
+                  "-screen", "0", "1400x1000x24", "-noreset", "-nolisten", "tcp"}) {
         ::setenv("DISPLAY", (":" + server.ReadLine()).c_str(), 1);
         ::setenv("XDG_RUNTIME_DIR", "/tmp", 0);
         ::setenv("LSAN_OPTIONS",
