@@ -17,6 +17,13 @@ if(NOT MSVC)
   # Debug information and __FILE__ name sources relative to the project, wherever it is built.
   target_compile_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 endif()
+if(MSVC)
+  # Control-flow guard and shadow stacks, and no time stamp in the file.
+  target_compile_options(koru_options INTERFACE /guard:cf)
+  target_link_options(koru_options INTERFACE /guard:cf /CETCOMPAT /Brepro)
+elseif(WIN32)
+  target_link_options(koru_options INTERFACE -Wl,--no-insert-timestamp)
+endif()
 if(WIN32)
   # Windows 10 is the first version with DNS-SD. The other two definitions suppress macros of the
   # system's headers.
