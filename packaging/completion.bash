@@ -8,8 +8,8 @@ _qmxcam_korurtsp_words() {
     if [[ $3 == --* ]]; then
         values=$(sed -n "s/^  $3 [^ ]*:{\([^}]*\)}.*/\1/p" <<<"$help")
         [[ -z $values ]] || { echo "${values//,/ }"; return; }
-        # A value that cannot be listed follows: files are the best guess.
-        ! grep -qE "^  $3 [^ ]" <<<"$help" || ! grep -qE "^  $3 [A-Z]" <<<"$help" || return 1
+        # Values that the help does not list: the shell offers files.
+        ! grep -E "^  $3 [^ ]" <<<"$help" | grep -qvE "^  $3 (Needs|Excludes):" || return 1
     fi
     sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' <<<"$help"
     [[ -n $2 ]] || sed -nE '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/\1/p' <<<"$help"
