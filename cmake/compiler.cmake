@@ -14,8 +14,10 @@ endif()
 add_library(koru_options INTERFACE)
 target_link_libraries(koru_warnings INTERFACE koru_options)
 if(NOT MSVC)
-  # Debug information and __FILE__ name sources relative to the project, wherever it is built.
+  # Debug information and __FILE__ name sources relative to the project, wherever it is built. With
+  # link-time optimisation the linker writes the debug information.
   target_compile_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  target_link_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 endif()
 if(MSVC)
   # Control-flow guard and shadow stacks, and no time stamp in the file.
