@@ -14,8 +14,17 @@ endif()
 add_library(koru_options INTERFACE)
 target_link_libraries(koru_warnings INTERFACE koru_options)
 if(NOT MSVC)
-  # Debug information and __FILE__ name sources relative to the project, wherever it is built.
+  # Debug information and __FILE__ name sources relative to the project, wherever it is built. With
+  # link-time optimisation the linker writes the debug information.
   target_compile_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  target_link_options(koru_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+endif()
+if(MSVC)
+  # Control-flow guard and shadow stacks, and no time stamp in the file.
+  target_compile_options(koru_options INTERFACE /guard:cf)
+  target_link_options(koru_options INTERFACE /guard:cf /CETCOMPAT /Brepro)
+elseif(WIN32)
+  target_link_options(koru_options INTERFACE -Wl,--no-insert-timestamp)
 endif()
 if(WIN32)
   # Windows 10 is the first version with DNS-SD. The other two definitions suppress macros of the

@@ -16,19 +16,20 @@ std::string CheckPositive(const std::string& text) {
 
 void AddFormatOptions(CLI::App& command, SFormatChoice& choice) {
     auto* const format = command.add_option("--format", choice.index, "number in the catalogue")
-                             ->check(CheckWhole, "", "N");
+                             ->type_name("N")
+                             ->check(CheckWhole);
     command
         .add_option_function<std::string>(
             "--size", [&choice](const std::string& text) { choice.size = ParseSize(text); },
             "WxH, such as 640x512")
         ->excludes(format)
-        ->check(
-            [](const std::string& text) {
-                return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
-            },
-            "", "WxH");
+        ->type_name("WxH")
+        ->check([](const std::string& text) {
+            return ParseSize(text) ? std::string() : "'" + text + "' is not WxH";
+        });
     command.add_option("--type", choice.type, "raw, jls or jpeg")
         ->excludes(format)
+        ->type_name("TYPE")
         ->check(CLI::IsMember({"raw", "jls", "jpeg"}));
 }
 

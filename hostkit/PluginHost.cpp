@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 
 #include "Arguments.h"
 #include "CameraProbe.h"
@@ -23,12 +24,21 @@ constexpr const char* registeredId = "KORURTSP";
 /// Age up to which the result of a search is used for a name that it contains.
 constexpr std::chrono::seconds recentSearch{3};
 
-/// Returns the file to load: the named one, or the plug-in beside the program.
+/// The folder of the installed plug-in, relative to that of the installed programs.
+constexpr const char* pluginFromProgram = KORU_PLUGIN_FROM_PROGRAM;
+
+/// Returns the file to load: the named one, or the plug-in beside the program, or else the
+/// installed one.
 std::string PluginFile(const std::string& wanted) {
     namespace fs = std::filesystem;
     if (wanted.empty()) {
-        return (fs::path(platform::ProgramFolder()) / platform::PluginFileName(pluginName))
-            .string();
+        const fs::path folder = platform::ProgramFolder();
+        const fs::path name = platform::PluginFileName(pluginName);
+        const fs::path installed = (folder / pluginFromProgram / name).lexically_normal();
+        std::error_code unknown;
+        const bool isInstalled =
+            !fs::exists(folder / name, unknown) && fs::exists(installed, unknown);
+        return (isInstalled ? installed : folder / name).string();
     }
     // The system would search its library folders for a bare file name.
     return fs::absolute(wanted).string();

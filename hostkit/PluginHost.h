@@ -23,7 +23,8 @@ inline constexpr std::uint32_t openStream = 2;
 /// interface serves one thread at a time.
 class CPluginHost {
    public:
-    /// Loads `file`; an empty name means the plug-in beside the program.
+    /// Loads `file`; an empty name means the plug-in beside the program, or else
+    /// the installed one.
     explicit CPluginHost(const std::string& file);
     ~CPluginHost();
     CPluginHost(const CPluginHost&) = delete;

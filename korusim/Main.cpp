@@ -20,6 +20,7 @@
 #include "NetworkState.h"
 #include "Process.h"
 #include "RecordedContent.h"
+#include "Version.h"
 #include "VirtualCamera.h"
 
 namespace {
@@ -174,14 +175,18 @@ int RunCameras(std::vector<SCameraSettings> settings) {
 /// Reads the command line and runs its cameras.
 int Run(int argc, char** argv) {
     CLI::App app(
-        "Runs virtual infrared cameras: announced by DNS-SD, with node tree, RTSP and RTP.");
+        "Runs virtual infrared cameras: announced by DNS-SD, with node tree, RTSP and RTP.",
+        "korusim");
+    app.set_version_flag("--version", "korusim " KORU_VERSION, "print the version and exit");
     std::vector<std::string> arguments;
-    app.add_option("CAMERA", arguments, "cameras to run, see below")->required();
+    app.add_option("CAMERA", arguments, "cameras to run, see below")->type_name("")->required();
     app.footer(korusim::SettingsHelp());
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         return Print(app.help()) ? Good : PrintOutputError();
+    } catch (const CLI::CallForVersion& version) {
+        return Print(version.what() + std::string("\n")) ? Good : PrintOutputError();
     } catch (const CLI::ParseError& error) {
         return PrintError(WrongUsage, std::string(error.what()) + " (--help lists the settings)");
     }

@@ -13,6 +13,7 @@
 #include "Process.h"
 #include "Shell.h"
 #include "StreamCommand.h"
+#include "Version.h"
 
 namespace {
 
@@ -82,7 +83,9 @@ struct SCommandLine {
 // whole line has been parsed.
 
 void AddCamera(CLI::App& command, SCameraChoice& choice) {
-    command.add_option("CAMERA", choice.nameOrAddress, "address or name")->required();
+    command.add_option("CAMERA", choice.nameOrAddress, "address or name")
+        ->type_name("")
+        ->required();
     command.add_flag("--no-tree", choice.noTree, "do not connect to the camera's node tree");
 }
 
@@ -106,7 +109,8 @@ void AddFormats(CLI::App& app, SCommandLine& line) {
 void AddGet(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand("get", "Show properties of a camera");
     AddCamera(command, line.camera);
-    command.add_option("NAME", line.words, "such as FrameRate; without a name, all properties");
+    command.add_option("NAME", line.words, "such as FrameRate; without a name, all properties")
+        ->type_name("");
     command.callback([&line] {
         line.run = [&line](CPluginHost& host) {
             return RunGet(host, line.camera, line.words, line.json);
@@ -117,7 +121,7 @@ void AddGet(CLI::App& app, SCommandLine& line) {
 void AddSet(CLI::App& app, SCommandLine& line) {
     CLI::App& command = *app.add_subcommand("set", "Set properties of a camera");
     AddCamera(command, line.camera);
-    command.add_option("NAME=VALUE", line.words, "such as FrameRate=30")->required();
+    command.add_option("NAME=VALUE", line.words, "such as FrameRate=30")->type_name("")->required();
     command.footer(setHelp);
     command.callback([&line] {
         line.run = [&line](CPluginHost& host) {
@@ -128,20 +132,26 @@ void AddSet(CLI::App& app, SCommandLine& line) {
 
 void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
     command.add_option("--count", stream.count, "stop after N frames")
-        ->check(CheckWhole, "", "N")
+        ->type_name("N")
+        ->check(CheckWhole)
         ->check(CheckPositive);
     command.add_option("--duration", stream.duration, "stop after S seconds")
-        ->check(CheckPositive, "", "S");
+        ->type_name("S")
+        ->check(CheckPositive);
     command.add_option("--skip", stream.skip, "skip the first N frames")
-        ->check(CheckWhole, "", "N");
+        ->type_name("N")
+        ->check(CheckWhole);
     command.add_option("--rate", stream.rate, "frames per second to request from the camera")
-        ->check(CheckPositive, "", "FPS");
+        ->type_name("FPS")
+        ->check(CheckPositive);
 }
 
 void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
     auto* const save =
-        command.add_option("--save", stream.save.target,
-                           "folder for the frames, file for a recording, or - for standard output");
+        command
+            .add_option("--save", stream.save.target,
+                        "folder for the frames, file for a recording, or - for standard output")
+            ->type_name("DIR|FILE|-");
     auto* const form = command
                            .add_option_function<std::string>(
                                "--as",
@@ -152,9 +162,11 @@ void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
                                },
                                "native (unchanged), png or tiff (one recording)")
                            ->needs(save)
+                           ->type_name("FORM")
                            ->check(CLI::IsMember({"native", "png", "tiff"}));
     command.add_option("--palette", stream.save.palette, "false colours for png")
         ->needs(form)
+        ->type_name("NAME")
         ->check(CLI::IsMember(frames::PaletteNames()));
     command.add_flag("--overwrite", stream.save.overwrite, "replace the frames of another run")
         ->needs(save);
@@ -200,7 +212,8 @@ void AddDoctor(CLI::App& app, SCommandLine& line) {
         *app.add_subcommand("doctor", "Find out why a camera does not stream, or loses frames");
     AddCamera(command, line.camera);
     command.add_option("--seconds", line.doctor.seconds, "time for each format (default: 3)")
-        ->check(CheckPositive, "", "S");
+        ->type_name("S")
+        ->check(CheckPositive);
     command.footer(doctorHelp);
     command.final_callback([&line] {
         line.doctor.camera = line.camera;
@@ -245,9 +258,11 @@ std::string Mistake(const CLI::App* app, const CLI::Error& error) {
 void SetUp(CLI::App& app, SCommandLine& line) {
     app.fallthrough();  // the options of all commands may follow the command
     app.require_subcommand(1);
+    app.set_version_flag("--version", "qmxhost " KORU_VERSION, "print the version and exit");
     app.footer(generalHelp);
     app.failure_message(Mistake);
-    app.add_option("--plugin", line.plugin, "the plug-in (default: beside this program)")
+    app.add_option("--plugin", line.plugin,
+                   "the plug-in (default: beside this program, or the installed one)")
         ->type_name("FILE");
     app.add_flag("--verbose", line.verbose, "show the plug-in's trace lines");
     app.add_flag("--json", line.json, "results as JSON");

@@ -9,6 +9,7 @@
 #include "CommandLine.h"
 #include "NetworkState.h"
 #include "Process.h"
+#include "Version.h"
 #include "Viewer.h"
 
 namespace {
@@ -73,6 +74,7 @@ std::string CheckPercentile(const std::string& text) {
 void AddPictureOptions(CLI::App& app, SCommandLine& line) {
     SPaneSettings& settings = line.view.settings;
     app.add_option("--palette", settings.palette, "colours")
+        ->type_name("NAME")
         ->check(CLI::IsMember(frames::PaletteNames()))
         ->capture_default_str();
     app.add_option_function<std::string>(
@@ -83,17 +85,21 @@ void AddPictureOptions(CLI::App& app, SCommandLine& line) {
                settings.lockedLevels = locked.value_or(frames::SLevels{});
            },
            "auto, or the values of the coldest and the hottest colour")
-        ->check(CheckLevels, "", "auto|LOW:HIGH");
+        ->type_name("auto|LOW:HIGH")
+        ->check(CheckLevels);
     app.add_option("--percentile", settings.percentile,
                    "percentage of the pixels that automatic levels leave out at either end")
-        ->check(CheckPercentile, "", "P")
+        ->type_name("P")
+        ->check(CheckPercentile)
         ->capture_default_str();
     app.add_option_function<std::string>(
            "--scale", [&line](const std::string& text) { line.view.scale = ParseScale(text); },
            "also show values as value * GAIN + OFFSET in a unit")
-        ->check(CheckScale, "", "GAIN,OFFSET,UNIT");
+        ->type_name("GAIN,OFFSET,UNIT")
+        ->check(CheckScale);
     app.add_option("--zoom", line.view.zoom, "screen pixels for each pixel; without it, fit")
-        ->check(hostkit::CheckPositive, "", "N");
+        ->type_name("N")
+        ->check(hostkit::CheckPositive);
 }
 
 void AddWindowOptions(CLI::App& app, SCommandLine& line) {
@@ -103,36 +109,43 @@ void AddWindowOptions(CLI::App& app, SCommandLine& line) {
                line.view.renderer = text == "software" ? ERenderer::Software : ERenderer::Automatic;
            },
            "auto, or software to draw without a graphics processor")
+        ->type_name("NAME")
         ->check(CLI::IsMember({"auto", "software"}));
     app.add_option("--ui-scale", line.view.uiScale,
                    "size of texts, 1 on an ordinary screen; without it, as the screen")
-        ->check(CLI::Range(0.5, 4.0), "", "N");
+        ->type_name("N")
+        ->check(CLI::Range(0.5, 4.0).description(""));
     auto* const screenshot =
         app.add_option("--screenshot", line.view.screenshot,
                        "save the window as a PNG file, with the values of the pictures, and end")
             ->type_name("FILE");
     app.add_option("--after", line.view.after, "frames of each camera to show before --screenshot")
         ->needs(screenshot)
-        ->check(hostkit::CheckWhole, "", "N")
+        ->type_name("N")
+        ->check(hostkit::CheckWhole)
         ->check(hostkit::CheckPositive);
     app.add_option("--slow-screen", line.view.slowMs, "for tests: wait MS in each pass")
-        ->check(hostkit::CheckWhole, "", "MS")
+        ->type_name("MS")
+        ->check(hostkit::CheckWhole)
         ->group("");
 }
 
 void SetUp(CLI::App& app, SCommandLine& line) {
+    app.set_version_flag("--version", "qmxview " KORU_VERSION, "print the version and exit");
     app.footer(generalHelp);
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return "qmxview: " + std::string(error.what()) + "; 'qmxview --help' shows the usage\n";
     });
-    app.add_option("CAMERA", line.cameras, "addresses or names")->required();
+    app.add_option("CAMERA", line.cameras, "addresses or names")->type_name("")->required();
     hostkit::AddFormatOptions(app, line.format);
     app.add_option("--rate", line.rate, "frames per second to request from the cameras")
-        ->check(hostkit::CheckPositive, "", "FPS");
+        ->type_name("FPS")
+        ->check(hostkit::CheckPositive);
     AddPictureOptions(app, line);
     AddWindowOptions(app, line);
     app.add_flag("--no-tree", line.noTree, "do not connect to the node trees of the cameras");
-    app.add_option("--plugin", line.plugin, "the plug-in (default: beside this program)")
+    app.add_option("--plugin", line.plugin,
+                   "the plug-in (default: beside this program, or the installed one)")
         ->type_name("FILE");
     app.add_flag("--verbose", line.verbose, "show the plug-in's trace lines");
 }
