@@ -1,14 +1,15 @@
 #include "OutputFile.h"
 
-#include <filesystem>
 #include <system_error>
 #include <utility>
+
+#include "Path.h"
 
 namespace frames {
 namespace {
 
 /// Removes a regular file. The name may also be that of a device such as /dev/full.
-void RemoveRegular(const std::string& name) {
+void RemoveRegular(const std::filesystem::path& name) {
     std::error_code error;
     if (std::filesystem::is_regular_file(std::filesystem::symlink_status(name, error))) {
         std::filesystem::remove(name, error);
@@ -16,6 +17,9 @@ void RemoveRegular(const std::string& name) {
 }
 
 }  // namespace
+
+COutputFile::COutputFile(const std::filesystem::path& fileName)
+    : name(fileName), file(platform::OpenFile(fileName, "wb")) {}
 
 COutputFile::~COutputFile() {
     if (file == nullptr) return;
@@ -32,7 +36,7 @@ bool COutputFile::Keep() {
     return false;
 }
 
-bool WriteFile(const std::string& name, std::span<const std::uint8_t> bytes) {
+bool WriteFile(const std::filesystem::path& name, std::span<const std::uint8_t> bytes) {
     COutputFile file(name);
     if (file.stream() == nullptr) return false;
     std::fwrite(bytes.data(), 1, bytes.size(), file.stream());

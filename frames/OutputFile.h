@@ -3,8 +3,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <span>
-#include <string>
 
 namespace frames {
 
@@ -12,8 +12,7 @@ namespace frames {
 class COutputFile {
    public:
     /// Creates the file, or empties an existing one.
-    explicit COutputFile(const std::string& fileName)
-        : name(fileName), file(std::fopen(fileName.c_str(), "wb")) {}
+    explicit COutputFile(const std::filesystem::path& fileName);
     ~COutputFile();
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
@@ -25,11 +24,12 @@ class COutputFile {
     [[nodiscard]] bool Keep();
 
    private:
-    const std::string name;
+    const std::filesystem::path name;
     std::FILE* file;
 };
 
 /// Writes a file. Returns false if it cannot be written; no part of it then remains.
-[[nodiscard]] bool WriteFile(const std::string& name, std::span<const std::uint8_t> bytes);
+[[nodiscard]] bool WriteFile(const std::filesystem::path& name,
+                             std::span<const std::uint8_t> bytes);
 
 }  // namespace frames

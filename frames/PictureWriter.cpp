@@ -75,20 +75,21 @@ bool EncodeTo(std::FILE* file, SPngImage& image) {
     return done;
 }
 
-bool WriteImage(const std::string& file, SPngImage image) {
+bool WriteImage(const std::filesystem::path& file, SPngImage image) {
     COutputFile out(file);
     return out.stream() != nullptr && EncodeTo(out.stream(), image) && out.Keep();
 }
 
 }  // namespace
 
-bool WritePng(const std::string& file, const SGreyPicture& picture, const Palette* palette) {
+bool WritePng(const std::filesystem::path& file, const SGreyPicture& picture,
+              const Palette* palette) {
     if (picture.pixels.empty()) return false;
     return WriteImage(file,
                       palette != nullptr ? ColourImage(picture, *palette) : GreyImage(picture));
 }
 
-bool WritePng(const std::string& file, SColourPicture picture) {
+bool WritePng(const std::filesystem::path& file, SColourPicture picture) {
     if (picture.samples.empty()) return false;
     return WriteImage(
         file, {picture.width, picture.height, 8, PNG_COLOR_TYPE_RGB, std::move(picture.samples)});

@@ -1,6 +1,10 @@
 #include "CommandLine.h"
 
+#include <algorithm>
 #include <limits>
+#include <utility>
+
+#include "Path.h"
 
 namespace hostkit {
 
@@ -12,6 +16,18 @@ std::string CheckWhole(const std::string& text) {
 std::string CheckPositive(const std::string& text) {
     const auto value = ParseReal(text);
     return value && *value > 0 ? std::string() : "'" + text + "' is not a number above 0";
+}
+
+void ParseArguments(CLI::App& app, std::vector<std::string> arguments) {
+    std::ranges::reverse(arguments);  // CLI11 takes the last element first
+    app.parse(std::move(arguments));
+}
+
+CLI::Option* AddPathOption(CLI::App& command, const std::string& name, std::filesystem::path& path,
+                           const std::string& description) {
+    return command.add_option_function<std::string>(
+        name, [&path](const std::string& text) { path = platform::PathFromUtf8(text); },
+        description);
 }
 
 void AddFormatOptions(CLI::App& command, SFormatChoice& choice) {

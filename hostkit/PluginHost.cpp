@@ -1,19 +1,20 @@
 #include "PluginHost.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <system_error>
 
 #include "Arguments.h"
 #include "CameraProbe.h"
 #include "Failure.h"
 #include "NetworkState.h"
+#include "Path.h"
 #include "Process.h"
 #include "SharedLibrary.h"
 
 namespace hostkit {
 namespace {
 
+namespace fs = std::filesystem;
 using qmx::cam::IDevice;
 using qmx::cam::SDeviceInfo;
 
@@ -29,8 +30,7 @@ constexpr const char* pluginFromProgram = KORU_PLUGIN_FROM_PROGRAM;
 
 /// Returns the file to load: the named one, or the plug-in beside the program, or else the
 /// installed one.
-std::string PluginFile(const std::string& wanted) {
-    namespace fs = std::filesystem;
+fs::path PluginFile(const fs::path& wanted) {
     if (wanted.empty()) {
         const fs::path folder = platform::ProgramFolder();
         const fs::path name = platform::PluginFileName(pluginName);
@@ -38,14 +38,14 @@ std::string PluginFile(const std::string& wanted) {
         std::error_code unknown;
         const bool isInstalled =
             !fs::exists(folder / name, unknown) && fs::exists(installed, unknown);
-        return (isInstalled ? installed : folder / name).string();
+        return isInstalled ? installed : folder / name;
     }
     // The system would search its library folders for a bare file name.
-    return fs::absolute(wanted).string();
+    return fs::absolute(wanted);
 }
 
-[[noreturn]] void FailToLoad(const std::string& file, const std::string& why) {
-    throw CFailure(EExit::Failed, "cannot load plug-in " + file + ": " + why +
+[[noreturn]] void FailToLoad(const fs::path& file, const std::string& why) {
+    throw CFailure(EExit::Failed, "cannot load plug-in " + platform::Utf8Text(file) + ": " + why +
                                       "; use --plugin FILE to name another file");
 }
 
@@ -85,8 +85,8 @@ std::string ParameterText(const SDeviceInfo& info, const char* key) {
     return {};
 }
 
-CPluginHost::CPluginHost(const std::string& wanted) {
-    const std::string file = PluginFile(wanted);
+CPluginHost::CPluginHost(const fs::path& wanted) {
+    const fs::path file = PluginFile(wanted);
     const platform::CSharedLibrary library(file);
     if (!library.valid()) FailToLoad(file, library.error());
     const auto init = reinterpret_cast<bool (*)()>(library.Symbol(initFunction));

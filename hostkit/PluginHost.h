@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,9 +24,9 @@ inline constexpr std::uint32_t openStream = 2;
 /// interface serves one thread at a time.
 class CPluginHost {
    public:
-    /// Loads `file`; an empty name means the plug-in beside the program, or else
-    /// the installed one.
-    explicit CPluginHost(const std::string& file);
+    /// Loads `file`; an empty path means the plug-in beside the program, or else the installed
+    /// one.
+    explicit CPluginHost(const std::filesystem::path& file);
     ~CPluginHost();
     CPluginHost(const CPluginHost&) = delete;
     CPluginHost& operator=(const CPluginHost&) = delete;

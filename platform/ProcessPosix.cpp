@@ -18,16 +18,20 @@ void OnStopSignal(int) { stopRequested = true; }
 
 }  // namespace
 
-std::string ProgramFolder() {
+std::vector<std::string> Arguments(int argc, char** argv) {
+    if (argc < 1) return {};
+    return {argv + 1, argv + argc};
+}
+
+std::filesystem::path ProgramFolder() {
     char path[PATH_MAX];
     const ssize_t length = ::readlink("/proc/self/exe", path, sizeof(path));
     if (length <= 0) return {};
-    const std::string file(path, static_cast<std::size_t>(length));
-    return file.substr(0, file.rfind('/'));
+    return std::filesystem::path(path, path + length).parent_path();
 }
 
 std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
-    std::string file = ProgramFolder() + "/" + name;
+    std::string file = ProgramFolder() / name;
     std::vector<std::string> words = arguments;
     std::vector<char*> pointers = {file.data()};
     for (std::string& word : words) pointers.push_back(word.data());

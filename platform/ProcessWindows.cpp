@@ -4,11 +4,18 @@
 #include <io.h>
 #include <process.h>
 #include <windows.h>
+// Needs <windows.h> before it.
+#include <shellapi.h>
 
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <iterator>
+#include <memory>
+
+#include "WideText.h"
 
 namespace platform {
 namespace {
@@ -18,15 +25,15 @@ std::atomic<bool> stopRequested{false};
 
 /// Returns an argument in the form from which the called program reads the same argument again:
 /// quoted, and with a backslash before each quote and before each backslash that precedes one.
-std::string Quoted(const std::string& argument) {
-    std::string text = "\"";
+std::wstring Quoted(const std::wstring& argument) {
+    std::wstring text = L"\"";
     std::size_t backslashes = 0;
-    for (const char letter : argument) {
-        if (letter == '"') text.append(backslashes + 1, '\\');
-        backslashes = letter == '\\' ? backslashes + 1 : 0;
+    for (const wchar_t letter : argument) {
+        if (letter == L'"') text.append(backslashes + 1, L'\\');
+        backslashes = letter == L'\\' ? backslashes + 1 : 0;
         text += letter;
     }
-    return text.append(backslashes, '\\') + '"';
+    return text.append(backslashes, L'\\') + L'"';
 }
 
 BOOL WINAPI OnConsoleEvent(DWORD event) {
@@ -43,21 +50,33 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
 
 }  // namespace
 
-std::string ProgramFolder() {
+std::vector<std::string> Arguments(int, char**) {
+    struct SFree {
+        void operator()(wchar_t** words) const { ::LocalFree(words); }
+    };
+    int count = 0;
+    const std::unique_ptr<wchar_t*[], SFree> words(
+        ::CommandLineToArgvW(::GetCommandLineW(), &count));
+    std::vector<std::string> arguments;
+    for (int i = 1; words != nullptr && i < count; ++i) arguments.push_back(Narrow(words.get()[i]));
+    return arguments;
+}
+
+std::filesystem::path ProgramFolder() {
     wchar_t path[32768];  // the longest path of the system
     const DWORD length = ::GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
     if (length == 0 || length >= std::size(path)) return {};
-    return std::filesystem::path(path, path + length).parent_path().string();
+    return std::filesystem::path(path, path + length).parent_path();
 }
 
 std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
-    const std::string file = ProgramFolder() + "\\" + name + ".exe";
-    std::vector<std::string> words = {Quoted(file)};
-    for (const std::string& argument : arguments) words.push_back(Quoted(argument));
-    std::vector<const char*> pointers;
-    for (const std::string& word : words) pointers.push_back(word.c_str());
+    const std::filesystem::path file = ProgramFolder() / (Widen(name) + L".exe");
+    std::vector<std::wstring> words = {Quoted(file)};
+    for (const std::string& argument : arguments) words.push_back(Quoted(Widen(argument)));
+    std::vector<const wchar_t*> pointers;
+    for (const std::wstring& word : words) pointers.push_back(word.c_str());
     pointers.push_back(nullptr);
-    const std::intptr_t status = ::_spawnv(_P_WAIT, file.c_str(), pointers.data());
+    const std::intptr_t status = ::_wspawnv(_P_WAIT, file.c_str(), pointers.data());
     if (status == -1) return std::nullopt;
     return static_cast<int>(status);
 }
@@ -68,7 +87,14 @@ bool ErrorIsTerminal() noexcept {
 }
 
 // On Windows a socket never has the number of a standard stream.
-bool PrepareStandardStreams() noexcept { return true; }
+bool PrepareStandardStreams() noexcept {
+    // The console keeps its code page after the program, so the old one is restored.
+    static const UINT oldCodePage = ::GetConsoleOutputCP();
+    if (oldCodePage != 0 && oldCodePage != CP_UTF8 && ::SetConsoleOutputCP(CP_UTF8) != 0) {
+        std::atexit([] { ::SetConsoleOutputCP(oldCodePage); });
+    }
+    return true;
+}
 
 void PrepareByteOutput() noexcept { ::_setmode(::_fileno(stdout), _O_BINARY); }
 

@@ -1,6 +1,7 @@
 /// Shared libraries loaded at run time.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace platform {
@@ -10,7 +11,7 @@ namespace platform {
 class CSharedLibrary {
    public:
     /// Loads a file. On failure `valid` returns false and `error` the reason.
-    explicit CSharedLibrary(const std::string& file);
+    explicit CSharedLibrary(const std::filesystem::path& file);
 
     [[nodiscard]] bool valid() const noexcept { return library != nullptr; }
     [[nodiscard]] const std::string& error() const noexcept { return errorText; }

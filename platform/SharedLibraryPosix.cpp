@@ -4,7 +4,7 @@
 
 namespace platform {
 
-CSharedLibrary::CSharedLibrary(const std::string& file)
+CSharedLibrary::CSharedLibrary(const std::filesystem::path& file)
     : library(::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (library != nullptr) return;
     const char* const why = ::dlerror();

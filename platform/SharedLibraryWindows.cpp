@@ -2,19 +2,18 @@
 
 #include <windows.h>
 
-#include <filesystem>
-#include <system_error>
+#include "WideText.h"
 
 namespace platform {
 
 // Also searches the folder of the plug-in, because the host's libraries may be there. That requires
 // an absolute path.
-CSharedLibrary::CSharedLibrary(const std::string& file)
+CSharedLibrary::CSharedLibrary(const std::filesystem::path& file)
     : library(
           ::LoadLibraryExW(std::filesystem::absolute(file).c_str(), nullptr,
                            LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
     if (library != nullptr) return;
-    errorText = std::system_category().message(static_cast<int>(::GetLastError()));
+    errorText = SystemErrorText(::GetLastError());
 }
 
 void* CSharedLibrary::Symbol(const char* name) const noexcept {

@@ -6,6 +6,7 @@
 
 #include "Output.h"
 #include "OutputFile.h"
+#include "Path.h"
 #include "PictureWriter.h"
 #include "PixelTypeNames.h"
 #include "Recording.h"
@@ -24,7 +25,7 @@ std::string ExtensionOf(const qmx::SGuid& type, ESaveAs as) {
 }
 
 bool IsOfARun(const fs::path& file) {
-    const std::string name = file.filename().string();
+    const std::string name = platform::Utf8Text(file.filename());
     return name == indexName || (name.starts_with("frame-") && name.find('.') == 12);
 }
 
@@ -35,7 +36,7 @@ void Empty(const fs::path& folder, bool overwrite) {
         if (entry.is_regular_file() && IsOfARun(entry.path())) old.push_back(entry.path());
     }
     if (!old.empty() && !overwrite) {
-        throw CFailure(EExit::Failed, "folder " + folder.string() +
+        throw CFailure(EExit::Failed, "folder " + platform::Utf8Text(folder) +
                                           " contains frames of another run; name another folder, "
                                           "or replace them with --overwrite");
     }
@@ -55,8 +56,8 @@ CFolderSaver::CFolderSaver(const SSaveOptions& options, const qmx::cam::IDevice:
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) {
-        throw CFailure(EExit::Failed,
-                       "cannot create folder " + options.target + ": " + error.message());
+        throw CFailure(EExit::Failed, "cannot create folder " + platform::Utf8Text(folder) + ": " +
+                                          error.default_error_condition().message());
     }
     Empty(folder, options.overwrite);
 }
@@ -65,20 +66,21 @@ ESaved CFolderSaver::Save(const frames::SFrame& frame) {
     char name[32];
     std::snprintf(name, sizeof(name), "frame-%06llu",
                   static_cast<unsigned long long>(frame.arrival.number));
-    const std::string file = (folder / (name + extension)).string();
+    const fs::path file = folder / (name + extension);
     ESaved result = ESaved::Saved;
     const bool written = as == ESaveAs::Png ? WritePicture(file, frame, result)
                                             : frames::WriteFile(file, frame.bytes);
     if (result != ESaved::Saved) return result;
     if (written && WriteIndex(name + extension, frame)) return ESaved::Saved;
     throw CFailure(EExit::Failed,
-                   "cannot write frame " + std::to_string(frame.arrival.number) + " to " + file +
+                   "cannot write frame " + std::to_string(frame.arrival.number) + " to " +
+                       platform::Utf8Text(file) +
                        "; does the folder exist, with free space and write permission?");
 }
 
 /// Returns false if the file cannot be written. `result` becomes another one than `Saved` if the
 /// frame contains no picture.
-bool CFolderSaver::WritePicture(const std::string& file, const frames::SFrame& frame,
+bool CFolderSaver::WritePicture(const fs::path& file, const frames::SFrame& frame,
                                 ESaved& result) const {
     auto picture = frames::DecodePicture(frame.bytes, type, width);
     if (!picture) {
@@ -95,7 +97,7 @@ bool CFolderSaver::WritePicture(const std::string& file, const frames::SFrame& f
 }
 
 bool CFolderSaver::WriteIndex(const std::string& name, const frames::SFrame& frame) {
-    if (index == nullptr) index.reset(std::fopen((folder / indexName).string().c_str(), "wb"));
+    if (index == nullptr) index.reset(platform::OpenFile(folder / indexName, "wb"));
     if (index == nullptr) return false;
     const Json line = {{"frame", frame.arrival.number},
                        {"file", name},

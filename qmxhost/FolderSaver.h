@@ -30,7 +30,7 @@ class CFolderSaver {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
-    [[nodiscard]] bool WritePicture(const std::string& file, const frames::SFrame& frame,
+    [[nodiscard]] bool WritePicture(const std::filesystem::path& file, const frames::SFrame& frame,
                                     ESaved& result) const;
     [[nodiscard]] bool WriteIndex(const std::string& name, const frames::SFrame& frame);
 

@@ -4,7 +4,8 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "CommandLine.h"
 #include "Commands.h"
@@ -18,6 +19,7 @@
 namespace {
 
 using namespace qmxhost;
+using SArguments = std::vector<std::string>;
 
 constexpr const char* description =
     "Finds, opens and streams infrared cameras through the camera plug-in qmxcamKORURTSP.";
@@ -68,7 +70,7 @@ to do. The last line names the most likely cause. Exit status 0 if no step faile
 
 /// The options of all commands, and the chosen command.
 struct SCommandLine {
-    std::string plugin;
+    std::filesystem::path plugin;
     bool verbose = false;
     bool json = false;
     bool follow = false;
@@ -148,9 +150,8 @@ void AddLimitOptions(CLI::App& command, SStreamOptions& stream) {
 
 void AddSaveOptions(CLI::App& command, SStreamOptions& stream) {
     auto* const save =
-        command
-            .add_option("--save", stream.save.target,
-                        "folder for the frames, file for a recording, or - for standard output")
+        AddPathOption(command, "--save", stream.save.target,
+                      "folder for the frames, file for a recording, or - for standard output")
             ->type_name("DIR|FILE|-");
     auto* const form = command
                            .add_option_function<std::string>(
@@ -230,8 +231,8 @@ void AddView(CLI::App& app) {
 }
 
 /// Runs the live view, which is beside this program, with the arguments after the first one.
-EExit RunView(int argc, char** argv) {
-    const auto status = platform::RunBeside("qmxview", {argv + 2, argv + argc});
+EExit RunView(const SArguments& arguments) {
+    const auto status = platform::RunBeside("qmxview", {arguments.begin() + 1, arguments.end()});
     if (status) return EExit(*status);
     throw CFailure(EExit::Failed,
                    "cannot start the live view: qmxview is not in the folder of this program");
@@ -261,8 +262,8 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     app.set_version_flag("--version", "qmxhost " KORU_VERSION, "print the version and exit");
     app.footer(generalHelp);
     app.failure_message(Mistake);
-    app.add_option("--plugin", line.plugin,
-                   "the plug-in (default: beside this program, or the installed one)")
+    AddPathOption(app, "--plugin", line.plugin,
+                  "the plug-in (default: beside this program, or the installed one)")
         ->type_name("FILE");
     app.add_flag("--verbose", line.verbose, "show the plug-in's trace lines");
     app.add_flag("--json", line.json, "results as JSON");
@@ -277,11 +278,11 @@ void SetUp(CLI::App& app, SCommandLine& line) {
 }
 
 /// Fills `line`. For the help and for a mistake it prints the text and returns the exit status.
-std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
+std::optional<EExit> Parse(SCommandLine& line, const SArguments& arguments) {
     CLI::App app(description, "qmxhost");
     SetUp(app, line);
     try {
-        app.parse(argc, argv);
+        hostkit::ParseArguments(app, arguments);
     } catch (const CLI::ParseError& error) {
         std::ostringstream help;
         // CLI11 has a separate status for each kind of mistake; 0 means the help.
@@ -293,11 +294,11 @@ std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
 }
 
 /// The only place that turns failures into a line on standard error and an exit status.
-EExit Run(int argc, char** argv) {
+EExit Run(const SArguments& arguments) {
     try {
-        if (argc > 1 && std::string_view(argv[1]) == "view") return RunView(argc, argv);
+        if (!arguments.empty() && arguments[0] == "view") return RunView(arguments);
         SCommandLine line;
-        if (const auto status = Parse(line, argc, argv)) return *status;
+        if (const auto status = Parse(line, arguments)) return *status;
         qmx::logger().SetVerbose(line.verbose);
         if (!platform::StartSockets())
             throw CFailure(EExit::Failed, "the system's socket library does not start");
@@ -316,5 +317,5 @@ EExit Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (!platform::PrepareStandardStreams()) return static_cast<int>(EExit::Failed);
-    return static_cast<int>(Run(argc, argv));
+    return static_cast<int>(Run(platform::Arguments(argc, argv)));
 }

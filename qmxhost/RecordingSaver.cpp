@@ -4,15 +4,16 @@
 #include <system_error>
 
 #include "Output.h"
+#include "Path.h"
 
 namespace qmxhost {
 namespace {
 
-/// Returns the name, unless a file of that name must not be overwritten.
-const std::string& Allowed(const SSaveOptions& options) {
+/// Returns the path, unless a file of that name must not be overwritten.
+const std::filesystem::path& Allowed(const SSaveOptions& options) {
     std::error_code error;
     if (!options.overwrite && std::filesystem::is_regular_file(options.target, error)) {
-        throw CFailure(EExit::Failed, "file " + options.target +
+        throw CFailure(EExit::Failed, "file " + platform::Utf8Text(options.target) +
                                           " exists; name another file, or replace it with "
                                           "--overwrite");
     }
@@ -24,10 +25,11 @@ const std::string& Allowed(const SSaveOptions& options) {
 CRecordingSaver::CRecordingSaver(const SSaveOptions& options,
                                  const qmx::cam::IDevice::SFormat& format,
                                  const std::string& cameraAddress)
-    : name(Allowed(options)),
-      recorder(name, {cameraAddress, format.width, format.height, format.pixelType}) {
+    : path(Allowed(options)),
+      recorder(path, {cameraAddress, format.width, format.height, format.pixelType}) {
     if (!recorder.error().empty()) {
-        throw CFailure(EExit::Failed, "cannot create recording " + name + ": " + recorder.error() +
+        throw CFailure(EExit::Failed, "cannot create recording " + platform::Utf8Text(path) + ": " +
+                                          recorder.error() +
                                           "; --as tiff needs the name of a file");
     }
 }
@@ -43,10 +45,10 @@ ESaved CRecordingSaver::Save(const frames::SFrame& frame) {
         case frames::ERecorded::Failed:
             break;
     }
-    throw CFailure(EExit::Failed, "cannot write frame " + std::to_string(frame.arrival.number) +
-                                      " to recording " + name + ": " + recorder.error() + "; the " +
-                                      std::to_string(recorder.frameCount()) +
-                                      " frames before it are saved");
+    throw CFailure(EExit::Failed,
+                   "cannot write frame " + std::to_string(frame.arrival.number) + " to recording " +
+                       platform::Utf8Text(path) + ": " + recorder.error() + "; the " +
+                       std::to_string(recorder.frameCount()) + " frames before it are saved");
 }
 
 }  // namespace qmxhost

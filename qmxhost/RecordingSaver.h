@@ -1,6 +1,7 @@
 /// Saves all frames in one recording.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "FrameRecorder.h"
@@ -20,7 +21,7 @@ class CRecordingSaver {
     [[nodiscard]] ESaved Save(const frames::SFrame& frame);
 
    private:
-    const std::string name;
+    const std::filesystem::path path;
     frames::CFrameRecorder recorder;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 namespace qmxhost {
@@ -13,7 +14,7 @@ enum class ESaveAs {
 };
 
 struct SSaveOptions {
-    std::string target;  ///< a folder, a file for a recording, or "-" for standard output
+    std::filesystem::path target;  ///< a folder, a file for a recording, or "-" for standard output
     ESaveAs as = ESaveAs::Native;
     std::string palette;     ///< for PNG; empty means grey
     bool overwrite = false;  ///< frames of another run may be replaced

@@ -7,6 +7,7 @@
 
 #include "Arguments.h"
 #include "OutputFile.h"
+#include "Path.h"
 #include "PixelTypeNames.h"
 #include "Properties.h"
 
@@ -245,7 +246,7 @@ Json Block(SShellSession& session, const SArguments& arguments) {
 Json Save(SShellSession& session, const SArguments& arguments) {
     const std::vector<std::uint8_t> frame = session.frames.LastFrame();
     if (frame.empty()) throw CWrongCommand("no frame to save");
-    if (!frames::WriteFile(arguments[0], frame))
+    if (!frames::WriteFile(platform::PathFromUtf8(arguments[0]), frame))
         throw CWrongCommand("cannot write " + arguments[0]);
     return {{"ok", true}, {"length", frame.size()}};
 }

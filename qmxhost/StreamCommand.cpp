@@ -6,6 +6,7 @@
 #include "FrameChecker.h"
 #include "FrameIntake.h"
 #include "NetworkState.h"
+#include "Path.h"
 #include "PixelTypeNames.h"
 #include "Process.h"
 #include "StreamAdvice.h"
@@ -268,7 +269,7 @@ EExit CStream::Conclude(EEnd end) {
     summary.camera = camera.address();
     summary.format = FormatText(format);
     summary.totals = totals;
-    summary.savedTo = options.save.target;
+    summary.savedTo = platform::Utf8Text(options.save.target);
     summary.droppedDatagrams = DroppedMeanwhile();
     summary.buffers = buffers;
     summary.longestStall = stalls.LongestStall();

@@ -17,6 +17,7 @@ namespace {
 using namespace qmxview;
 using hostkit::CFailure;
 using hostkit::EExit;
+using SArguments = std::vector<std::string>;
 
 constexpr const char* description =
     "Shows the live pictures of infrared cameras, through the camera plug-in qmxcamKORURTSP.";
@@ -37,7 +38,7 @@ Exit status: 0 done, 1 the operation failed, 2 wrong usage, 3 no such camera,
 )";
 
 struct SCommandLine {
-    std::string plugin;
+    std::filesystem::path plugin;
     bool verbose = false;
     std::vector<std::string> cameras;
     bool noTree = false;
@@ -116,8 +117,9 @@ void AddWindowOptions(CLI::App& app, SCommandLine& line) {
         ->type_name("N")
         ->check(CLI::Range(0.5, 4.0).description(""));
     auto* const screenshot =
-        app.add_option("--screenshot", line.view.screenshot,
-                       "save the window as a PNG file, with the values of the pictures, and end")
+        hostkit::AddPathOption(
+            app, "--screenshot", line.view.screenshot,
+            "save the window as a PNG file, with the values of the pictures, and end")
             ->type_name("FILE");
     app.add_option("--after", line.view.after, "frames of each camera to show before --screenshot")
         ->needs(screenshot)
@@ -144,8 +146,8 @@ void SetUp(CLI::App& app, SCommandLine& line) {
     AddPictureOptions(app, line);
     AddWindowOptions(app, line);
     app.add_flag("--no-tree", line.noTree, "do not connect to the node trees of the cameras");
-    app.add_option("--plugin", line.plugin,
-                   "the plug-in (default: beside this program, or the installed one)")
+    hostkit::AddPathOption(app, "--plugin", line.plugin,
+                           "the plug-in (default: beside this program, or the installed one)")
         ->type_name("FILE");
     app.add_flag("--verbose", line.verbose, "show the plug-in's trace lines");
 }
@@ -163,11 +165,11 @@ void Complete(const CLI::App& app, SCommandLine& line) {
 }
 
 /// Fills `line`. For the help and for a mistake it prints the text and returns the exit status.
-std::optional<EExit> Parse(SCommandLine& line, int argc, char** argv) {
+std::optional<EExit> Parse(SCommandLine& line, const SArguments& arguments) {
     CLI::App app(description, "qmxview");
     SetUp(app, line);
     try {
-        app.parse(argc, argv);
+        hostkit::ParseArguments(app, arguments);
         Complete(app, line);
     } catch (const CLI::ParseError& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? EExit::Done : EExit::Usage;
@@ -180,10 +182,10 @@ EExit PrintFailure(const std::string& text, EExit status) {
     return status;
 }
 
-EExit Run(int argc, char** argv) {
+EExit Run(const SArguments& arguments) {
     try {
         SCommandLine line;
-        if (const auto status = Parse(line, argc, argv)) return *status;
+        if (const auto status = Parse(line, arguments)) return *status;
         qmx::logger().SetVerbose(line.verbose);
         if (!platform::StartSockets())
             throw CFailure(EExit::Failed, "the system's socket library does not start");
@@ -201,5 +203,5 @@ EExit Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (!platform::PrepareStandardStreams()) return static_cast<int>(EExit::Failed);
-    return static_cast<int>(Run(argc, argv));
+    return static_cast<int>(Run(platform::Arguments(argc, argv)));
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "NetworkState.h"
+#include "Path.h"
 #include "Streaming.h"
 
 namespace qmxview {
@@ -197,9 +198,10 @@ void CPane::StartRecording() {
     if (recording() || cameraState.format.width == 0) return;
     const auto& format = cameraState.format;
     try {
-        recorder = std::make_unique<CRecorder>(
-            FileStem() + ".tif", frames::SRecordedStream{cameraState.address, format.width,
-                                                         format.height, format.pixelType});
+        recorder =
+            std::make_unique<CRecorder>(platform::PathFromUtf8(FileStem() + ".tif"),
+                                        frames::SRecordedStream{cameraState.address, format.width,
+                                                                format.height, format.pixelType});
     } catch (const std::exception& failure) {
         return SetError(std::string("cannot record: ") + failure.what());
     }
@@ -217,7 +219,7 @@ void CPane::FinishRecording() {
     feed.RecordTo(nullptr);
     const SRecorderState end = recorder->State();
     message = std::to_string(end.recorded) + (end.recorded == 1 ? " frame" : " frames") +
-              " recorded to " + recorder->file().string();
+              " recorded to " + platform::Utf8Text(recorder->file());
     if (end.notKept != 0) message += ", " + std::to_string(end.notKept) + " not kept";
     if (!end.error.empty()) {
         hasRecordingFailed = true;

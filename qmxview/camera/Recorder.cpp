@@ -4,6 +4,8 @@
 #include <exception>
 #include <new>
 
+#include "Path.h"
+
 namespace qmxview {
 
 CRecorder::CRecorder(const std::filesystem::path& file, const frames::SRecordedStream& recorded)
@@ -38,7 +40,8 @@ void CRecorder::Run() {
     try {
         WriteAll();
     } catch (const std::exception& failure) {
-        Fail(std::string("recording to ") + path.string() + " has ended: " + failure.what());
+        Fail(std::string("recording to ") + platform::Utf8Text(path) +
+             " has ended: " + failure.what());
     }
     const std::lock_guard guard(lock);
     state.finished = true;
@@ -53,7 +56,7 @@ void CRecorder::WriteAll() {
     using namespace std::chrono_literals;
     frames::CFrameRecorder recording(path, stream);
     if (!recording.error().empty()) {
-        return Fail("cannot create " + path.string() + ": " + recording.error());
+        return Fail("cannot create " + platform::Utf8Text(path) + ": " + recording.error());
     }
     for (;;) {
         // Read before the queue: a frame pushed after it does not have to be waited for.
@@ -75,8 +78,8 @@ bool CRecorder::Write(frames::CFrameRecorder& recording, const frames::SFrame& f
         // The next frame may be recorded.
     }
     if (result == frames::ERecorded::Failed) {
-        Fail("recording to " + path.string() + " has ended: " + recording.error() + "; the " +
-             std::to_string(recording.frameCount()) + " frames before are saved");
+        Fail("recording to " + platform::Utf8Text(path) + " has ended: " + recording.error() +
+             "; the " + std::to_string(recording.frameCount()) + " frames before are saved");
         return false;
     }
     const std::lock_guard guard(lock);

@@ -48,7 +48,8 @@ void AddFont(double unit) {
     ImGuiIO& io = ImGui::GetIO();
     ImFontConfig config;
     config.FontDataOwnedByAtlas = false;
-    static constexpr ImWchar ranges[] = {0x20,   0xFF,   0x3C3,  0x3C3, 0x2013,
+    // Latin, Greek and Cyrillic, for the names of cameras; punctuation and arrows of our own texts.
+    static constexpr ImWchar ranges[] = {0x20,   0x17F,  0x370,  0x52F, 0x2013,
                                          0x2026, 0x2190, 0x2193, 0};
     io.Fonts->AddFontFromMemoryTTF(const_cast<unsigned char*>(embeddedFont),
                                    static_cast<int>(embeddedFontSize),

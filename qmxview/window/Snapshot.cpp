@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "OutputFile.h"
+#include "Path.h"
 #include "PictureWriter.h"
 #include "Recording.h"
 #include "Streaming.h"
@@ -20,8 +21,9 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-std::string CannotWrite(const std::string& file) {
-    return "cannot write " + file + ": " + std::generic_category().message(errno);
+std::string CannotWrite(const fs::path& file) {
+    return "cannot write " + platform::Utf8Text(file) + ": " +
+           std::generic_category().message(errno);
 }
 
 Json RegionAsJson(const CPaneModel& model) {
@@ -47,7 +49,7 @@ Json CursorAsJson(const CPaneModel& model) {
             {"value", picture.pixels[std::size_t{cursor->y} * picture.width + cursor->x]}};
 }
 
-Json PaneAsJson(const CPane& pane, const std::string& valuesFile) {
+Json PaneAsJson(const CPane& pane, const fs::path& valuesFile) {
     const CPaneModel& model = pane.model;
     const SRect place = model.viewport.Visible();
     Json json{{"camera", pane.camera()},
@@ -64,7 +66,7 @@ Json PaneAsJson(const CPane& pane, const std::string& valuesFile) {
                        {"scale", model.viewport.scale()},
                        {"quarterTurns", model.viewport.quarterTurns()},
                        {"mirrored", model.viewport.mirrored()}};
-    json["values"] = fs::path(valuesFile).filename().string();
+    json["values"] = platform::Utf8Text(valuesFile.filename());
     json["frame"] = arrival.number;
     json["utc"] = frames::UtcText(arrival.utc);
     json["palette"] = model.settings.palette;
@@ -82,7 +84,7 @@ frames::Picture PictureOf(const SViewFrame& frame) {
     return frames::SColourPicture{frame.values.width, frame.values.height, frame.colours};
 }
 
-bool Write(const std::string& file, frames::Picture picture) {
+bool Write(const fs::path& file, frames::Picture picture) {
     if (const auto* const grey = std::get_if<frames::SGreyPicture>(&picture)) {
         return frames::WritePng(file, *grey, nullptr);
     }
@@ -91,21 +93,20 @@ bool Write(const std::string& file, frames::Picture picture) {
 
 }  // namespace
 
-SSnapshot TakeSnapshot(const std::string& seenFile, frames::SColourPicture window,
+SSnapshot TakeSnapshot(const fs::path& seenFile, frames::SColourPicture window,
                        const std::vector<const CPane*>& panes) {
-    const fs::path path(seenFile);
     SSnapshot snapshot{seenFile, std::move(window), {}, {}, {}};
     Json json;
     for (std::size_t i = 0; i < panes.size(); ++i) {
         const std::string number = panes.size() == 1 ? "" : "-" + std::to_string(i + 1);
-        fs::path values = path;
-        values.replace_filename(path.stem().string() + "-values" + number + ".png");
-        json["panes"].push_back(PaneAsJson(*panes[i], values.string()));
+        fs::path values = seenFile;
+        values.replace_filename(seenFile.stem() += "-values" + number + ".png");
+        json["panes"].push_back(PaneAsJson(*panes[i], values));
         if (panes[i]->model.hasPicture()) {
-            snapshot.values.push_back({values.string(), PictureOf(*panes[i]->model.current())});
+            snapshot.values.push_back({values, PictureOf(*panes[i]->model.current())});
         }
     }
-    snapshot.descriptionFile = fs::path(path).replace_extension(".json").string();
+    snapshot.descriptionFile = fs::path(seenFile).replace_extension(".json");
     snapshot.description = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
     return snapshot;
 }
@@ -119,7 +120,7 @@ std::string WriteSnapshot(SSnapshot snapshot) {
             if (!Write(file, std::move(picture))) return CannotWrite(file);
         }
     } catch (const std::exception& failure) {
-        return "cannot write " + snapshot.seenFile + ": " + failure.what();
+        return "cannot write " + platform::Utf8Text(snapshot.seenFile) + ": " + failure.what();
     }
     const auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(snapshot.description.data()),
                                  snapshot.description.size());

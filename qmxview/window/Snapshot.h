@@ -1,6 +1,7 @@
 /// Saves what is shown: the picture of the window, the exact values, and how they became colours.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,13 +15,13 @@ namespace qmxview {
 struct SSnapshot {
     /// The picture of a pane and the name of its file.
     struct SValues {
-        std::string file;
+        std::filesystem::path file;
         frames::Picture picture;
     };
-    std::string seenFile;
+    std::filesystem::path seenFile;
     frames::SColourPicture window;
     std::vector<SValues> values;
-    std::string descriptionFile;
+    std::filesystem::path descriptionFile;
     std::string description;  ///< JSON
 };
 
@@ -29,7 +30,8 @@ struct SSnapshot {
 /// "-values" or "-values-N" inserted before the extension; and, with the extension replaced by
 /// ".json", the place of each picture in the window, its levels, palette and times. A pane without
 /// a picture has no file of values.
-[[nodiscard]] SSnapshot TakeSnapshot(const std::string& seenFile, frames::SColourPicture window,
+[[nodiscard]] SSnapshot TakeSnapshot(const std::filesystem::path& seenFile,
+                                     frames::SColourPicture window,
                                      const std::vector<const CPane*>& panes);
 
 /// Writes the files; the description is the last one. Returns why it failed, or an empty text. Any

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "NetworkCounters.h"
+#include "Path.h"
 #include "Process.h"
 #include "Snapshot.h"
 
@@ -287,9 +288,10 @@ void CViewer::TakePictures() {
     if (std::exchange(snapshotWanted, false)) {
         CPane& pane = selectedPane();
         const std::string file = pane.FileStem() + ".png";
-        writing.push_back({&pane, file,
-                           std::async(std::launch::async, WriteSnapshot,
-                                      TakeSnapshot(file, screen.Read(), {&pane}))});
+        writing.push_back(
+            {&pane, file,
+             std::async(std::launch::async, WriteSnapshot,
+                        TakeSnapshot(platform::PathFromUtf8(file), screen.Read(), {&pane}))});
     }
     if (!ScreenshotDue() || ended) return;
     std::vector<const CPane*> all;

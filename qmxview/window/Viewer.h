@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
@@ -23,9 +24,9 @@ struct SViewOptions {
     std::optional<SValueScale> scale;
     std::optional<double> zoom;  ///< screen pixels for each pixel of a picture; nothing: fit
     ERenderer renderer = ERenderer::Automatic;
-    double uiScale = 0;        ///< pixels for each pixel of an ordinary screen; 0: as the screen
-    std::string screenshot;    ///< file to save before the view ends; empty: none
-    std::uint64_t after = 1;   ///< frames that each camera shows before the screenshot
+    double uiScale = 0;  ///< pixels for each pixel of an ordinary screen; 0: as the screen
+    std::filesystem::path screenshot;  ///< file to save before the view ends; empty: none
+    std::uint64_t after = 1;           ///< frames that each camera shows before the screenshot
     std::uint64_t slowMs = 0;  ///< time that each pass waits in addition, to imitate a slow screen
 };
 
