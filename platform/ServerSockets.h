@@ -59,8 +59,10 @@ struct SWatchedSocket {
     bool ready = false;
 };
 
-/// Waits for several sockets, for a wake-up by another thread, and for a time, with a precision of
-/// less than a millisecond.
+/// The shortest wait that the system's timers can measure.
+extern const std::chrono::nanoseconds shortestWait;
+
+/// Waits for several sockets, for a wake-up by another thread, and for a time.
 class CSocketWaiter {
    public:
     CSocketWaiter();

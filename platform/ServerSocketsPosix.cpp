@@ -127,6 +127,8 @@ std::optional<std::size_t> ReceiveDatagramFrom(const CSocket& socket,
     return static_cast<std::size_t>(received);
 }
 
+constexpr std::chrono::nanoseconds shortestWait{50'000};
+
 struct CSocketWaiter::SState {
     CSocket wake = Owned(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     std::vector<pollfd> waiting;

@@ -120,6 +120,9 @@ std::optional<std::size_t> ReceiveDatagramFrom(const CSocket& socket,
     return received < 0 ? buffer.size() : static_cast<std::size_t>(received);
 }
 
+// That of a precise timer is 0.5 ms, and Wine's 1 ms.
+constexpr std::chrono::nanoseconds shortestWait{1'000'000};
+
 /// WSAPoll waits for whole milliseconds, often 16 of them. Therefore one event stands for all
 /// sockets, and a timer for the time.
 struct CSocketWaiter::SState {
