@@ -9,6 +9,7 @@
 #include "CommandLine.h"
 #include "NetworkState.h"
 #include "Process.h"
+#include "SessionEnd.h"
 #include "Version.h"
 #include "Viewer.h"
 
@@ -188,6 +189,7 @@ EExit Run(int argc, char** argv) {
         if (!platform::StartSockets())
             throw CFailure(EExit::Failed, "the system's socket library does not start");
         platform::WatchStopSignals();
+        platform::WatchSessionEnd();
         hostkit::CPluginHost host(line.plugin);
         return CViewer(host, line.view).Run();
     } catch (const CFailure& failure) {
