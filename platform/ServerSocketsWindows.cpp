@@ -7,9 +7,10 @@
 #include <ws2tcpip.h>
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 #include <vector>
+
+#include "SystemErrorWindows.h"
 
 namespace platform {
 namespace {
@@ -34,7 +35,7 @@ std::string Failure(const char* what, const std::string& address, std::uint16_t 
     const int reason = ::WSAGetLastError();
     std::string text = std::string(what) + " " + address;
     if (port != 0) text += ":" + std::to_string(port);
-    text += ": " + std::system_category().message(reason);
+    text += ": " + SystemErrorText(static_cast<DWORD>(reason));
     if (reason == WSAEADDRNOTAVAIL) text += " (no interface of this machine has that address)";
     if (reason == WSAEADDRINUSE || reason == WSAEACCES) text += " (is another simulator running?)";
     return text;

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <deque>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include "DnsServicesWindows.h"
 #include "Socket.h"
+#include "SystemErrorWindows.h"
 
 // After the other headers, because it needs those of the sockets.
 #include <iphlpapi.h>
@@ -166,7 +166,7 @@ std::string CAnnouncer::Announce(const std::vector<SAnnouncement>& cameras) {
     if (!ended) {
         PrintNotAnnounced("the system takes too long");
     } else if (state->failure != ERROR_SUCCESS) {
-        PrintNotAnnounced(std::system_category().message(static_cast<int>(state->failure)));
+        PrintNotAnnounced(platform::SystemErrorText(state->failure));
     }
     return {};
 }
