@@ -1,4 +1,5 @@
 #include "Diagnosis.h"
+#include "NetworkHints.h"
 
 namespace hostkit {
 namespace {
@@ -26,18 +27,15 @@ std::string ReceiveBufferAdvice(const platform::SReceiveBuffers& buffers, double
                " ms, because it was stopped or the machine was busy; a larger buffer would not "
                "help: do not stop it, and close programs that keep the machine busy";
     }
-    if (!buffers.limit || !buffers.granted || !buffers.initial) {
-        return "close programs that keep the machine busy; docs/performance.md shows how to "
-               "enlarge the buffer";
-    }
+    const std::string shorten =
+        "close programs that keep the machine busy, keep the frame callback short, or " +
+        platform::InitialBufferHint() + ", of which eight times is requested";
+    if (!buffers.limit || !buffers.granted || !buffers.initial) return shorten;
     const std::uint64_t requested = requestedBuffers * *buffers.initial;
     if (*buffers.granted < requested) {
-        return "allow the buffer that is requested: sysctl -w net.core.rmem_max=" +
-               std::to_string(requested) + ", or run with CAP_NET_ADMIN";
+        return "allow the buffer that is requested: " + platform::BufferLimitHint(requested);
     }
-    return "the buffer is as large as requested: close programs that keep the machine busy, keep "
-           "the frame callback short, or raise net.core.rmem_default, of which eight times is "
-           "requested";
+    return "the buffer is as large as requested: " + shorten;
 }
 
 }  // namespace hostkit

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "NetworkHints.h"
+
 namespace hostkit {
 namespace {
 
@@ -221,6 +223,11 @@ std::string Count(std::uint64_t number, const char* what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
+std::string CheckFirewalls() {
+    return "check firewalls: RTP comes by UDP to a port that the system picks; first " +
+           platform::FirewallHint();
+}
+
 /// If the counters do not show whether packets were lost, repeated or reordered.
 constexpr const char* captureAdvice =
     "capture the stream with Wireshark, and see whether its RTP sequence numbers skip, repeat or "
@@ -244,7 +251,7 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
         finding.cause = "This system drops the datagrams, because the receive buffer (" +
                         ReceiveBufferText(stream.buffers) + ") is full.";
     } else if (!counters.datagrams) {
-        finding.advice = "check firewalls: RTP comes by UDP to a port that the system picks";
+        finding.advice = CheckFirewalls();
         finding.cause = "The camera accepts the stream, but no frame arrives.";
     } else if (arrived(counters.datagrams, other.datagrams)) {
         finding.text += ", although " + Count(*counters.datagrams, "datagram") + " arrived";
@@ -254,14 +261,12 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
     } else if (arrived(counters.interfacePackets, other.interfacePackets)) {
         finding.text +=
             ", although the interface received " + Count(*counters.interfacePackets, "packet");
-        finding.advice = "allow this program to receive UDP in the firewall of this machine";
+        finding.advice = platform::FirewallHint();
         finding.cause = "A firewall on this machine blocks the UDP packets of the camera.";
     } else if (!counters.interfacePackets || other.interfacePackets * stream.seconds >
                                                  ExpectedDatagrams(stream, stream.seconds)) {
         finding.text += ", and no UDP from the camera reached this program";
-        finding.advice =
-            "check firewalls, first that of this machine: RTP comes by UDP to a port that the "
-            "system picks";
+        finding.advice = CheckFirewalls();
         finding.cause =
             "The camera accepts the stream, but no UDP from it reaches this program: a firewall "
             "blocks it, or the camera does not send.";

@@ -1,7 +1,4 @@
-// The camera simulator: runs the virtual cameras of its command line until a signal ends it.
-#include <signal.h>
-#include <sys/resource.h>
-
+// The camera simulator: runs the virtual cameras of its command line until it is asked to end.
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -45,14 +42,6 @@ int PrintError(EExit status, const std::string& text) {
     return status;
 }
 
-/// The usual limit suffices for only 200 cameras.
-void RaiseDescriptorLimit() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-    limit.rlim_cur = limit.rlim_max;
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 /// Writes a text to standard output. Returns false if not all of it could be written.
 bool Print(const std::string& text) {
     return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
@@ -61,20 +50,6 @@ bool Print(const std::string& text) {
 int PrintOutputError() {
     return PrintError(Failed,
                       std::string("cannot write to standard output: ") + std::strerror(errno));
-}
-
-/// Blocks the signals in this thread and all later ones, so that only `sigwait` receives them. A
-/// hang-up that was ignored at the start (nohup) stays ignored.
-sigset_t HoldStopSignals() {
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGINT);
-    ::sigaddset(&signals, SIGTERM);
-    struct sigaction hangUp {};
-    ::sigaction(SIGHUP, nullptr, &hangUp);
-    if (hangUp.sa_handler != SIG_IGN) ::sigaddset(&signals, SIGHUP);
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
 }
 
 /// Parses the camera arguments. Returns what is wrong with them, or an empty text.
@@ -154,15 +129,14 @@ int RunCameras(std::vector<SCameraSettings> settings) {
     std::list<CVirtualCamera> cameras;
     const std::string unreadable = MakeCameras(std::move(settings), cameras);
     if (!unreadable.empty()) return PrintError(Failed, unreadable);
-    RaiseDescriptorLimit();
-    const sigset_t signals = HoldStopSignals();
+    platform::RaiseDescriptorLimit();
+    platform::WatchStopSignals();
     korusim::CAnnouncer announcer;
     const std::string error = StartCameras(cameras, announcer);
     if (!error.empty()) return PrintError(Failed, error);
     if (!Print("ready\n")) return PrintOutputError();
 
-    int taken = 0;
-    ::sigwait(&signals, &taken);
+    platform::WaitForStop();
     EExit status = Good;
     for (CVirtualCamera& camera : cameras) {
         camera.Stop();
@@ -200,6 +174,7 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (!platform::PrepareStandardStreams()) return Failed;
+    if (!platform::StartSockets()) return PrintError(Failed, "the system refuses to open sockets");
     try {
         return Run(argc, argv);
     } catch (const std::exception& failure) {

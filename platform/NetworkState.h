@@ -13,6 +13,9 @@ namespace platform {
 /// use sockets.
 [[nodiscard]] bool StartSockets() noexcept;
 
+/// Lets this process open as many descriptors as the system allows. The usual limit suffices for
+/// only 200 simulated cameras.
+void RaiseDescriptorLimit() noexcept;
 /// Returns why this process cannot open this many more descriptors; empty if it can.
 [[nodiscard]] std::string DescriptorObstacle(std::size_t more);
 /// Descriptors that a search by the stand-in of `dns_sd` holds at once.

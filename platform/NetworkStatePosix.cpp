@@ -41,6 +41,13 @@ bool IsOpenConnection(int descriptor, const sockaddr_in& to) {
 
 bool StartSockets() noexcept { return true; }
 
+void RaiseDescriptorLimit() noexcept {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 std::string DescriptorObstacle(std::size_t more) {
     std::vector<CSocket> held(more);
     for (CSocket& each : held) {

@@ -19,6 +19,7 @@ bool StartSockets() noexcept {
 }
 
 // On this system only memory limits handles, and a system service does the browsing.
+void RaiseDescriptorLimit() noexcept {}
 std::string DescriptorObstacle(std::size_t) { return {}; }
 std::string MulticastDnsObstacle(std::size_t) { return {}; }
 

@@ -32,8 +32,14 @@ void PrepareByteOutput() noexcept;
 
 /// Makes an interrupt, a termination signal and the closing of the terminal only set the flag that
 /// `StopRequested` returns. A second signal of the same kind ends the process at once. A hang-up
-/// that was ignored when the process started (nohup) stays ignored.
+/// that was ignored when the process started (nohup) stays ignored. On Windows these are Ctrl-C and
+/// Ctrl-Break, the closing of the console window, logging off, and shutdown; `main` then has about
+/// 5 s to end.
 void WatchStopSignals();
 [[nodiscard]] bool StopRequested() noexcept;
+/// Makes `StopRequested` return true, as a signal does. Thread-safe.
+void RequestStop() noexcept;
+/// Waits until `StopRequested` returns true. Call it on one thread, after `WatchStopSignals`.
+void WaitForStop() noexcept;
 
 }  // namespace platform

@@ -1,10 +1,12 @@
 #include "Process.h"
 
 #include <fcntl.h>
+#include <semaphore.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 
 namespace platform {
@@ -14,7 +16,10 @@ namespace {
 std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
-void OnStopSignal(int) { stopRequested = true; }
+/// Posted with each stop signal, because a signal handler may do that.
+sem_t stopPosted;
+
+void OnStopSignal(int) { RequestStop(); }
 
 }  // namespace
 
@@ -57,6 +62,7 @@ bool PrepareStandardStreams() noexcept {
 void PrepareByteOutput() noexcept {}
 
 void WatchStopSignals() {
+    ::sem_init(&stopPosted, 0, 0);
     struct sigaction action {};
     action.sa_handler = OnStopSignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
@@ -67,5 +73,16 @@ void WatchStopSignals() {
 }
 
 bool StopRequested() noexcept { return stopRequested; }
+
+void RequestStop() noexcept {
+    const int keptForTheInterruptedCode = errno;
+    stopRequested = true;
+    ::sem_post(&stopPosted);
+    errno = keptForTheInterruptedCode;
+}
+
+void WaitForStop() noexcept {
+    while (!stopRequested) ::sem_wait(&stopPosted);
+}
 
 }  // namespace platform

@@ -38,10 +38,12 @@ std::wstring Quoted(const std::wstring& argument) {
 
 BOOL WINAPI OnConsoleEvent(DWORD event) {
     if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) {
-        return stopRequested.exchange(true) ? FALSE : TRUE;
+        if (StopRequested()) return FALSE;
+        RequestStop();
+        return TRUE;
     }
-    if (event != CTRL_CLOSE_EVENT) return FALSE;
-    stopRequested = true;
+    // The window is being closed, or the session ends.
+    RequestStop();
     // The system ends the process when this returns, or some seconds later. The end of `main` ends
     // this thread.
     ::Sleep(INFINITE);
@@ -101,5 +103,12 @@ void PrepareByteOutput() noexcept { ::_setmode(::_fileno(stdout), _O_BINARY); }
 void WatchStopSignals() { ::SetConsoleCtrlHandler(OnConsoleEvent, TRUE); }
 
 bool StopRequested() noexcept { return stopRequested; }
+
+void RequestStop() noexcept {
+    stopRequested = true;
+    stopRequested.notify_all();
+}
+
+void WaitForStop() noexcept { stopRequested.wait(false); }
 
 }  // namespace platform

@@ -9,7 +9,7 @@ namespace platform {
 /// Converts a text. What is not valid becomes U+FFFD.
 [[nodiscard]] std::wstring Widen(std::string_view utf8);
 [[nodiscard]] std::string Narrow(std::wstring_view utf16);
-/// Returns the system's text for an error of `GetLastError`.
+/// Returns the system's text for an error of `GetLastError`, and its number.
 [[nodiscard]] std::string SystemErrorText(unsigned long error);
 
 }  // namespace platform

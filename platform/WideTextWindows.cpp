@@ -29,10 +29,9 @@ std::string SystemErrorText(unsigned long error) {
     DWORD length =
         ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
                          0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    // The system ends its texts with a line break, and some with a full stop.
-    while (length != 0 && (text[length - 1] < L' ' || text[length - 1] == L'.')) --length;
-    if (length == 0) return "error " + std::to_string(error);
-    return Narrow({text, length});
+    while (length != 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.')) --length;
+    const std::string number = "error " + std::to_string(error);
+    return length == 0 ? number : Narrow({text, length}) + " (" + number + ")";
 }
 
 }  // namespace platform

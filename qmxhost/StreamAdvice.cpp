@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "NetworkHints.h"
 #include "StreamDiagnosis.h"
 
 namespace qmxhost {
@@ -118,7 +119,7 @@ std::string SilenceReason(const SSilence& silence, const std::string& camera) {
         return "no UDP arrives any more; is the camera still on and connected?";
     }
     return "no UDP arrives; does a firewall block it? 'qmxhost doctor " + camera +
-           "' finds out where";
+           "' finds out where; if on this machine, " + platform::FirewallHint();
 }
 
 }  // namespace qmxhost

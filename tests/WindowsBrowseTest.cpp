@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "WindowsServices.h"
+#include "DnsServicesWindows.h"
 #include "dns_sd.h"
 
 namespace {
@@ -205,8 +205,8 @@ TEST(WindowsBrowse, FailsWhereTheSystemRefuses) {
 
 }  // namespace
 
-const SWindowsServices& WindowsServices() {
-    static const SWindowsServices services = {Browse,        CancelBrowse, Resolve,
-                                              CancelResolve, FreeInstance, FreeRecords};
+const platform::SWindowsServices& platform::WindowsServices() {
+    static const SWindowsServices services = {Browse,       CancelBrowse, Resolve, CancelResolve,
+                                              FreeInstance, FreeRecords,  nullptr, nullptr};
     return services;
 }

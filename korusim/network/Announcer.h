@@ -1,4 +1,5 @@
-/// Announces cameras by multicast DNS with Avahi's embeddable core, which needs no daemon.
+/// Announces cameras by multicast DNS: on Linux with Avahi's embeddable core, which needs no
+/// daemon, and on Windows with the service of the system.
 #pragma once
 
 #include <memory>
@@ -22,7 +23,8 @@ class CAnnouncer {
     CAnnouncer& operator=(const CAnnouncer&) = delete;
 
     /// Announces the cameras and waits until the announcement is established. Call once. Returns a
-    /// sentence with the reason of a failure, or an empty text.
+    /// sentence with the reason of a failure, or an empty text. A Windows that cannot announce them
+    /// is no failure: a message explains that they are reachable by their addresses.
     [[nodiscard]] std::string Announce(const std::vector<SAnnouncement>& cameras);
 
     struct SState;

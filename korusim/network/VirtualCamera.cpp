@@ -1,15 +1,11 @@
 #include "VirtualCamera.h"
 
-#include <signal.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <system_error>
 
+#include "Process.h"
 #include "StreamSummary.h"
 
 namespace korusim {
@@ -29,6 +25,11 @@ constexpr std::chrono::milliseconds splitBy{100};
 constexpr std::size_t maxSummaries = 100;
 /// Buffer for an RTCP datagram; those of receivers are far smaller.
 constexpr std::size_t maxRtcpBytes = 2048;
+
+using platform::SSocketAddress;
+
+/// Places of the sockets of a camera among those that it watches.
+enum EWatched : std::size_t { RtspListener, TreeListener, RtcpSocket };
 
 /// Returns the time of day in NTP format: seconds since 1900 and a 32-bit fraction.
 std::uint64_t NtpNow() {
@@ -52,6 +53,18 @@ std::string SecondsText(double seconds) {
     return text.data();
 }
 
+SSocketAddress WithPort(const SSocketAddress& address, std::uint16_t port) {
+    return platform::MakeSocketAddress(address.address, port);
+}
+
+std::uint16_t PortOf(const platform::CSocket& socket) {
+    return platform::LocalPort(socket.handle()).value_or(0);
+}
+
+bool SameAddress(const SSocketAddress& left, const SSocketAddress& right) {
+    return left.port == right.port && left.address == right.address;
+}
+
 }  // namespace
 
 CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings,
@@ -62,23 +75,23 @@ CVirtualCamera::CVirtualCamera(SCameraSettings cameraSettings,
       toOutbox([this](std::span<const std::uint8_t> packet) { outbox.Add(packet); }) {}
 
 std::string CVirtualCamera::Open() {
-    wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    std::array<SSocketResult, 4> sockets;
-    sockets[0] = ListenTcp(settings.address, rtspPort);
-    if (settings.tree != ETree::Off) sockets[1] = ListenTcp(settings.address, treePort);
-    sockets[2] = OpenUdp(settings.address);
-    sockets[3] = OpenUdp(settings.address);
-    for (const SSocketResult& result : sockets) {
+    waiter.emplace();
+    std::array<platform::SServerSocket, 4> sockets;
+    sockets[0] = platform::ListenTcp(settings.address, rtspPort);
+    if (settings.tree != ETree::Off) sockets[1] = platform::ListenTcp(settings.address, treePort);
+    sockets[2] = platform::BindUdp(settings.address);
+    sockets[3] = platform::BindUdp(settings.address);
+    for (const platform::SServerSocket& result : sockets) {
         if (!result.error.empty()) return "camera \"" + settings.name + "\": " + result.error;
     }
-    if (!wake.valid()) return "camera \"" + settings.name + "\": no file descriptors left";
+    if (!waiter->valid()) return "camera \"" + settings.name + "\": no file descriptors left";
     rtspListener = std::move(sockets[0].socket);
     treeListener = std::move(sockets[1].socket);
     rtpSocket = std::move(sockets[2].socket);
     rtcpSocket = std::move(sockets[3].socket);
     SCameraSettings seeded = settings;
     seeded.seed = CameraSeed(settings);
-    server.emplace(seeded, SPortPair{LocalPort(rtpSocket), LocalPort(rtcpSocket)},
+    server.emplace(seeded, SPortPair{PortOf(rtpSocket), PortOf(rtcpSocket)},
                    content->MakeResponses());
     return {};
 }
@@ -96,8 +109,7 @@ std::string CVirtualCamera::Start() {
 void CVirtualCamera::Stop() {
     if (!thread.joinable()) return;
     stopping = true;
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wake.get(), &one, sizeof(one));
+    waiter->Wake();
     thread.join();
 }
 
@@ -107,7 +119,7 @@ void CVirtualCamera::Run() {
         Serve();
     } catch (const std::exception& failure) {
         failureText = "camera \"" + settings.name + "\" failed: " + failure.what();
-        ::kill(::getpid(), SIGTERM);
+        platform::RequestStop();
     }
 }
 
@@ -115,7 +127,7 @@ void CVirtualCamera::Serve() {
     while (!stopping) {
         Wait();
         const TimePoint now = Clock::now();
-        if (waiting[3].revents != 0) ServeRtcp(now);
+        if (watched[RtcpSocket].ready) ServeRtcp(now);
         ServeRtsp(now);
         ServeTree(now);
         AcceptPeers();
@@ -153,30 +165,21 @@ std::optional<TimePoint> CVirtualCamera::SessionDeadline() const {
 }
 
 void CVirtualCamera::Wait() {
-    waiting.clear();
-    // `poll` ignores a negative descriptor, such as that of a node tree that is off.
-    for (const CDescriptor* each : {&wake, &rtspListener, &treeListener, &rtcpSocket}) {
-        waiting.push_back({each->get(), POLLIN, 0});
-    }
-    if (acceptAfter > Clock::now()) waiting[1].events = waiting[2].events = 0;
+    watched.clear();
+    const bool accepts = acceptAfter <= Clock::now();
+    watched.push_back({rtspListener.handle(), accepts});
+    watched.push_back({treeListener.handle(), accepts});
+    watched.push_back({rtcpSocket.handle()});
     const auto watch = [this](const CPeer& peer) {
-        const int events =
-            (peer.closeRequested() ? 0 : POLLIN) | (peer.blockedOnSend() ? POLLOUT : 0);
-        waiting.push_back({peer.descriptor(), static_cast<short>(events), 0});
+        watched.push_back({peer.handle(), !peer.closeRequested(), peer.blockedOnSend()});
     };
     for (const SRtspPeer& peer : rtspPeers) watch(peer.link);
     for (const STreePeer& peer : treePeers) watch(peer.link);
 
     const TimePoint due = NextDue();
-    timespec limit{};
-    if (due != TimePoint::max()) {
-        constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-        const auto left = std::max<std::int64_t>(
-            std::chrono::duration_cast<std::chrono::nanoseconds>(due - Clock::now()).count(), 0);
-        limit.tv_sec = left / nanosecondsPerSecond;
-        limit.tv_nsec = left % nanosecondsPerSecond;
-    }
-    ::ppoll(waiting.data(), waiting.size(), due != TimePoint::max() ? &limit : nullptr, nullptr);
+    std::optional<std::chrono::nanoseconds> limit;
+    if (due != TimePoint::max()) limit = due - Clock::now();
+    waiter->Wait(watched, limit);
 }
 
 bool CVirtualCamera::HasSession(const SRtspPeer& peer) const {
@@ -199,24 +202,26 @@ bool CVirtualCamera::CloseIdlest(std::list<Peer>& peers) {
 
 /// Accepts the waiting connections, passes each to `add`, and closes idle ones to make room.
 template <class Peer, class Add>
-void CVirtualCamera::AcceptFrom(const CDescriptor& listener, std::list<Peer>& peers, Add add) {
-    while (auto link = Accept(listener)) {
+void CVirtualCamera::AcceptFrom(const platform::CSocket& listener, std::list<Peer>& peers,
+                                Add add) {
+    platform::SAccepted accepted = platform::Accept(listener);
+    for (; accepted.socket.valid(); accepted = platform::Accept(listener)) {
         if (peers.size() == maxPeers) (void)CloseIdlest(peers);
-        add(std::move(*link));
+        add(CPeer(std::move(accepted)));
     }
-    if (errno != EMFILE && errno != ENFILE) return;
+    if (!accepted.lacksDescriptor) return;
     if (!CloseIdlest(rtspPeers) && !CloseIdlest(treePeers)) {
         acceptAfter = Clock::now() + acceptPause;
     }
 }
 
 void CVirtualCamera::AcceptPeers() {
-    if (waiting[1].revents != 0) {
+    if (watched[RtspListener].ready) {
         AcceptFrom(rtspListener, rtspPeers, [this](CPeer link) {
             rtspPeers.push_back({++lastConnection, std::move(link), {}});
         });
     }
-    if (waiting[2].revents != 0) {
+    if (watched[TreeListener].ready) {
         AcceptFrom(treeListener, treePeers, [this](CPeer link) {
             treePeers.push_back({std::move(link), {}});
         });
@@ -296,17 +301,15 @@ bool CVirtualCamera::ServeTreePeer(STreePeer& peer, TimePoint now) {
 void CVirtualCamera::ServeRtcp(TimePoint now) {
     std::array<std::uint8_t, maxRtcpBytes> datagram;
     for (;;) {
-        sockaddr_in from{};
-        socklen_t size = sizeof(from);
-        const ssize_t received = ::recvfrom(rtcpSocket.get(), datagram.data(), datagram.size(), 0,
-                                            reinterpret_cast<sockaddr*>(&from), &size);
-        if (received < 0) return;
+        SSocketAddress from;
+        const auto received = platform::ReceiveDatagramFrom(rtcpSocket, datagram, from);
+        if (!received) return;
         if (!stream) continue;  // a late report about a stream that has ended
         if (!SameAddress(from, stream->clientRtcp)) {
             ++stream->unknownSenders;
             continue;
         }
-        ReadRtcp(std::span(datagram).first(static_cast<std::size_t>(received)), now);
+        ReadRtcp(std::span(datagram).first(*received), now);
     }
 }
 
@@ -321,7 +324,7 @@ void CVirtualCamera::ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint 
 }
 
 /// Brings the stream in line with the server's session. `client` is the address of the request.
-void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
+void CVirtualCamera::FollowSession(TimePoint now, const SSocketAddress& client) {
     const auto& session = server->session();
     if (stream && (!session || session->serial != stream->sessionSerial)) EndStream();
     if (!session) return;
@@ -338,10 +341,10 @@ void CVirtualCamera::FollowSession(TimePoint now, const sockaddr_in& client) {
 }
 
 void CVirtualCamera::BeginStream(const SRtspSession& session, TimePoint now,
-                                 const sockaddr_in& client) {
+                                 const SSocketAddress& client) {
     auto media = content->MakeStream(session, TrueRate(), now);
     const CRtcpReader rtcp(media->ssrc());
-    const sockaddr_in clientRtp = WithPort(client, session.clientRtpPort);
+    const SSocketAddress clientRtp = WithPort(client, session.clientRtpPort);
     outbox.Aim(rtpSocket, clientRtp, media->maxDatagramBytes());
     stream.emplace(SRunningStream{session.serial, std::move(media), rtcp, clientRtp,
                                   WithPort(client, session.clientRtcpPort)});
@@ -394,8 +397,8 @@ void CVirtualCamera::AdvanceStream(TimePoint now) {
 }
 
 void CVirtualCamera::SendReport(const SOutgoingReport& report) {
-    ::sendto(rtcpSocket.get(), report.bytes.data(), report.bytes.size(), MSG_NOSIGNAL,
-             reinterpret_cast<const sockaddr*>(&stream->clientRtcp), sizeof(stream->clientRtcp));
+    (void)platform::SendDatagram(rtcpSocket.handle(), report.bytes.data(), report.bytes.size(),
+                                 stream->clientRtcp);
     stream->rtcp.NoteSenderReport(report.ntp);
     ++stream->reportsSent;
 }

@@ -2,8 +2,6 @@
 /// the model, so there are no locks.
 #pragma once
 
-#include <poll.h>
-
 #include <atomic>
 #include <cstdint>
 #include <list>
@@ -16,10 +14,11 @@
 
 #include "CameraContent.h"
 #include "CameraSettings.h"
-#include "Network.h"
 #include "NodeTree.h"
+#include "Peer.h"
 #include "Rtcp.h"
 #include "RtspServer.h"
+#include "ServerSockets.h"
 
 namespace korusim {
 
@@ -64,8 +63,8 @@ class CVirtualCamera {
         std::uint64_t sessionSerial;
         std::unique_ptr<CMediaStream> media;
         CRtcpReader rtcp;
-        sockaddr_in clientRtp;
-        sockaddr_in clientRtcp;
+        platform::SSocketAddress clientRtp;
+        platform::SSocketAddress clientRtcp;
         bool playing = false;
         TimePoint
             lastHeard{};  // a valid RTCP packet, or PLAY: a paused receiver has nothing to report
@@ -85,7 +84,7 @@ class CVirtualCamera {
     [[nodiscard]] TimePoint NextDue() const;
     void AcceptPeers();
     template <class Peer, class Add>
-    void AcceptFrom(const CDescriptor& listener, std::list<Peer>& peers, Add add);
+    void AcceptFrom(const platform::CSocket& listener, std::list<Peer>& peers, Add add);
     template <class Peer>
     [[nodiscard]] bool CloseIdlest(std::list<Peer>& peers);
     [[nodiscard]] bool HasSession(const SRtspPeer& peer) const;
@@ -99,8 +98,9 @@ class CVirtualCamera {
     [[nodiscard]] bool ServeTreePeer(STreePeer& peer, TimePoint now);
     void ServeRtcp(TimePoint now);
     void ReadRtcp(std::span<const std::uint8_t> datagram, TimePoint now);
-    void FollowSession(TimePoint now, const sockaddr_in& client);
-    void BeginStream(const SRtspSession& session, TimePoint now, const sockaddr_in& client);
+    void FollowSession(TimePoint now, const platform::SSocketAddress& client);
+    void BeginStream(const SRtspSession& session, TimePoint now,
+                     const platform::SSocketAddress& client);
     /// Returns when a silent receiver loses its stream, or nothing if it may stay silent.
     [[nodiscard]] std::optional<TimePoint> RtcpDeadline() const;
     [[nodiscard]] std::optional<TimePoint> SessionDeadline() const;
@@ -111,11 +111,11 @@ class CVirtualCamera {
     void AdvanceStream(TimePoint now);
     void SendReport(const SOutgoingReport& report);
 
-    CDescriptor wake;  // readable when the thread has to end
-    CDescriptor rtspListener;
-    CDescriptor treeListener;  // invalid if the tree is off
-    CDescriptor rtpSocket;
-    CDescriptor rtcpSocket;
+    std::optional<platform::CSocketWaiter> waiter;  // woken when the thread has to end
+    platform::CSocket rtspListener;
+    platform::CSocket treeListener;  // invalid if the tree is off
+    platform::CSocket rtpSocket;
+    platform::CSocket rtcpSocket;
 
     std::unique_ptr<CCameraContent> content;
     CNodeTree tree;
@@ -125,9 +125,9 @@ class CVirtualCamera {
     ConnectionId lastConnection = 0;
     TimePoint acceptAfter = TimePoint::min();  // while no descriptor is left for a connection
     std::optional<SRunningStream> stream;
-    COutbox outbox;
+    platform::CDatagramBatch outbox;
     PacketSink toOutbox;
-    std::vector<pollfd> waiting;
+    std::vector<platform::SWatchedSocket> watched;
 
     std::atomic<bool> stopping{false};
     std::thread thread;

@@ -3,20 +3,26 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ServerSockets.h"
+
 namespace korusim {
 namespace {
 
 using std::chrono::nanoseconds;
 
 constexpr double nanosecondsPerSecond = 1e9;
-/// Packets that are due within this time are sent together, which limits the wake-ups to 2000 per
-/// second.
-constexpr nanoseconds burstTime{500'000};
-/// Least time between two bursts: a late frame is sent at twice its speed, not as fast as the
-/// machine can.
-constexpr nanoseconds minBurstDistance{250'000};
+/// Least value of `BurstTime`, which limits the wake-ups to 2000 per second.
+constexpr nanoseconds minBurstTime{500'000};
 /// Longest time for sending a frame, also at low frame rates.
 constexpr nanoseconds maxSpread{100'000'000};
+
+/// Returns the time within which the packets that are due are sent together. It is longer where the
+/// system's waits are, so that bursts at half that distance are possible.
+nanoseconds BurstTime() { return std::max(minBurstTime, 2 * platform::shortestWait); }
+
+/// Returns the least time between two bursts: a late frame is sent at twice its speed, not as fast
+/// as the machine can.
+nanoseconds MinBurstDistance() { return BurstTime() / 2; }
 
 nanoseconds Period(double rate) { return nanoseconds(std::llround(nanosecondsPerSecond / rate)); }
 
@@ -64,7 +70,7 @@ std::optional<TimePoint> CFramePacer::Begin(TimePoint now) {
 void CFramePacer::Load(std::size_t packets) noexcept { framePackets = packets; }
 
 std::size_t CFramePacer::BurstSize() const {
-    const double share = static_cast<double>(burstTime.count()) /
+    const double share = static_cast<double>(BurstTime().count()) /
                          static_cast<double>(std::max<std::int64_t>(spread.count(), 1));
     return static_cast<std::size_t>(std::ceil(static_cast<double>(framePackets) * share));
 }
@@ -79,7 +85,7 @@ std::size_t CFramePacer::Take(TimePoint now) {
     if (dueNow <= sent) return 0;
     const std::size_t taken = std::min(dueNow - sent, BurstSize());
     sent += taken;
-    earliestBurst = now + minBurstDistance;
+    earliestBurst = now + MinBurstDistance();
     return taken;
 }
 

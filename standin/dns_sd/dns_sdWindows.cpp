@@ -22,9 +22,11 @@
 #include <utility>
 #include <vector>
 
-#include "WindowsServices.h"
+#include "DnsServicesWindows.h"
 
 namespace {
+
+using platform::WindowsServices;
 
 constexpr std::int32_t success = 0;
 constexpr std::int32_t failure = -1;
@@ -33,9 +35,6 @@ constexpr std::int32_t failure = -1;
 constexpr std::chrono::milliseconds browseUnit{10};
 /// How long the end of a browse waits for the callbacks of cancelled operations.
 constexpr std::chrono::milliseconds cancelLimit{1000};
-constexpr ULONG requestVersion = 1;
-/// Returned by an operation that has started (DNS_REQUEST_PENDING).
-constexpr DNS_STATUS pending = 9506;
 
 /// One browse.
 struct SBrowse {
@@ -140,11 +139,12 @@ void Resolve(const std::shared_ptr<SBrowse>& browse, const wchar_t* name) {
         std::make_shared<SOperation>(SOperation{browse, false, name, DNS_SERVICE_CANCEL{}});
     const std::uintptr_t number = Enrol(operation);
     DNS_SERVICE_RESOLVE_REQUEST request{};
-    request.Version = requestVersion;
+    request.Version = platform::requestVersion;
     request.QueryName = operation->name.data();
     request.pResolveCompletionCallback = OnResolved;
     request.pQueryContext = reinterpret_cast<void*>(number);
-    if (WindowsServices().resolve(&request, &operation->cancel) != pending) Finish(number);
+    if (WindowsServices().resolve(&request, &operation->cancel) != platform::pendingRequest)
+        Finish(number);
 }
 
 /// Returns the announced instances that have not been resolved yet.
@@ -223,11 +223,12 @@ bool RunBrowse(const std::shared_ptr<SBrowse>& browse, const std::wstring& servi
         std::make_shared<SOperation>(SOperation{browse, true, serviceType, DNS_SERVICE_CANCEL{}});
     const std::uintptr_t number = Enrol(operation);
     DNS_SERVICE_BROWSE_REQUEST request{};
-    request.Version = requestVersion;
+    request.Version = platform::requestVersion;
     request.QueryName = operation->name.c_str();
     request.pBrowseCallback = OnBrowsed;
     request.pQueryContext = reinterpret_cast<void*>(number);
-    const bool started = WindowsServices().browse(&request, &operation->cancel) == pending;
+    const bool started =
+        WindowsServices().browse(&request, &operation->cancel) == platform::pendingRequest;
     if (started) {
         std::this_thread::sleep_for(time);
     } else {
@@ -238,7 +239,7 @@ bool RunBrowse(const std::shared_ptr<SBrowse>& browse, const std::wstring& servi
 }
 
 bool SystemHasBrowse() {
-    if (WindowsServices().complete()) return true;
+    if (WindowsServices().canBrowse()) return true;
     static std::atomic<bool> reported{false};
     if (!reported.exchange(true)) {
         std::fputs(

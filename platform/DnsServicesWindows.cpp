@@ -1,5 +1,6 @@
-#include "WindowsServices.h"
+#include "DnsServicesWindows.h"
 
+namespace platform {
 namespace {
 
 template <class Function>
@@ -21,7 +22,11 @@ const SWindowsServices& WindowsServices() {
         Find(library, "DnsServiceResolveCancel", found.cancelResolve);
         Find(library, "DnsServiceFreeInstance", found.freeInstance);
         Find(library, "DnsFree", found.freeRecords);
+        Find(library, "DnsServiceRegister", found.enrol);
+        Find(library, "DnsServiceDeRegister", found.withdraw);
         return found;
     }();
     return services;
 }
+
+}  // namespace platform

@@ -1,0 +1,7 @@
+#include "SessionEnd.h"
+
+namespace platform {
+
+void WatchSessionEnd() {}
+
+}  // namespace platform
