@@ -1,5 +1,6 @@
 // The camera simulator: runs the virtual cameras of its command line until it is asked to end.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "ImageFiles.h"
 #include "ModelContent.h"
 #include "NetworkState.h"
+#include "Path.h"
 #include "Process.h"
 #include "RecordedContent.h"
 #include "Version.h"
@@ -73,8 +75,8 @@ std::unique_ptr<korusim::CCameraContent> OpenContent(SCameraSettings& settings) 
     if (!settings.capture.empty()) {
         auto content = std::make_unique<korusim::CRecordedContent>(settings);
         if (!content->damage().empty()) {
-            std::fprintf(stderr, "korusim: %s ends early: %s\n", settings.capture.c_str(),
-                         content->damage().c_str());
+            std::fprintf(stderr, "korusim: %s ends early: %s\n",
+                         platform::Utf8Text(settings.capture).c_str(), content->damage().c_str());
         }
         settings.rate = content->frameRate();
         return content;
@@ -147,7 +149,7 @@ int RunCameras(std::vector<SCameraSettings> settings) {
 }
 
 /// Reads the command line and runs its cameras.
-int Run(int argc, char** argv) {
+int Run(std::vector<std::string> commandLine) {
     CLI::App app(
         "Runs virtual infrared cameras: announced by DNS-SD, with node tree, RTSP and RTP.",
         "korusim");
@@ -156,7 +158,8 @@ int Run(int argc, char** argv) {
     app.add_option("CAMERA", arguments, "cameras to run, see below")->type_name("")->required();
     app.footer(korusim::SettingsHelp());
     try {
-        app.parse(argc, argv);
+        std::ranges::reverse(commandLine);  // CLI11 takes the last element first
+        app.parse(std::move(commandLine));
     } catch (const CLI::CallForHelp&) {
         return Print(app.help()) ? Good : PrintOutputError();
     } catch (const CLI::CallForVersion& version) {
@@ -176,7 +179,7 @@ int main(int argc, char** argv) {
     if (!platform::PrepareStandardStreams()) return Failed;
     if (!platform::StartSockets()) return PrintError(Failed, "the system refuses to open sockets");
     try {
-        return Run(argc, argv);
+        return Run(platform::Arguments(argc, argv));
     } catch (const std::exception& failure) {
         return PrintError(Failed, std::string("cannot continue: ") + failure.what());
     }

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "Path.h"
 #include "Process.h"
 
 namespace platform {
@@ -13,7 +14,7 @@ namespace {
 std::string ProgramName() {
     wchar_t path[32768];  // the longest path of the system
     const DWORD length = ::GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
-    return std::filesystem::path(path, path + length).stem().string();
+    return Utf8Text(std::filesystem::path(path, path + length).stem());
 }
 
 }  // namespace
@@ -31,8 +32,8 @@ std::string FirewallHint() {
     const std::string name = ProgramName();
     return "allow this program to receive UDP in the firewall of this machine, as an "
            "administrator: netsh advfirewall firewall add rule name=\"" +
-           name + "\" dir=in action=allow protocol=UDP program=\"" + ProgramFolder() + "\\" + name +
-           ".exe\"";
+           name + "\" dir=in action=allow protocol=UDP program=\"" +
+           Utf8Text(ProgramFolder() / PathFromUtf8(name + ".exe")) + "\"";
 }
 
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "Path.h"
 #include "PictureLimits.h"
 
 namespace korusim {
@@ -130,7 +131,7 @@ bool ParseSize(std::string_view text, SCameraSettings& settings) {
 }
 
 bool ParseImages(std::string_view text, SCameraSettings& settings) {
-    settings.images = text;
+    settings.images = platform::PathFromUtf8(text);
     return !text.empty();
 }
 
@@ -185,7 +186,7 @@ constexpr auto settingTable = std::to_array<SSetting>({
      "set in addition; quirks that change the headers of a response have no effect",
      false,
      [](std::string_view text, SCameraSettings& to) {
-         to.capture = text;
+         to.capture = platform::PathFromUtf8(text);
          return !text.empty();
      }},
     {"stream", "1 to 9999",
@@ -367,7 +368,7 @@ std::uint64_t CameraSeed(const SCameraSettings& settings) {
 void UseImageSize(SCameraSettings& settings, SPictureSize size) {
     const std::vector<SPictureSize> only{size};
     if (!settings.sizes.empty() && settings.sizes != only) {
-        throw std::runtime_error("size= contradicts images=" + settings.images +
+        throw std::runtime_error("size= contradicts images=" + platform::Utf8Text(settings.images) +
                                  ", whose pictures have " + SizeText(size) +
                                  " pixels; leave size= out");
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,12 +65,12 @@ struct SJpegSettings {
 struct SCameraSettings {
     std::string address;  ///< dotted IPv4
     std::string name;
-    std::string capture;              ///< path of the capture that is replayed; empty: none
+    std::filesystem::path capture;    ///< path of the capture that is replayed; empty: none
     std::uint32_t captureStream = 0;  ///< number of its stream, counted from 1; 0: the only one
     bool captureLoop = false;
     EStreams streams = EStreams::Raw;
     std::vector<SPictureSize> sizes;     ///< at least one, unless the pictures determine it
-    std::string images;                  ///< path of the user's pictures; empty: drawn ones
+    std::filesystem::path images;        ///< path of the user's pictures; empty: drawn ones
     double rate = defaultFrameRate;      ///< frames per second
     std::uint8_t firstPayloadType = 96;  ///< of the first size, unless the stream is JPEG
     std::uint32_t mtu = 1472;            ///< largest datagram in bytes, without IP and UDP headers

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "LinkLayer.h"
+#include "Path.h"
 
 namespace korusim {
 namespace {
@@ -39,9 +40,11 @@ CCaptureFile::CCaptureFile(const std::filesystem::path& file) {
         throw std::runtime_error("it is not a file");
     }
     std::array<char, PCAP_ERRBUF_SIZE> reason{};
+    pcap_init(PCAP_CHAR_ENC_UTF_8, reason.data());  // for the name, whatever language it is in
+    const std::string fileName = platform::Utf8Text(file);
     pcap_t* const handle = pcap_open_offline_with_tstamp_precision(
-        file.string().c_str(), PCAP_TSTAMP_PRECISION_NANO, reason.data());
-    if (handle == nullptr) throw std::runtime_error(WithoutName(reason.data(), file.string()));
+        fileName.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason.data());
+    if (handle == nullptr) throw std::runtime_error(WithoutName(reason.data(), fileName));
     pcap = std::make_unique<SPcap>(handle);
     const int linkType = pcap_datalink(handle);
     if (!IsKnownLinkType(linkType)) {

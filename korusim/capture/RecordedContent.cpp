@@ -6,6 +6,7 @@
 
 #include "CaptureFile.h"
 #include "ModelResponses.h"
+#include "Path.h"
 #include "ReplayStream.h"
 
 namespace korusim {
@@ -52,7 +53,8 @@ CRecordedContent::CRecordedContent(const SCameraSettings& cameraSettings)
         settings.rate = std::min(chosen.flow.FrameRate().value_or(settings.rate), maxFrameRate);
         stream = std::make_shared<const SRecordedStream>(std::move(chosen));
     } catch (const std::runtime_error& failure) {
-        throw std::runtime_error("cannot replay " + settings.capture + ": " + failure.what());
+        throw std::runtime_error("cannot replay " + platform::Utf8Text(settings.capture) + ": " +
+                                 failure.what());
     }
 }
 

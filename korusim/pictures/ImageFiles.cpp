@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "Path.h"
 #include "PictureLimits.h"
 #include "PngFile.h"
 #include "TiffFile.h"
@@ -22,16 +23,16 @@ namespace fs = std::filesystem;
 constexpr std::size_t maxPictures = 1'000'000;
 
 bool IsPictureName(const fs::path& file) {
-    std::string ending = file.extension().string();
+    std::string ending = platform::Utf8Text(file.extension());
     std::ranges::transform(ending, ending.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
     });
     return (ending == ".png" || ending == ".tif" || ending == ".tiff") &&
-           !file.filename().string().starts_with('.');
+           !platform::Utf8Text(file.filename()).starts_with('.');
 }
 
 [[noreturn]] void Fail(const fs::path& path, const std::string& reason) {
-    throw std::runtime_error("cannot read " + path.string() + ": " + reason);
+    throw std::runtime_error("cannot read " + platform::Utf8Text(path) + ": " + reason);
 }
 
 std::vector<fs::path> PicturesIn(const fs::path& folder) {
@@ -41,7 +42,7 @@ std::vector<fs::path> PicturesIn(const fs::path& folder) {
          entry.increment(error)) {
         if (IsPictureName(entry->path())) files.push_back(entry->path());
     }
-    if (error) Fail(folder, error.message());
+    if (error) Fail(folder, error.default_error_condition().message());
     if (files.empty()) Fail(folder, "the folder has no .png, .tif or .tiff file");
     std::ranges::sort(files);
     return files;
@@ -75,7 +76,7 @@ SGreyRange RangeOf(std::vector<std::uint16_t> picture) {
 CImageFiles::CImageFiles(const fs::path& path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
-    if (!fs::exists(status)) Fail(path, error.message());
+    if (!fs::exists(status)) Fail(path, error.default_error_condition().message());
     if (fs::is_directory(status)) {
         for (const fs::path& file : PicturesIn(path)) AddFile(file);
     } else {

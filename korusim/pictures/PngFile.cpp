@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "BigEndian.h"
+#include "Path.h"
 #include "PictureLimits.h"
 
 namespace korusim {
@@ -76,7 +77,7 @@ class CPngReader {
 };
 
 FilePointer Open(const std::filesystem::path& file) {
-    FilePointer opened(std::fopen(file.string().c_str(), "rb"));
+    FilePointer opened(platform::OpenFile(file, "rb"));
     if (!opened) throw std::runtime_error(std::strerror(errno));
     return opened;
 }

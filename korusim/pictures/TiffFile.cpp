@@ -3,8 +3,11 @@
 #include <tiffio.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -31,7 +34,11 @@ class CTiffReader {
         TIFFOpenOptionsSetErrorHandlerExtR(options.get(), KeepReason, this);
         TIFFOpenOptionsSetWarningHandlerExtR(options.get(), Ignore, nullptr);
         TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), maxAllocation);
-        tiff = TIFFOpenExt(file.string().c_str(), "r", options.get());
+        stream.open(file, std::ios::binary);
+        if (!stream) throw std::runtime_error(std::strerror(errno));
+        // By functions of our own, because libtiff takes names in any language on only one system.
+        tiff = TIFFClientOpenExt("picture", "rm", this, Read, Write, Seek, Close, Size, nullptr,
+                                 nullptr, options.get());
         if (tiff == nullptr) Fail();
     }
     CTiffReader(const CTiffReader&) = delete;
@@ -70,6 +77,36 @@ class CTiffReader {
     }
     static int Ignore(TIFF*, void*, const char*, const char*, va_list) { return 1; }
 
+    // The operations of libtiff on the file.
+    static std::ifstream& StreamOf(thandle_t self) {
+        std::ifstream& stream = static_cast<CTiffReader*>(self)->stream;
+        stream.clear();  // an earlier read may have reached the end
+        return stream;
+    }
+    static tmsize_t Read(thandle_t self, void* to, tmsize_t bytes) {
+        std::ifstream& stream = StreamOf(self);
+        stream.read(static_cast<char*>(to), bytes);
+        return static_cast<tmsize_t>(stream.gcount());
+    }
+    static tmsize_t Write(thandle_t, void*, tmsize_t) { return 0; }
+    static toff_t Seek(thandle_t self, toff_t offset, int whence) {
+        constexpr std::array origins = {std::ios::beg, std::ios::cur, std::ios::end};
+        std::ifstream& stream = StreamOf(self);
+        stream.seekg(static_cast<std::streamoff>(offset),
+                     origins.at(static_cast<std::size_t>(whence)));
+        return static_cast<toff_t>(stream.tellg());
+    }
+    static int Close(thandle_t) { return 0; }
+    static toff_t Size(thandle_t self) {
+        std::ifstream& stream = StreamOf(self);
+        const auto position = stream.tellg();
+        stream.seekg(0, std::ios::end);
+        const auto size = static_cast<toff_t>(stream.tellg());
+        stream.seekg(position);
+        return size;
+    }
+
+    std::ifstream stream;
     TIFF* tiff = nullptr;
     std::array<char, 160> reason{};
 };
