@@ -26,8 +26,6 @@ class CMissingFrames {
 
    private:
     static constexpr std::size_t remembered = 64;
-    static constexpr std::size_t learnt =
-        8;  // intervals from which the first frame time is derived
 
     /// Counts frames along a regular schedule.
     struct SSchedule {
