@@ -103,7 +103,9 @@ void CViewer::HandleEvent(const SDL_Event& event) {
             }
             if (CInterface::WantsKeys() || (key.mod & (KMOD_CTRL | KMOD_ALT | KMOD_GUI)) != 0)
                 break;
-            const auto command = CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
+            const auto command =
+                CommandOfKey(SDL_GetKeyName(key.sym), SDL_GetScancodeName(key.scancode),
+                             (key.mod & KMOD_SHIFT) != 0);
             // A key that is held down repeats movements only.
             const bool repeats = command >= ECommand::ZoomIn && command <= ECommand::PanDown;
             if (command && (event.key.repeat == 0 || repeats)) Do(*command);
