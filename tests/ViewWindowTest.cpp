@@ -266,6 +266,7 @@ TEST(LiveView, SaysWhatItCannotShow) {
         {"qmxview Roof --format 0 --size 64x48", 2, "--format excludes --size"},
         {"qmxview Roof --screenshot /nowhere/a.png", 1, "cannot write /nowhere/a.png"},
         {"qmxview Roof --palette pink", 2, "--palette"},
+        {"qmxview Roof --zoom 65", 2, "'65' is not from 0.125 to 64"},
     };
     for (const auto& row : cases) {
         // OpenGL's software driver has data races of its own, which the thread sanitizer reports.
