@@ -53,6 +53,7 @@ SFrameTotals CFrameStatistics::Totals() const {
     guard.unlock();  // the frame callback does not wait for the estimate, which sorts
     result.missing += estimate.count();
     result.frameTime = estimate.FrameTime();
+    result.regular = estimate.IsRegular(result.frameTime);
     return result;
 }
 

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "LossAdvice.h"
+
 namespace hostkit {
 namespace {
 
@@ -56,16 +58,6 @@ std::vector<SInterval> Intervals(const SStreamMeasurement& stream) {
         intervals.push_back(interval);
     }
     return intervals;
-}
-
-/// Returns true if most intervals are about equally long, as without lost frames.
-bool IsRegular(const std::vector<SInterval>& intervals, double frameTime) {
-    constexpr std::size_t enough = 10;  // fewer may be alike by chance
-    const auto like = std::ranges::count_if(intervals, [&](const SInterval& each) {
-        return std::abs(each.seconds / frameTime - 1) < 0.25;
-    });
-    const double share = intervals.size() < enough ? 0.9 : 0.6;
-    return static_cast<double>(like) > share * static_cast<double>(intervals.size());
 }
 
 /// Classifies the missing frames if no frame followed another one directly, so that the datagrams
@@ -169,9 +161,11 @@ SFlow Analyse(const SStreamMeasurement& stream, double otherDatagrams) {
     // Where most frames are missing, or come in one burst, their intervals do not show the frame
     // time.
     const double promised = 1 / stream.promisedRate.value_or(1e9);
+    const bool regular = estimate.IsRegular(
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(flow.frameTime)));
     const bool sparse = flow.frameTime > gapFrom * promised;
     const bool dense = flow.frameTime < promised / gapFrom;
-    if (stream.promisedRate && (sparse || dense) && !IsRegular(intervals, flow.frameTime)) {
+    if (stream.promisedRate && (sparse || dense) && !regular) {
         flow.frameTime = promised;
         const double expected =
             (sum + (ReceptionGoesOn(stream, otherDatagrams) ? stream.silenceAtEnd : 0)) / promised;
@@ -196,10 +190,7 @@ enum class EPlace {
 
 EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double otherDatagrams) {
     const double missing = static_cast<double>(flow.missing);
-    // Each missing frame has lost at least one datagram.
-    if (static_cast<double>(stream.counters.dropped.value_or(0)) >= missing / 2) {
-        return EPlace::ReceiveBuffer;
-    }
+    if (LostHere({flow.missing, stream.counters.dropped, {}, 0})) return EPlace::ReceiveBuffer;
     if (static_cast<double>(stream.counters.interfaceDropped.value_or(0)) >= missing / 2) {
         return EPlace::Interface;
     }
@@ -226,6 +217,19 @@ constexpr const char* captureAdvice =
     "capture the stream with Wireshark, and see whether its RTP sequence numbers skip, repeat or "
     "change their order";
 
+/// Explains a stream whose control connection the camera has closed.
+void ExplainClosedControl(const SStreamMeasurement& stream, SFinding& finding) {
+    finding.text += ", then the camera closed its control connection";
+    if (stream.afterwards == platform::EConnect::Connected) {
+        finding.advice = "start the stream again";
+        finding.cause = "The camera has restarted, or has ended the session.";
+        return;
+    }
+    finding.text += " and " + ConnectObstacle(stream.afterwards, rtspPort);
+    finding.advice = "check the power of the camera, and start the stream again";
+    finding.cause = "The camera was lost during the stream: it was switched off, or restarts.";
+}
+
 /// Explains a stream that started but delivered no frame.
 void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& camera,
                     SFinding& finding) {
@@ -236,8 +240,7 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
     const SBackground& other = camera.background;
     finding.text = "no frame in " + Decimal(stream.seconds, 1) + " s";
     if (stream.controlClosed) {
-        finding.advice = "start the stream again";
-        finding.cause = "The camera closed its control connection before it sent a frame.";
+        ExplainClosedControl(stream, finding);
     } else if (counters.dropped.value_or(0) != 0) {
         finding.text += ", " + Count(*counters.dropped, "datagram") + " dropped by this system";
         finding.advice = ReceiveBufferAdvice(stream.buffers, stream.longestStall);
@@ -298,9 +301,7 @@ SFinding StreamStep(const SStreamMeasurement& stream, const SCameraMeasurement& 
     const bool ended =
         silent && (stream.unread || !ReceptionGoesOn(stream, camera.background.datagrams));
     if (stream.controlClosed) {
-        finding.text += ", then the camera closed its control connection";
-        finding.advice = "start the stream again";
-        finding.cause = "The camera has restarted, or has ended the session.";
+        ExplainClosedControl(stream, finding);
     } else if (ended && stream.unread) {
         finding.text += ", then reception ended, while datagrams still arrive";
         finding.advice = "start the stream again";
