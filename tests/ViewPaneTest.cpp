@@ -146,7 +146,7 @@ TEST(Layout, KeepsTwoLabelsApartAndInThePicture) {
                 << i;
         }
     }
-    const auto beside = PlaceLabels({SLabel{{60, 60}, 20, 14}, {{61, 60}, 20, 14}}, 9, picture);
+    const auto beside = PlaceLabels({SLabel{{60.5, 60}, 20, 14}, {{61.5, 60}, 20, 14}}, 9, picture);
     EXPECT_EQ(beside[0], (SRect{69, 53, 20, 14}));
     EXPECT_EQ(beside[1], (SRect{32, 53, 20, 14}));
     const auto turned = PlaceLabels({SLabel{{110, 60}, 20, 14}, {{500, 60}, 20, 14}}, 9, picture);

@@ -82,7 +82,9 @@ std::array<SRect, 2> PlaceLabels(const std::array<SLabel, 2>& labels, int distan
         const SRect above{preferred.x, places[0].y - label.height, label.width, label.height};
         const SRect below{preferred.x, places[0].y + places[0].height, label.width, label.height};
         const auto coversPoint = [&](const SRect& place) {
-            return place.x < label.at.x + distance && place.x + place.width > label.at.x - distance;
+            // A place is in whole pixels.
+            return place.x + 1 < label.at.x + distance &&
+                   place.x + place.width - 1 > label.at.x - distance;
         };
         const bool turn = coversPoint(preferred) && !coversPoint(opposite);
         for (const SRect& place :

@@ -27,7 +27,7 @@ constexpr int windowHeight = 860;
 constexpr auto interfacePeriod = 66ms;
 /// Longest wait for a frame, and so the longest delay of a key.
 constexpr auto eventPeriod = 10ms;
-constexpr auto droppedPeriod = 1s;
+constexpr auto systemPeriod = 1s;
 /// Wait for a picture after which a screenshot has failed.
 constexpr auto screenshotPatience = 10s;
 /// Wait for a camera to stop before it is said to be slow.
@@ -65,6 +65,7 @@ EExit CViewer::Run() {
 }
 
 void CViewer::Watch() {
+    stalls.BeginWait(eventPeriod);
     while (!ended) {
         HandleEvents();
         if (platform::StopRequested()) ended = true;
@@ -78,6 +79,8 @@ void CViewer::Watch() {
             std::this_thread::sleep_for(std::chrono::milliseconds(options.slowMs));
         }
         if (!ended) signal.Wait(eventPeriod);
+        stalls.EndWait();
+        stalls.BeginWait(eventPeriod);
     }
 }
 
@@ -197,17 +200,25 @@ bool CViewer::Refresh(Clock::time_point now) {
         changed = true;
         interfaceDue |= !options.screenshot.empty() && ScreenshotDue();
     }
-    if (now >= nextDropped) {
-        nextDropped = now + droppedPeriod;
-        const auto total = platform::UdpCounters().dropped;
-        if (total && droppedBefore) dropped = *total - *droppedBefore;
-    }
+    if (now >= nextSystemCounts) CountSystem(now);
     ReportSnapshots();
     LinkLevels();
     for (std::size_t i = 0; changed && i < panes.size(); ++i) {
         views[i].Paint(screen.renderer(), now);
     }
     return changed;
+}
+
+/// Reads what the system counts for all panes, by which they explain missing frames.
+void CViewer::CountSystem(Clock::time_point now) {
+    nextSystemCounts = now + systemPeriod;
+    const auto dropped = platform::UdpCounters().dropped;
+    if (dropped && droppedBefore) system.droppedDatagrams = *dropped - *droppedBefore;
+    system.buffers = platform::ReceiveBuffers();
+    system.longestStall = stalls.LongestStall();
+    stalls = {};
+    stalls.BeginWait(eventPeriod);
+    for (const auto& pane : panes) pane->WatchLoss(system);
 }
 
 /// Makes all panes with values of a camera follow the selected one: it decides whether the levels
@@ -227,8 +238,11 @@ void CViewer::LinkLevels() {
     const frames::SLevels common =
         leader.settings.automaticLevels ? CommonLevels(levels) : leader.ownLevels();
     for (CPaneModel* const model : models) {
-        model->settings.automaticLevels = leader.settings.automaticLevels;
-        model->settings.lockedLevels = leader.settings.lockedLevels;
+        if (leader.settings.automaticLevels) {
+            model->settings.automaticLevels = true;
+        } else {
+            model->LockLevels(leader.ownLevels());
+        }
         model->LinkLevels(common);
     }
 }
@@ -268,8 +282,8 @@ void CViewer::DrawInterface() {
     if (std::exchange(closePopups, false)) ImGui::ClosePopupToLevel(0, true);
     SPanelResult result;
     if (!panelPlace.empty()) {
-        result = panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked,
-                            dropped);
+        result =
+            panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked, system);
     }
     const SRect area = screen.area();
     if (showHelp) CPanel::ShowHelp(area, screen.unit());
@@ -361,6 +375,11 @@ void CViewer::Stop() {
         const std::string recording = pane->EndStop();
         if (!recording.empty()) std::fprintf(stderr, "qmxview: %s\n", recording.c_str());
         const SFeedCounts counts = pane->counts();
+        if (const std::string reason = pane->LossText(); !reason.empty()) {
+            std::fprintf(stderr, "qmxview: about %llu frames of camera %s are missing: %s\n",
+                         static_cast<unsigned long long>(counts.received.missing),
+                         pane->camera().c_str(), reason.c_str());
+        }
         std::printf(
             "camera %s: %llu frames received, %llu shown, %llu not shown, median age %.1f ms, "
             "longest callback %.2f ms\n",
