@@ -94,11 +94,19 @@ void CountDatagrams(const SStreamMeasurement& stream, const std::vector<SInterva
     flow.datagramsPerFrame = whole[whole.size() / 2];
     flow.equalFrames = static_cast<double>(std::ranges::count(whole, flow.datagramsPerFrame)) >=
                        0.8 * static_cast<double>(whole.size());
+    constexpr double memory = 0.9;  // an error of the frame time must not add up
+    double lateness = 0;            // of the last frame, in frame times
     for (const SInterval& each : intervals) {
-        if (each.seconds < gapFrom * flow.frameTime) continue;
-        const double missing = std::round(each.seconds / flow.frameTime) - 1;
+        const double time = lateness + each.seconds / flow.frameTime;
+        const double missing = std::round(time) - 1;
+        lateness = memory * (time - (missing + 1));
         const double sent = flow.datagramsPerFrame * missing;
         const double arrived = *each.datagrams - flow.datagramsPerFrame;
+        if (missing <= 0) {
+            // A frame that was merely late has been counted as one that was not sent.
+            flow.withoutDatagrams = std::max(flow.withoutDatagrams + missing, 0.0);
+            continue;
+        }
         // A frame that is missing by loss has lost at least one datagram.
         double& kind = arrived < someArrived * sent    ? flow.withoutDatagrams
                        : arrived <= sent - missing / 2 ? flow.withSome
@@ -188,7 +196,7 @@ enum class EPlace {
     Unknown,
 };
 
-EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double otherDatagrams) {
+EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow) {
     const double missing = static_cast<double>(flow.missing);
     if (LostHere({flow.missing, stream.counters.dropped, {}, 0})) return EPlace::ReceiveBuffer;
     if (static_cast<double>(stream.counters.interfaceDropped.value_or(0)) >= missing / 2) {
@@ -198,9 +206,8 @@ EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double other
     if (flow.datagramsPerFrame < 2) return EPlace::Unknown;
     // A busy camera may skip a frame besides, so that the majority decides.
     if (flow.withoutDatagrams > flow.withSome + flow.withAll) return EPlace::NotSent;
-    const bool exact =
-        stream.raw && flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
-    if (!exact) return EPlace::Incomplete;
+    // Much traffic of other programs would make the frames unequal.
+    if (!stream.raw || !flow.equalFrames) return EPlace::Incomplete;
     return flow.withAll > flow.withSome ? EPlace::Disordered : EPlace::Network;
 }
 
@@ -384,8 +391,7 @@ void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& fi
     finding.cause = "Frames are lost before they reach this machine, or the camera skips them.";
 }
 
-SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
-                     const SBackground& background) {
+SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow) {
     SFinding finding = Step(stream, "missing frames");
     if (stream.arrivals.size() < fewestFrames && flow.missing == 0) {
         finding.verdict = EVerdict::Warning;
@@ -402,7 +408,7 @@ SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
                                            Decimal(100 * share, 1) + " %)";
     if (flow.missing == 0) return finding;
     finding.verdict = share >= seriousLoss ? EVerdict::Failed : EVerdict::Warning;
-    ExplainMissing(PlaceOf(stream, flow, background.datagrams), stream, finding);
+    ExplainMissing(PlaceOf(stream, flow), stream, finding);
     return finding;
 }
 
@@ -444,7 +450,7 @@ std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
     std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
     if (stream.arrivals.empty()) return findings;
     if (stream.arrivals.size() > 1) findings.push_back(RateStep(stream, flow));
-    findings.push_back(MissingStep(stream, flow, camera.background));
+    findings.push_back(MissingStep(stream, flow));
     findings.push_back(BufferStep(stream));
     if (stream.arrivals.size() > 1) findings.push_back(TimingStep(stream, flow));
     return findings;
