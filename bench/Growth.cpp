@@ -1,9 +1,13 @@
-// Measures how CPU time and memory grow with the number of cameras in one process, and with the
-// size of a frame.
+// Measures how CPU time and memory grow with the number of cameras in one process and with the
+// size of a frame, and the time of a page with the length of a recording.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdio>
 #include <deque>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +15,7 @@
 #include "Figures.h"
 #include "PacketStream.h"
 #include "Receivers.h"
+#include "Recording.h"
 #include "RtpReceiver.h"
 #include "Sender.h"
 
@@ -175,6 +180,39 @@ Json GrowWithFrames(unsigned repetitions) {
     return rows;
 }
 
+/// Records pages so small that their bytes cost little, and times each tenth of them.
+Json GrowWithPages() {
+    constexpr unsigned tenth = 10'000;
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("koru-growth-" + std::to_string(::getpid()) + ".tif");
+    const std::vector<std::uint8_t> pixels(std::size_t{2} * 16 * 16);
+    std::vector<double> costs;
+    {
+        frames::CRecording recording(file);
+        for (int i = 0; i < 10; ++i) {
+            const auto begun = std::chrono::steady_clock::now();
+            for (unsigned page = 0; page < tenth; ++page) {
+                if (recording.Add({16, 16, 1, 16, pixels, std::chrono::system_clock::now(), "{}"}))
+                    continue;
+                throw std::runtime_error("cannot write " + file.string() + ": " +
+                                         recording.error());
+            }
+            const std::chrono::duration<double, std::micro> spent =
+                std::chrono::steady_clock::now() - begun;
+            costs.push_back(spent.count() / tenth);
+        }
+    }
+    std::filesystem::remove(file);
+    std::printf("Pages of 16x16 pixels in one recording\n  %7s %14s\n", "pages", "us/page");
+    Json rows = Json::array();
+    for (std::size_t i = 0; i < costs.size(); ++i) {
+        std::printf("  %7zu %14.1f\n", (i + 1) * tenth, costs[i]);
+        rows.push_back({{"pages", (i + 1) * tenth}, {"microsecondsPerPage", costs[i]}});
+    }
+    std::printf("  last tenth to first: %.2f\n", costs.back() / costs.front());
+    return rows;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -188,6 +226,7 @@ int main(int argc, char** argv) {
     try {
         Json figures = {{"cameras", GrowWithCameras(repetitions)}};
         figures["frames"] = GrowWithFrames(repetitions);
+        figures["pages"] = GrowWithPages();
         if (!file.empty()) Save(figures, file);
         return 0;
     } catch (const std::exception& failure) {

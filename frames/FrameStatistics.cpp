@@ -46,10 +46,14 @@ void CFrameStatistics::ExpectPause() {
 }
 
 SFrameTotals CFrameStatistics::Totals() const {
-    const std::lock_guard guard(lock);
+    std::unique_lock guard(lock);
     SFrameTotals result = totals;
-    result.missing = missingBefore + missing.count();
-    result.frameTime = missing.FrameTime();
+    result.missing = missingBefore;
+    const CMissingFrames estimate = missing;
+    guard.unlock();  // the frame callback does not wait for the estimate, which sorts
+    result.missing += estimate.count();
+    result.frameTime = estimate.FrameTime();
+    result.regular = estimate.IsRegular(result.frameTime);
     return result;
 }
 

@@ -19,6 +19,7 @@ struct SFrameTotals {
     Clock::time_point last{};  ///< of any frame, including skipped ones
     Clock::duration longestGap{};
     Clock::duration frameTime{};  ///< while no frame is missing; 0 if unknown
+    bool regular = false;         ///< most of the latest intervals last about `frameTime`
 };
 
 struct SFrameRates {

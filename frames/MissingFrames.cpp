@@ -52,6 +52,17 @@ Clock::duration CMissingFrames::FrameTime() const {
     return sum / frames;
 }
 
+bool CMissingFrames::IsRegular(Clock::duration frameTime) const {
+    constexpr std::size_t enough = 10;  // fewer may be alike by chance
+    const std::size_t known = std::min(intervals, remembered);
+    if (frameTime <= Clock::duration::zero()) return false;
+    const auto alike = std::count_if(
+        latest.begin(), latest.begin() + static_cast<std::ptrdiff_t>(known),
+        [&](Clock::duration each) { return std::abs(Ratio(each, frameTime) - 1) < 0.25; });
+    const double share = known < enough ? 0.9 : 0.6;
+    return static_cast<double>(alike) > share * static_cast<double>(known);
+}
+
 void CMissingFrames::Add(Clock::duration interval) {
     Clock::duration& place = latest[intervals % remembered];
     if (intervals >= remembered) schedule.Add(place, FrameTime());

@@ -23,11 +23,12 @@ class CMissingFrames {
     /// Returns the time from frame to frame while none is missing; 0 until four intervals are
     /// known.
     [[nodiscard]] Clock::duration FrameTime() const;
+    /// Returns true if most of the latest intervals are about as long as `frameTime`, as without
+    /// missing frames.
+    [[nodiscard]] bool IsRegular(Clock::duration frameTime) const;
 
    private:
     static constexpr std::size_t remembered = 64;
-    static constexpr std::size_t learnt =
-        8;  // intervals from which the first frame time is derived
 
     /// Counts frames along a regular schedule.
     struct SSchedule {

@@ -142,7 +142,9 @@ std::string RateObstacle(const std::string& address, bool withTree) {
     }
     const auto tree = platform::TryConnect(address, treePort, connectLimit);
     if (tree == platform::EConnect::Connected) {
-        return "the camera's node tree refuses it; try a rate that the camera supports";
+        return ProbeTree(address).frameRate
+                   ? "the camera's node tree refuses it; try a rate that the camera supports"
+                   : "there is no frame rate (.rtp.frequency) in the camera's node tree";
     }
     return "the camera, whose node tree contains the rate, " + ConnectObstacle(tree, treePort) +
            "; restart it";

@@ -50,6 +50,7 @@ struct SStreamMeasurement {
     std::optional<std::uint64_t> datagramsInSilence;  ///< of all programs, since the last frame
     bool unread = false;         ///< datagrams wait in this program, and nothing reads them
     bool controlClosed = false;  ///< the camera has closed its control connection
+    platform::EConnect afterwards = platform::EConnect::Connected;  ///< to RTSP, if it has
 };
 
 struct SCameraMeasurement {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "LossAdvice.h"
 #include "NetworkHints.h"
 
 namespace hostkit {
@@ -60,16 +61,6 @@ std::vector<SInterval> Intervals(const SStreamMeasurement& stream) {
     return intervals;
 }
 
-/// Returns true if most intervals are about equally long, as without lost frames.
-bool IsRegular(const std::vector<SInterval>& intervals, double frameTime) {
-    constexpr std::size_t enough = 10;  // fewer may be alike by chance
-    const auto like = std::ranges::count_if(intervals, [&](const SInterval& each) {
-        return std::abs(each.seconds / frameTime - 1) < 0.25;
-    });
-    const double share = intervals.size() < enough ? 0.9 : 0.6;
-    return static_cast<double>(like) > share * static_cast<double>(intervals.size());
-}
-
 /// Classifies the missing frames if no frame followed another one directly, so that the datagrams
 /// of a frame are known only from its length. Returns true if more datagrams arrived than the
 /// delivered frames have.
@@ -104,11 +95,19 @@ void CountDatagrams(const SStreamMeasurement& stream, const std::vector<SInterva
     flow.datagramsPerFrame = whole[whole.size() / 2];
     flow.equalFrames = static_cast<double>(std::ranges::count(whole, flow.datagramsPerFrame)) >=
                        0.8 * static_cast<double>(whole.size());
+    constexpr double memory = 0.9;  // an error of the frame time must not add up
+    double lateness = 0;            // of the last frame, in frame times
     for (const SInterval& each : intervals) {
-        if (each.seconds < gapFrom * flow.frameTime) continue;
-        const double missing = std::round(each.seconds / flow.frameTime) - 1;
+        const double time = lateness + each.seconds / flow.frameTime;
+        const double missing = std::round(time) - 1;
+        lateness = memory * (time - (missing + 1));
         const double sent = flow.datagramsPerFrame * missing;
         const double arrived = *each.datagrams - flow.datagramsPerFrame;
+        if (missing <= 0) {
+            // A frame that was merely late has been counted as one that was not sent.
+            flow.withoutDatagrams = std::max(flow.withoutDatagrams + missing, 0.0);
+            continue;
+        }
         // A frame that is missing by loss has lost at least one datagram.
         double& kind = arrived < someArrived * sent    ? flow.withoutDatagrams
                        : arrived <= sent - missing / 2 ? flow.withSome
@@ -171,9 +170,11 @@ SFlow Analyse(const SStreamMeasurement& stream, double otherDatagrams) {
     // Where most frames are missing, or come in one burst, their intervals do not show the frame
     // time.
     const double promised = 1 / stream.promisedRate.value_or(1e9);
+    const bool regular = estimate.IsRegular(
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(flow.frameTime)));
     const bool sparse = flow.frameTime > gapFrom * promised;
     const bool dense = flow.frameTime < promised / gapFrom;
-    if (stream.promisedRate && (sparse || dense) && !IsRegular(intervals, flow.frameTime)) {
+    if (stream.promisedRate && (sparse || dense) && !regular) {
         flow.frameTime = promised;
         const double expected =
             (sum + (ReceptionGoesOn(stream, otherDatagrams) ? stream.silenceAtEnd : 0)) / promised;
@@ -196,12 +197,9 @@ enum class EPlace {
     Unknown,
 };
 
-EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double otherDatagrams) {
+EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow) {
     const double missing = static_cast<double>(flow.missing);
-    // Each missing frame has lost at least one datagram.
-    if (static_cast<double>(stream.counters.dropped.value_or(0)) >= missing / 2) {
-        return EPlace::ReceiveBuffer;
-    }
+    if (LostHere({flow.missing, stream.counters.dropped, {}, 0})) return EPlace::ReceiveBuffer;
     if (static_cast<double>(stream.counters.interfaceDropped.value_or(0)) >= missing / 2) {
         return EPlace::Interface;
     }
@@ -209,9 +207,8 @@ EPlace PlaceOf(const SStreamMeasurement& stream, const SFlow& flow, double other
     if (flow.datagramsPerFrame < 2) return EPlace::Unknown;
     // A busy camera may skip a frame besides, so that the majority decides.
     if (flow.withoutDatagrams > flow.withSome + flow.withAll) return EPlace::NotSent;
-    const bool exact =
-        stream.raw && flow.equalFrames && otherDatagrams * stream.seconds < missing / 2;
-    if (!exact) return EPlace::Incomplete;
+    // Much traffic of other programs would make the frames unequal.
+    if (!stream.raw || !flow.equalFrames) return EPlace::Incomplete;
     return flow.withAll > flow.withSome ? EPlace::Disordered : EPlace::Network;
 }
 
@@ -233,6 +230,19 @@ constexpr const char* captureAdvice =
     "capture the stream with Wireshark, and see whether its RTP sequence numbers skip, repeat or "
     "change their order";
 
+/// Explains a stream whose control connection the camera has closed.
+void ExplainClosedControl(const SStreamMeasurement& stream, SFinding& finding) {
+    finding.text += ", then the camera closed its control connection";
+    if (stream.afterwards == platform::EConnect::Connected) {
+        finding.advice = "start the stream again";
+        finding.cause = "The camera has restarted, or has ended the session.";
+        return;
+    }
+    finding.text += " and " + ConnectObstacle(stream.afterwards, rtspPort);
+    finding.advice = "check the power of the camera, and start the stream again";
+    finding.cause = "The camera was lost during the stream: it was switched off, or restarts.";
+}
+
 /// Explains a stream that started but delivered no frame.
 void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& camera,
                     SFinding& finding) {
@@ -243,8 +253,7 @@ void ExplainSilence(const SStreamMeasurement& stream, const SCameraMeasurement& 
     const SBackground& other = camera.background;
     finding.text = "no frame in " + Decimal(stream.seconds, 1) + " s";
     if (stream.controlClosed) {
-        finding.advice = "start the stream again";
-        finding.cause = "The camera closed its control connection before it sent a frame.";
+        ExplainClosedControl(stream, finding);
     } else if (counters.dropped.value_or(0) != 0) {
         finding.text += ", " + Count(*counters.dropped, "datagram") + " dropped by this system";
         finding.advice = ReceiveBufferAdvice(stream.buffers, stream.longestStall);
@@ -303,9 +312,7 @@ SFinding StreamStep(const SStreamMeasurement& stream, const SCameraMeasurement& 
     const bool ended =
         silent && (stream.unread || !ReceptionGoesOn(stream, camera.background.datagrams));
     if (stream.controlClosed) {
-        finding.text += ", then the camera closed its control connection";
-        finding.advice = "start the stream again";
-        finding.cause = "The camera has restarted, or has ended the session.";
+        ExplainClosedControl(stream, finding);
     } else if (ended && stream.unread) {
         finding.text += ", then reception ended, while datagrams still arrive";
         finding.advice = "start the stream again";
@@ -388,8 +395,7 @@ void ExplainMissing(EPlace place, const SStreamMeasurement& stream, SFinding& fi
     finding.cause = "Frames are lost before they reach this machine, or the camera skips them.";
 }
 
-SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
-                     const SBackground& background) {
+SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow) {
     SFinding finding = Step(stream, "missing frames");
     if (stream.arrivals.size() < fewestFrames && flow.missing == 0) {
         finding.verdict = EVerdict::Warning;
@@ -406,7 +412,7 @@ SFinding MissingStep(const SStreamMeasurement& stream, const SFlow& flow,
                                            Decimal(100 * share, 1) + " %)";
     if (flow.missing == 0) return finding;
     finding.verdict = share >= seriousLoss ? EVerdict::Failed : EVerdict::Warning;
-    ExplainMissing(PlaceOf(stream, flow, background.datagrams), stream, finding);
+    ExplainMissing(PlaceOf(stream, flow), stream, finding);
     return finding;
 }
 
@@ -448,7 +454,7 @@ std::vector<SFinding> DiagnoseStream(const SStreamMeasurement& stream,
     std::vector<SFinding> findings = {StreamStep(stream, camera, flow)};
     if (stream.arrivals.empty()) return findings;
     if (stream.arrivals.size() > 1) findings.push_back(RateStep(stream, flow));
-    findings.push_back(MissingStep(stream, flow, camera.background));
+    findings.push_back(MissingStep(stream, flow));
     findings.push_back(BufferStep(stream));
     if (stream.arrivals.size() > 1) findings.push_back(TimingStep(stream, flow));
     return findings;

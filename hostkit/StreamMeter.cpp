@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include "NetworkState.h"
 #include "PixelTypeNames.h"
@@ -16,6 +17,7 @@ using namespace std::chrono_literals;
 using frames::Clock;
 
 constexpr std::chrono::milliseconds tick = 20ms;
+constexpr std::uint32_t connectLimit = 2000;  // milliseconds
 /// Half a minute at 1000 frames per second; further frames are not recorded.
 constexpr std::size_t maxArrivals = 30'000;
 
@@ -61,13 +63,17 @@ SCounterSteps StepsOf(const SCounters& before, const SCounters& after) {
             StepOf(before.network.dropped, after.network.dropped)};
 }
 
-/// Counts only ticks, so that time in which this program did not run is added at the end.
-/// Returns the seconds that were counted.
-double WaitTicks(double seconds, CStallWatch& stalls) {
+/// Waits until `ended`, which is asked twice a second, returns true. Counts only ticks, so that
+/// time in which this program did not run is added at the end. Returns the seconds that were
+/// counted.
+template <class Ended>
+double WaitTicks(double seconds, CStallWatch& stalls, Ended ended) {
+    constexpr auto ticksPerLook = 500ms / tick;
     const auto ticks =
         static_cast<std::uint64_t>(seconds / std::chrono::duration<double>(tick).count());
     std::uint64_t done = 0;
     for (; done < ticks && !platform::StopRequested(); ++done) {
+        if (done % ticksPerLook == ticksPerLook - 1 && ended()) break;
         stalls.BeginWait(tick);
         std::this_thread::sleep_for(tick);
         stalls.EndWait();
@@ -135,7 +141,12 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     const auto connected = [&] { return platform::IsConnectedTo(camera.address(), rtspPort); };
     const bool controlSeen = connected() == true;
     CStallWatch stalls;
-    result.seconds = WaitTicks(seconds, stalls);
+    result.seconds = WaitTicks(seconds, stalls, [&] {
+        // A camera that closes its connection may still send.
+        const bool closedBefore =
+            std::exchange(result.controlClosed, controlSeen && connected() == false);
+        return closedBefore && result.controlClosed;
+    });
     result.longestStall = stalls.LongestStall();
     result.buffers = platform::ReceiveBuffers();
     result.unread = DatagramsStayUnread();
@@ -144,6 +155,9 @@ SStreamMeasurement MeasureStream(COpenCamera& camera, const qmx::cam::IDevice::S
     result.controlClosed = controlSeen && connected() == false;
     const Clock::time_point end = Clock::now();
     (void)camera->StopContinuous();  // false if the camera has ended the session
+    if (result.controlClosed) {
+        result.afterwards = platform::TryConnect(camera.address(), rtspPort, connectLimit);
+    }
     result.arrivals = arrivals.all();
     if (!result.arrivals.empty()) {
         const auto silence = std::max(end - result.arrivals.back().when, Clock::duration());

@@ -12,6 +12,12 @@ namespace hostkit {
 /// refuses. `withTree` is true if the camera was opened with its node tree.
 void SetFrameRate(COpenCamera& camera, double framesPerSecond, bool withTree);
 
+/// Returns a sentence if the rate of a format is another one than that which was set; otherwise
+/// empty.
+[[nodiscard]] std::string RateDifference(const COpenCamera& camera,
+                                         const qmx::cam::IDevice::SFormat& format,
+                                         double framesPerSecond);
+
 /// Starts a stream in a format of the camera's catalogue. Throws a `CFailure` that names the reason
 /// if that fails.
 void StartStream(COpenCamera& camera, const qmx::cam::IDevice::SFormat& format,

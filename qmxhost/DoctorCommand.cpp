@@ -5,10 +5,10 @@
 
 #include "Arguments.h"
 #include "Diagnosis.h"
-#include "PixelTypeNames.h"
 #include "Process.h"
 #include "RtspProbe.h"
 #include "StreamMeter.h"
+#include "Streaming.h"
 
 namespace qmxhost {
 namespace {
@@ -56,11 +56,19 @@ void MeasureStreams(CPluginHost& host, const SDoctorOptions& options,
     if (!formats.empty()) measured.background = MeasureBackground(*measured.route);
     for (const auto& format : formats) {
         if (platform::StopRequested()) return;
-        PrintHint("streaming " + std::to_string(format.width) + "x" +
-                  std::to_string(format.height) + " " + frames::TypeName(format.pixelType));
-        // Opened for each format, because a start that failed closes the camera.
-        COpenCamera camera(host, measured.address, flags);
-        measured.streams.push_back(MeasureStream(camera, format, options.seconds, *measured.route));
+        PrintHint("streaming " + FormatText(format));
+        try {
+            // Opened for each format, because a start that failed closes the camera.
+            COpenCamera camera(host, measured.address, flags);
+            measured.streams.push_back(
+                MeasureStream(camera, format, options.seconds, *measured.route));
+        } catch (const CFailure&) {
+            SStreamMeasurement& lost = measured.streams.emplace_back();
+            lost.format = FormatText(format);
+            lost.refusal = {OpenObstacle(measured.address, tree), "start the doctor again"};
+        }
+        // The findings about the stream explain that no other one can start.
+        if (measured.streams.back().afterwards != platform::EConnect::Connected) return;
     }
 }
 

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "CameraProbe.h"
 #include "Commands.h"
+#include "PixelTypeNames.h"
 #include "Properties.h"
 
 namespace qmxhost {
@@ -102,6 +104,23 @@ bool ReportUnheld(const COpenCamera& camera, const std::vector<SProperty>& prope
     return unheld;
 }
 
+/// Reports the properties whose value ends with this command, because only the device object, not
+/// the camera, keeps it.
+void ReportForgotten(COpenCamera& camera, const std::vector<SProperty>& properties) {
+    const auto formats = camera.Formats();
+    const bool raw = std::ranges::any_of(
+        formats, [](const auto& each) { return each.pixelType == frames::rawType; });
+    for (const SProperty& property : properties) {
+        const std::string name = Text(property.name);
+        const bool rate = name == "/FrameRate";
+        if (name == "/Paused" || (rate && raw)) continue;
+        PrintError(
+            name + " of camera " + camera.address() +
+            " was set for this command only, because the camera does not store it: use '" +
+            (rate ? "qmxhost stream " + camera.address() + " --rate FPS'" : "qmxhost shell'"));
+    }
+}
+
 }  // namespace
 
 EExit RunGet(CPluginHost& host, const SCameraChoice& choice, const std::vector<std::string>& names,
@@ -113,7 +132,7 @@ EExit RunGet(CPluginHost& host, const SCameraChoice& choice, const std::vector<s
 EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
              const std::vector<std::string>& assignments, bool json) {
     const std::vector<SAssignment> wanted = Split(assignments);
-    const COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
+    COpenCamera camera(host, choice.nameOrAddress, OpenFlags(choice));
     std::vector<SProperty> properties;
     std::vector<qmx::CVariant> values;
     // All are checked before the first is set, so that a mistake in the last one changes nothing.
@@ -133,7 +152,9 @@ EExit RunSet(CPluginHost& host, const SCameraChoice& choice,
                                           RateObstacle(camera.address(), !choice.noTree));
     }
     const EExit shown = Show(camera, properties, !choice.noTree, json);
-    return ReportUnheld(camera, properties, values) ? EExit::Failed : shown;
+    if (ReportUnheld(camera, properties, values)) return EExit::Failed;
+    ReportForgotten(camera, properties);
+    return shown;
 }
 
 }  // namespace qmxhost

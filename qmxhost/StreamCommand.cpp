@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "FrameChecker.h"
 #include "FrameIntake.h"
@@ -124,6 +125,8 @@ void CStream::Start() {
     (void)camera->SetFormat(format.width, format.height, format.pixelType);  // always true
     if (options.rate) SetFrameRate(camera, *options.rate, !options.camera.noTree);
     promisedRate = PromisedRate(camera, format);
+    const auto note = options.rate ? RateDifference(camera, format, *options.rate) : "";
+    if (!note.empty()) PrintError(note);
     StartStream(camera, format, CFrameIntake::OnFrame, &intake);
 }
 
@@ -259,20 +262,21 @@ std::optional<std::uint64_t> CStream::DroppedMeanwhile() const {
 EExit CStream::Conclude(EEnd end) {
     // At the end of a complete stream no further frame was waited for.
     frames::SFrameTotals totals = end == EEnd::Complete ? intake.Totals() : intake.TotalsAt(ended);
+    SStreamSummary summary;
     // A silence is reported as such, not as missing frames.
     if (end != EEnd::Silent) {
         // A few frames that were asked for may come sooner than the stream takes to start.
-        const auto time = end == EEnd::Complete ? totals.last - totals.first : ended - begun;
-        totals.missing = MissingFrames(totals, promisedRate, frames::Seconds(time));
+        const double time = end == EEnd::Complete ? frames::Seconds(totals.last - totals.first) +
+                                                        1 / promisedRate.value_or(1)
+                                                  : frames::Seconds(ended - begun);
+        const std::uint64_t missing = MissingFrames(totals, promisedRate, time);
+        summary.missingByPromise = missing != std::exchange(totals.missing, missing);
     }
-    SStreamSummary summary;
     summary.camera = camera.address();
     summary.format = FormatText(format);
     summary.totals = totals;
     summary.savedTo = platform::Utf8Text(options.save.target);
-    summary.droppedDatagrams = DroppedMeanwhile();
-    summary.buffers = buffers;
-    summary.longestStall = stalls.LongestStall();
+    summary.loss = {totals.missing, DroppedMeanwhile(), buffers, stalls.LongestStall()};
     summary.promisedRate = promisedRate;
     if (options.check) summary.check = checker.totals();
     if (saver) summary.saved = saver->totals();

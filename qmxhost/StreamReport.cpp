@@ -72,10 +72,9 @@ std::string SummaryText(const SStreamSummary& summary, double seconds) {
                 std::to_string(summary.saved->empty) + " empty\n";
     }
     if (summary.check) text += CheckText(*summary.check, totals.notKept) + "\n";
-    if (summary.droppedDatagrams) {
-        text += "this system dropped " + std::to_string(*summary.droppedDatagrams) +
-                (*summary.droppedDatagrams == 1 ? " datagram" : " datagrams") +
-                " for lack of receive buffer\n";
+    if (const auto& dropped = summary.loss.droppedDatagrams) {
+        text += "this system dropped " + std::to_string(*dropped) +
+                (*dropped == 1 ? " datagram" : " datagrams") + " for lack of receive buffer\n";
     }
     return text;
 }
@@ -141,7 +140,7 @@ void CStreamReport::Summary(const SStreamSummary& summary) {
         line["undecodable"] = summary.saved->undecodable;
         line["empty"] = summary.saved->empty;
     }
-    if (summary.droppedDatagrams) line["droppedDatagrams"] = *summary.droppedDatagrams;
+    if (const auto& dropped = summary.loss.droppedDatagrams) line["droppedDatagrams"] = *dropped;
     if (summary.check) line["check"] = CheckJson(*summary.check, summary.totals.notKept);
     PrintJson(line);
 }

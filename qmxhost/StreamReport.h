@@ -5,10 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "Diagnosis.h"
 #include "FrameChecker.h"
 #include "FrameSaver.h"
 #include "FrameStatistics.h"
+#include "LossAdvice.h"
 #include "Output.h"
 
 namespace qmxhost {
@@ -20,10 +20,9 @@ struct SStreamSummary {
     std::optional<frames::SCheckTotals> check;
     std::optional<SSaveTotals> saved;
     std::string savedTo;
-    std::optional<std::uint64_t> droppedDatagrams;  ///< by this system, if it counts them
-    platform::SReceiveBuffers buffers;              ///< while it streamed
-    double longestStall = 0;                        ///< seconds in which this program did not run
-    std::optional<double> promisedRate;             ///< frames per second
+    bool missingByPromise = false;  ///< the missing frames are estimated from the promised rate
+    hostkit::SLoss loss;            ///< during the whole stream
+    std::optional<double> promisedRate;  ///< frames per second
 };
 
 class CStreamReport {

@@ -73,6 +73,12 @@ std::string CheckPercentile(const std::string& text) {
     return value && *value >= 0 && *value < 50 ? "" : "'" + text + "' is not from 0 to below 50";
 }
 
+std::string CheckZoom(const std::string& text) {
+    const auto value = hostkit::ParseReal(text);
+    if (value && *value >= leastZoom && *value <= mostZoom) return {};
+    return "'" + text + "' is not from 0.125 to 64";
+}
+
 void AddPictureOptions(CLI::App& app, SCommandLine& line) {
     SPaneSettings& settings = line.view.settings;
     app.add_option("--palette", settings.palette, "colours")
@@ -99,9 +105,10 @@ void AddPictureOptions(CLI::App& app, SCommandLine& line) {
            "also show values as value * GAIN + OFFSET in a unit")
         ->type_name("GAIN,OFFSET,UNIT")
         ->check(CheckScale);
-    app.add_option("--zoom", line.view.zoom, "screen pixels for each pixel; without it, fit")
+    app.add_option("--zoom", line.view.zoom,
+                   "screen pixels for each pixel, 0.125 to 64; without it, fit")
         ->type_name("N")
-        ->check(hostkit::CheckPositive);
+        ->check(CheckZoom);
 }
 
 void AddWindowOptions(CLI::App& app, SCommandLine& line) {

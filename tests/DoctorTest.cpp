@@ -3,7 +3,10 @@
 // slow machine keeps up.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -47,14 +50,48 @@ class CFirewall {
     CFirewall& operator=(const CFirewall&) = delete;
 };
 
-/// Stops a program that receives frames of about 120 datagrams, until its buffer overflows.
-void StopUntilDatagramsAreDropped(const CProgram& program) {
+/// Runs `stop` while a program receives frames of about 120 datagrams, and `go` when its buffer has
+/// overflown.
+template <class Stop, class Go>
+void DropDatagrams(Stop stop, Go go) {
     const platform::SUdpCounters before = platform::UdpCounters();
     EXPECT_TRUE(
         WaitFor([&] { return *platform::UdpCounters().received > *before.received + 700; }));
-    program.Signal(SIGSTOP);
+    stop();
     EXPECT_TRUE(WaitFor([&] { return *platform::UdpCounters().dropped > *before.dropped + 100; }));
-    program.Signal(SIGCONT);
+    go();
+}
+
+void StopUntilDatagramsAreDropped(const CProgram& program, CSimulator&) {
+    DropDatagrams([&] { program.Signal(SIGSTOP); }, [&] { program.Signal(SIGCONT); });
+}
+
+/// Stops all threads of a program but the main one, as a callback does that blocks.
+void BlockUntilDatagramsAreDropped(const CProgram& program, CSimulator&) {
+    std::vector<pid_t> threads;
+    const auto stop = [&] {
+        const std::string tasks = "/proc/" + std::to_string(program.id()) + "/task";
+        for (const auto& each : std::filesystem::directory_iterator(tasks)) {
+            const pid_t thread = std::stoi(each.path().filename().string());
+            if (thread == program.id()) continue;
+            EXPECT_EQ(::ptrace(PTRACE_SEIZE, thread, nullptr, nullptr), 0);
+            EXPECT_EQ(::ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr), 0);
+            EXPECT_EQ(::waitpid(thread, nullptr, __WALL), thread);
+            threads.push_back(thread);
+        }
+    };
+    DropDatagrams(stop, [&] {
+        for (const pid_t thread : threads) ::ptrace(PTRACE_DETACH, thread, nullptr, nullptr);
+    });
+}
+
+/// Ends the camera when the stream of a program has delivered frames.
+void EndCamera(const CProgram&, CSimulator& camera) {
+    const platform::SUdpCounters before = platform::UdpCounters();
+    EXPECT_TRUE(
+        WaitFor([&] { return *platform::UdpCounters().received > *before.received + 100; }));
+    camera.Signal(SIGTERM);
+    EXPECT_EQ(camera.Wait(), 0);
 }
 
 SOutcome EndOf(CProgram& program) {
@@ -87,7 +124,7 @@ struct SFault {
     const char* cause;
     const char* firewall = "";
     bool otherClient = false;
-    bool stop = false;
+    void (*meanwhile)(const CProgram&, CSimulator&) = nullptr;
     friend void PrintTo(const SFault& fault, std::ostream* out) { *out << fault.name; }
 };
 
@@ -111,7 +148,7 @@ TEST_P(Doctor, NamesTheFault) {
         EXPECT_FALSE(other->ReadLine().empty());  // it streams
     }
     CProgram doctor({"qmxhost", "doctor", fault.examined, "--seconds", "3", "--json"});
-    if (fault.stop) StopUntilDatagramsAreDropped(doctor);
+    if (fault.meanwhile != nullptr) fault.meanwhile(doctor, *camera);
     const SOutcome outcome = EndOf(doctor);
     SCOPED_TRACE(outcome.output + outcome.errors);
     EXPECT_EQ(outcome.status, fault.status);
@@ -138,6 +175,7 @@ INSTANTIATE_TEST_SUITE_P(
         SFault{"OtherKind", base + ",tree=gcam", "Roof", 1, "node tree", "another kind"},
         SFault{"SwitchedOff", base + ",tree=switched-off", "Roof", 1, "node tree",
                "RTSP streaming is disabled"},
+        SFault{"NoRtp", base + ",tree=no-rtp", "Roof", 1, "node tree", "it has no RTP streams"},
         SFault{"Silent", base + ",quirk=silent", "127.0.0.11", 1, "RTSP",
                "does not respond to requests"},
         SFault{"NoUsableStream", base + ",streams=mjpg", "127.0.0.11", 1, "RTSP",
@@ -161,7 +199,12 @@ INSTANTIATE_TEST_SUITE_P(
         SFault{"ManyDuplicates", "127.0.0.11,size=160x120,rate=20,duplicate=0.1,seed=3",
                "127.0.0.11", 1, "missing frames", "repeated or reordered"},
         SFault{"HostStopped", "127.0.0.11,size=320x240,rate=20", "127.0.0.11", 1, "missing frames",
-               "this program did not run for", "", false, true},
+               "this program did not run for", "", false, StopUntilDatagramsAreDropped},
+        SFault{"HostBlocked", "127.0.0.11,size=320x240,rate=20", "127.0.0.11", 1, "missing frames",
+               "Packets are lost in the receive buffer of this machine", "", false,
+               BlockUntilDatagramsAreDropped},
+        SFault{"CameraGone", base, "127.0.0.11", 1, "stream",
+               "The camera was lost during the stream", "", false, EndCamera},
         SFault{"SlowCamera", base + ",quirk=half-rate", "127.0.0.11", 1, "frame rate",
                "instead of the 10.0"},
         SFault{"TooShort", "127.0.0.11,size=64x48,rate=1", "127.0.0.11", 0, "missing frames",
@@ -173,7 +216,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& fault) { return std::string(fault.param.name); });
 
 /// Sends an empty datagram to every UDP port of the namespace that is bound to all addresses.
-void SendEmptyDatagrams(const CProgram&) {
+void SendEmptyDatagrams(const CProgram&, CSimulator&) {
     const platform::CSocket socket(platform::OpenUdpSocket());
     std::ifstream table("/proc/net/udp");
     for (std::string line; std::getline(table, line);) {
@@ -199,7 +242,7 @@ TEST(Host, NamesTheCauseOfWhatFails) {
         int status;
         const char* says;
         const char* doesNotSay = "firewall";
-        void (*meanwhile)(const CProgram&) = nullptr;
+        void (*meanwhile)(const CProgram&, CSimulator&) = nullptr;
         const char* firewall = "";
     } cases[] = {
         {",loss=0.05", with({"--duration", "2"}), 0, "missing (estimated from the gaps)",
@@ -212,22 +255,37 @@ TEST(Host, NamesTheCauseOfWhatFails) {
         {"", stream, 4, "an empty datagram has ended reception", "firewall", SendEmptyDatagrams},
         {",size=320x240,rate=20", with({"--size", "320x240", "--duration", "3"}), 0,
          "KiB requested): this program did not run for", "net.core", StopUntilDatagramsAreDropped},
+        {",size=320x240,rate=20", with({"--size", "320x240", "--duration", "3"}), 0,
+         "because a receive buffer was full", "did not run", BlockUntilDatagramsAreDropped},
         {",size=160x120,rate=20,duplicate=0.1,seed=3",
          with({"--size", "160x120", "--duration", "3", "--strict"}), 4,
          "missing (estimated from the frame rate", "firewall"},
-        {",quirk=half-rate", with({"--duration", "2"}), 0, "instead of the 10.0", "missing"},
+        {",size=64x48,rate=20,duplicate=0.3,seed=3", with({"--size", "64x48", "--count", "5"}), 0,
+         "missing (estimated from the frame rate", "sends about"},
+        {"", stream, 4, "closed its control connection; start", "lost", EndCamera},
+        {",quirk=half-rate", with({"--duration", "3"}), 0, "instead of the 10.0", "missing"},
         {",quirk=refuse-play", stream, 1, "it refused PLAY with 500", "another"},
         {",tree=off", {"formats", "127.0.0.11"}, 1, "refuses connections to TCP port 4554"},
         {",quirk=silent", {"formats", "127.0.0.11"}, 1, "does not respond; restart", "4554"},
         {",tree=switched-off", {"formats", "Roof"}, 3, "skipped: RTSP streaming is disabled"},
+        {",tree=no-rtp", {"formats", "Roof"}, 3, "skipped: it has no RTP streams"},
         {"", {"set", "127.0.0.11", "Paused=false"}, 1, "was set to false, but is true"},
         {"", {"set", "127.0.0.11", "FrameRate=5000"}, 1, "node tree refuses it"},
+        {",tree=no-rtp", {"get", "127.0.0.11"}, 1, "no frame rate (.rtp.frequency)", "refuses"},
+        {",streams=mjls",
+         {"set", "127.0.0.11", "FrameRate=5"},
+         0,
+         "use 'qmxhost stream 127.0.0.11"},
+        {",streams=mjls",
+         {"stream", "127.0.0.11", "--rate", "9.6", "--count", "2"},
+         0,
+         "is asked for 10 frames/s instead of 9.60"},
         {"", {"get", "127.0.0.11", "FrameRate", "--no-tree"}, 1, "leaving out --no-tree"},
     };
     for (const auto& row : cases) {
         if (*row.firewall != 0 && !test::MissingTool("nft list ruleset").empty()) continue;
         const bool otherSize = Contains(row.camera, "size");
-        const CSimulator camera({(otherSize ? "127.0.0.11" : small) + std::string(row.camera)});
+        CSimulator camera({(otherSize ? "127.0.0.11" : small) + std::string(row.camera)});
         std::unique_ptr<CFirewall> firewall;
         if (*row.firewall != 0) firewall.reset(new CFirewall(row.firewall));
         std::vector<std::string> words = row.arguments;
@@ -236,14 +294,14 @@ TEST(Host, NamesTheCauseOfWhatFails) {
         std::string first;
         if (row.meanwhile != nullptr) {
             first = host.ReadLine();  // it streams
-            row.meanwhile(host);
+            row.meanwhile(host, camera);
         }
         const SOutcome outcome = EndOf(host);
         SCOPED_TRACE(row.says + outcome.output + outcome.errors);
         EXPECT_EQ(outcome.status, row.status);
         EXPECT_TRUE(Contains(outcome.errors, row.says));
         EXPECT_FALSE(Contains(outcome.errors, row.doesNotSay));
-        if (row.meanwhile != SendEmptyDatagrams) continue;
+        if (row.meanwhile != SendEmptyDatagrams && row.meanwhile != EndCamera) continue;
         const json summary = json::parse(outcome.output.substr(outcome.output.rfind("{\"kind")));
         EXPECT_GE(summary["longestGapMs"], 1000);
         EXPECT_LT(summary["seconds"], 10);  // unless the end is recognised, it takes 10 s

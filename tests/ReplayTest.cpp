@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,6 +60,19 @@ class CWorkshop {
 
 std::string Receive(const std::string& address, const std::string& type, const std::string& name) {
     return "qmxhost stream " + address + " --no-tree --type " + type + " --count 12 --save " + name;
+}
+
+struct SPacket {
+    std::uint32_t sequence;
+    std::uint32_t timestamp;
+};
+constexpr const char* packetFields = "-e rtp.seq -e rtp.timestamp";
+
+std::vector<SPacket> PacketsOf(const std::string& fields) {
+    std::istringstream lines(fields);
+    std::vector<SPacket> packets;
+    for (SPacket next{}; lines >> next.sequence >> next.timestamp;) packets.push_back(next);
+    return packets;
 }
 
 class Replay : public testing::Test {
@@ -123,25 +138,30 @@ TEST_F(Replay, RepeatsWithoutAGap) {
     }
     // The clock of the capture is a million seconds behind that of the camera.
     workshop.Run("editcap -F pcap -t -1000000 raw moved");
+    // A busy machine skips frames in the captured stream.
+    const std::vector<SPacket> original = PacketsOf(workshop.Fields("raw", "rtp", packetFields));
+    std::uint32_t longest = 0;
+    std::set<std::uint32_t> frames;
+    for (std::size_t i = 0; i < original.size(); ++i) {
+        frames.insert(original[i].timestamp - original[0].timestamp);
+        if (i != 0) longest = std::max(longest, original[i].timestamp - original[i - 1].timestamp);
+    }
+    ASSERT_GE(frames.size(), 12u);
+    const double originalRate =
+        90'000.0 * static_cast<double>(frames.size() - 1) / static_cast<double>(*frames.rbegin());
+
     CSimulator camera({"127.0.0.31,capture=" + workshop.File("moved") + ",loop=on"});
     const auto promised = RunProgram({"qmxhost", "get", "127.0.0.31", "FrameRate"});
     double rate = 0;
     std::sscanf(promised.output.c_str(), "/FrameRate=%lf", &rate);
-    EXPECT_NEAR(rate, 20, 2) << promised.output << promised.errors;
+    EXPECT_NEAR(rate, originalRate, 0.5) << promised.output << promised.errors;
     workshop.Capture("again", "qmxhost stream 127.0.0.31 --no-tree --check --count 30");
-    std::istringstream packets(workshop.Fields("again", "rtp", "-e rtp.seq -e rtp.timestamp"));
-    std::uint16_t sequence = 0;
-    std::uint32_t timestamp = 0;
-    std::size_t count = 0;
-    for (std::uint32_t next[2]; packets >> next[0] >> next[1]; ++count) {
-        if (count != 0) {
-            EXPECT_EQ(next[0], std::uint16_t(sequence + 1)) << count;
-            EXPECT_LE(next[1] - timestamp, 4501u) << count;  // a frame lasts 4500
-        }
-        sequence = static_cast<std::uint16_t>(next[0]);
-        timestamp = next[1];
+    const std::vector<SPacket> again = PacketsOf(workshop.Fields("again", "rtp", packetFields));
+    EXPECT_GE(again.size(), 30u * 10);
+    for (std::size_t i = 1; i < again.size(); ++i) {
+        EXPECT_EQ(again[i].sequence, std::uint16_t(again[i - 1].sequence + 1)) << i;
+        EXPECT_LE(again[i].timestamp - again[i - 1].timestamp, longest + 1) << i;
     }
-    EXPECT_GE(count, 30u * 10);
     std::istringstream reports(workshop.Fields("again", "rtcp.pt == 200",
                                                "-e rtcp.timestamp.ntp.msw -e frame.time_epoch"));
     double ntp = 0;

@@ -128,6 +128,32 @@ TEST(Layout, DividesTheWindowWithoutOverlap) {
     }
 }
 
+TEST(Layout, KeepsTwoLabelsApartAndInThePicture) {
+    const SRect picture{20, 30, 100, 60};
+    for (const int width : {10, 40, 90, 101}) {
+        for (int i = 0; i < 100 * 60 * 100 * 60; i += 4999) {  // a prime: all kinds of pairs
+            const SLabel hot{{20.5 + i % 100, 30.5 + i / 100 % 60}, width, 14};
+            const SLabel cold{{20.5 + i / 6000 % 100, 30.5 + i / 600000}, width, 14};
+            const auto places = PlaceLabels({hot, cold}, 9, picture);
+            for (const SRect& each : places) {
+                ASSERT_EQ(each.empty(), width > 100) << i;
+                ASSERT_TRUE(each.empty() || (each.x >= 20 && each.x + each.width <= 120));
+                ASSERT_TRUE(each.empty() || (each.y >= 30 && each.y + each.height <= 90));
+            }
+            ASSERT_TRUE(places[0].empty() || places[0].x + width <= places[1].x ||
+                        places[1].x + width <= places[0].x || places[0].y + 14 <= places[1].y ||
+                        places[1].y + 14 <= places[0].y)
+                << i;
+        }
+    }
+    const auto beside = PlaceLabels({SLabel{{60.5, 60}, 20, 14}, {{61.5, 60}, 20, 14}}, 9, picture);
+    EXPECT_EQ(beside[0], (SRect{69, 53, 20, 14}));
+    EXPECT_EQ(beside[1], (SRect{32, 53, 20, 14}));
+    const auto turned = PlaceLabels({SLabel{{110, 60}, 20, 14}, {{500, 60}, 20, 14}}, 9, picture);
+    EXPECT_EQ(turned[0], (SRect{81, 53, 20, 14})) << "to the left, as there is no room";
+    EXPECT_TRUE(turned[1].empty()) << "its point is not visible";
+}
+
 TEST(Pane, PaintsValuesInTheColoursOfTheirLevels) {
     CPaneModel model({.palette = "white-hot", .percentile = 0}, {});
     SViewFrame frame = Ramp(16, 16);  // 1000 to 1255: 256 values for 256 colours
@@ -219,20 +245,26 @@ TEST(Pane, SaysWhyAPictureLooksUniform) {
 TEST(Keys, SelectCommands) {
     const struct {
         const char* name;
+        const char* position;
         bool shift;
         std::optional<ECommand> command;
     } cases[] = {
-        {"Space", false, ECommand::Freeze},
-        {"P", false, ECommand::NextPalette},
-        {"P", true, ECommand::PreviousPalette},
-        {"=", true, ECommand::ZoomIn},
-        {"Keypad -", false, ECommand::ZoomOut},
-        {"Escape", false, ECommand::Quit},
-        {"S", true, ECommand::Snapshot},
-        {"Z", false, std::nullopt},
-        {"", false, std::nullopt},
+        {"Space", "Space", false, ECommand::Freeze},
+        {"P", "P", false, ECommand::NextPalette},
+        {"P", "P", true, ECommand::PreviousPalette},
+        {"=", "=", true, ECommand::ZoomIn},
+        {"Keypad -", "Keypad -", false, ECommand::ZoomOut},
+        {"Escape", "Escape", false, ECommand::Quit},
+        {"S", "S", true, ECommand::Snapshot},
+        {"A", "Q", false, ECommand::AutomaticLevels},  // a French keyboard
+        {",", "M", false, std::nullopt},               // likewise
+        {"Ы", "S", true, ECommand::Snapshot},          // a Russian one
+        {"Z", "Z", false, std::nullopt},
+        {"", "", false, std::nullopt},
     };
-    for (const auto& row : cases) EXPECT_EQ(CommandOfKey(row.name, row.shift), row.command);
+    for (const auto& row : cases) {
+        EXPECT_EQ(CommandOfKey(row.name, row.position, row.shift), row.command) << row.name;
+    }
 }
 
 TEST(Scale, IsParsedAndApplied) {

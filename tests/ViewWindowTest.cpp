@@ -1,7 +1,9 @@
 // The live view in a real window, driven by real keys and a mouse. What it shows is compared with
 // the values that it saved, by a program that shares no code with it.
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "NetworkCounters.h"
 #include "support/Folder.h"
 #include "support/Program.h"
 #include "support/Resources.h"
@@ -238,12 +241,81 @@ TEST(LiveView, ReportsACameraThatIsGoneAndShowsItAgain) {
         state = view.Snapshot()["state"];
         return state.starts_with("no frames for ");
     })) << state;
+    EXPECT_TRUE(WaitFor([&] {
+        return Contains(view.Snapshot()["error"], "the camera closed its control connection");
+    }));
     camera = std::make_unique<CSimulator>(std::vector{settings});
     const unsigned frame = view.Snapshot()["frame"];
     view.Key("c");
     EXPECT_TRUE(WaitFor([&] { return view.Snapshot()["frame"] > frame + 3; }));
     EXPECT_TRUE(WaitFor([&] { return view.Snapshot()["state"] == ""; }));
     EXPECT_EQ(view.Close("xdotool key q"), "");
+}
+
+// Two panes: the frames of one camera are lost on the way, and those of both while the program is
+// stopped. A larger buffer would not help.
+TEST(LiveView, LinksLevelsAndNamesTheCauseOfMissingFrames) {
+    if (const auto missing = MissingTools(); !missing.empty()) GTEST_SKIP() << missing;
+    const CDisplay display;
+    const CSimulator cameras(
+        {"127.0.0.11,size=320x240,rate=20", "127.0.0.12,size=64x48,rate=20,loss=0.03"});
+    const test::SFolder folder;
+    CView view("127.0.0.11 127.0.0.12", folder.path);
+    view.Key("a");
+    const json levels = view.Snapshot()["levels"];
+    EXPECT_EQ(levels["automatic"], false);
+    view.Key("Tab");
+    EXPECT_NE(view.Snapshot()["levels"], levels);
+    view.Key("Tab");
+    view.Key("l");
+    EXPECT_EQ(view.Snapshot()["levels"], levels);  // the levels of this pane are those of both
+    view.Key("Tab");
+    EXPECT_EQ(view.Snapshot()["levels"], levels);
+
+    json pane;
+    EXPECT_TRUE(WaitFor([&] {
+        pane = view.Snapshot();
+        return pane["state"] == "frames lost before this machine";
+    })) << pane;
+    EXPECT_TRUE(Contains(pane["loss"], "dropped no datagram; their packets were lost, repeated"));
+    view.Key("Tab");
+    const auto dropped = [] { return *platform::UdpCounters().dropped; };
+    const std::uint64_t before = dropped();
+    view.Signal(SIGSTOP);
+    EXPECT_TRUE(WaitFor([&] { return dropped() > before + 1000; }));
+    view.Signal(SIGCONT);
+    EXPECT_TRUE(WaitFor([&] {
+        pane = view.Snapshot();
+        return Contains(pane["loss"], "KiB requested): this program did not run for");
+    })) << pane;
+    EXPECT_EQ(view.Close("xdotool key q"), "");
+}
+
+// A recording ends with an error, and the view goes on.
+TEST(LiveView, GoesOnWhenTheDiskIsFull) {
+    if (const auto missing = MissingTools(); !missing.empty()) GTEST_SKIP() << missing;
+    const CDisplay display;
+    const CSimulator camera({"127.0.0.11,size=320x240,rate=20"});
+    const test::SFolder folder;
+    ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(::mount("none", folder.path.c_str(), "tmpfs", 0, "size=2m"), 0);
+    {
+        CView view("127.0.0.11", folder.path);
+        const auto free = [&] { return std::filesystem::space(folder.path).available; };
+        view.Key("r");
+        EXPECT_TRUE(WaitFor([&] { return free() < 2 * 320 * 240; }));
+        const std::string recording = view.Newest(".tif");
+        EXPECT_EQ(RunProgram({"tiffinfo", recording}).errors, "");
+        std::filesystem::remove(recording);
+        EXPECT_TRUE(WaitFor([&] { return free() > 1'000'000; })) << "the file is still open";
+        const json first = view.Snapshot();
+        EXPECT_TRUE(Contains(first["error"], "No space left on device")) << first;
+        EXPECT_TRUE(WaitFor([&] { return view.Snapshot()["frame"] > first["frame"]; }));
+        view.Close("xdotool key q");  // returns the error
+        EXPECT_FALSE(view.running());
+    }
+    EXPECT_EQ(::umount2(folder.path.c_str(), MNT_DETACH), 0);
 }
 
 TEST(LiveView, SaysWhatItCannotShow) {
@@ -266,6 +338,7 @@ TEST(LiveView, SaysWhatItCannotShow) {
         {"qmxview Roof --format 0 --size 64x48", 2, "--format excludes --size"},
         {"qmxview Roof --screenshot /nowhere/a.png", 1, "cannot write /nowhere/a.png"},
         {"qmxview Roof --palette pink", 2, "--palette"},
+        {"qmxview Roof --zoom 65", 2, "'65' is not from 0.125 to 64"},
     };
     for (const auto& row : cases) {
         // OpenGL's software driver has data races of its own, which the thread sanitizer reports.

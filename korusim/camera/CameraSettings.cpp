@@ -83,7 +83,7 @@ constexpr auto quirkWords = std::to_array<SWord<EQuirk>>(
      {"refuse-pause", EQuirk::RefusePause, "the response to PAUSE is 455"},
      {"refuse-teardown", EQuirk::RefuseTeardown, "the response to TEARDOWN is 500"},
      {"half-rate", EQuirk::HalfRate, "frames are sent at half the rate of the node tree"},
-     {"skip-frames", EQuirk::SkipFrames, "two of three frames are not sent"}});
+     {"skip-frames", EQuirk::SkipFrames, "every third frame is not sent"}});
 
 template <class T, std::size_t N>
 std::optional<T> FindWord(const std::array<SWord<T>, N>& words, std::string_view text) {

@@ -1,13 +1,11 @@
 #include "CameraSession.h"
 
 #include <chrono>
-#include <cmath>
 #include <exception>
 #include <utility>
 
 #include "PixelTypeNames.h"
 #include "Streaming.h"
-#include "ValueScale.h"
 
 namespace qmxview {
 namespace {
@@ -193,10 +191,11 @@ void CCameraSession::Do(const SSetRate& command) {
     SetRate(command.framesPerSecond);
     request.rate = command.framesPerSecond;
     const std::optional<double> rate = ReadRate(camera);
+    const SFormat format = State().format;
+    const std::string note = hostkit::RateDifference(camera, format, command.framesPerSecond);
     Update([&](SCameraState& now) {
         now.rate = rate;
-        if (!rate || std::abs(*rate - command.framesPerSecond) < 0.5) return;
-        now.notice = "camera " + request.camera + " uses " + Plain(*rate) + " frames/s instead";
+        now.notice = note;
     });
 }
 

@@ -9,6 +9,7 @@
 
 #include "NetworkState.h"
 #include "Path.h"
+#include "StreamMeter.h"
 #include "Streaming.h"
 
 namespace qmxview {
@@ -90,6 +91,39 @@ void CPane::UpdateRates(Clock::time_point now) {
                   platform::IsConnectedTo(cameraState.address, rtspPort) == false;
     ratesFrom = counts;
     ratesAt = now;
+    ExplainSilence(now);
+}
+
+void CPane::ExplainSilence(Clock::time_point now) {
+    const std::uint64_t frames = ratesFrom.received.frames;
+    const auto read = platform::UdpCounters().received;
+    const bool silent = cameraState.phase == EPhase::Streaming && stale(now);
+    if (!silent || frames != framesBeforeSilence) {
+        framesBeforeSilence = frames;
+        readBeforeSilence = read;
+        silenceText.clear();
+        return;
+    }
+    if (silenceText.empty()) silence.unread = hostkit::DatagramsStayUnread();
+    silence.controlLost = controlLost;
+    silence.anyFrame = frames != 0;
+    if (read && readBeforeSilence) silence.datagrams = *read - *readBeforeSilence;
+    silenceText = "no frames: " + hostkit::SilenceReason(silence, name);
+}
+
+void CPane::WatchLoss(hostkit::SLoss system) {
+    system.missing = feed.Counts().received.missing;
+    lossWatch.Add(system);
+}
+
+std::string CPane::LossText() const {
+    const hostkit::SLoss& loss = lossWatch.latest();
+    return loss.missing == 0 ? "" : hostkit::LossReason(loss, name);
+}
+
+std::string CPane::LossPlace() const {
+    const hostkit::SLoss& loss = lossWatch.latest();
+    return loss.missing == 0 ? "" : hostkit::LossPlace(loss);
 }
 
 double CPane::MedianAgeMs() const {
@@ -273,7 +307,8 @@ std::string CPane::StateText(Clock::time_point now) const {
     if (counts.received.frames != 0 && counts.undecodable == counts.received.frames) {
         return "the frames contain no picture";
     }
-    return model.UniformText();
+    const std::string uniform = model.UniformText();
+    return uniform.empty() && lossWatch.goesOn() ? "frames lost " + LossPlace() : uniform;
 }
 
 std::string CPane::RateText() const {
@@ -296,7 +331,7 @@ std::string CPane::ErrorText() const {
     if (cameraState.phase == EPhase::Failed && cameraState.failure) {
         return cameraState.failure->what();
     }
-    return error;
+    return error.empty() ? silenceText : error;
 }
 
 std::string CPane::FileStem() const {

@@ -10,6 +10,7 @@
 #include "CameraSession.h"
 #include "FrameFeed.h"
 #include "KeyCommands.h"
+#include "LossAdvice.h"
 #include "PaneModel.h"
 #include "Recorder.h"
 
@@ -32,6 +33,8 @@ class CPane {
     [[nodiscard]] bool Refresh(frames::Clock::time_point now);
     /// Call it when the last picture has reached the screen.
     void Presented(frames::Clock::time_point now);
+    /// Takes in what the system counts for all panes, about once a second.
+    void WatchLoss(hostkit::SLoss system);
     /// Carries out a command of this pane. Returns false for those of the whole window.
     bool Do(ECommand command);
     void StartRecording();
@@ -61,6 +64,10 @@ class CPane {
     /// Returns why the camera, or the last thing that was asked for, has failed; empty if it has
     /// not.
     [[nodiscard]] std::string ErrorText() const;
+    /// Returns why frames are missing and what to do; empty if none is missing.
+    [[nodiscard]] std::string LossText() const;
+    /// Returns where frames were lost, in few words; empty if none is missing.
+    [[nodiscard]] std::string LossPlace() const;
     [[nodiscard]] SPaneRates rates() const noexcept { return measured; }
     [[nodiscard]] double MedianAgeMs() const;
     /// Returns the longest time between two frames, or since the last one if that is longer.
@@ -86,6 +93,7 @@ class CPane {
    private:
     void FinishRecording();
     void UpdateRates(frames::Clock::time_point now);
+    void ExplainSilence(frames::Clock::time_point now);
     [[nodiscard]] frames::Clock::time_point LastFrame() const;
 
     const std::string name;
@@ -94,6 +102,11 @@ class CPane {
     std::unique_ptr<CCameraSession> session;
     SCameraState cameraState;
     bool controlLost = false;  // the camera has closed its control connection
+    hostkit::CLossWatch lossWatch;
+    hostkit::SSilence silence;
+    std::string silenceText;  // why frames no longer come; empty while they do
+    std::optional<std::uint64_t> readBeforeSilence;  // datagrams, of all programs
+    std::uint64_t framesBeforeSilence = 0;
     bool hasRecordingFailed = false;
     std::string message;
     std::string error;

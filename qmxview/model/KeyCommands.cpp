@@ -70,7 +70,10 @@ constexpr SKeyHelp help[] = {
 
 }  // namespace
 
-std::optional<ECommand> CommandOfKey(std::string_view name, bool shift) {
+std::optional<ECommand> CommandOfKey(std::string_view name, std::string_view position, bool shift) {
+    const bool ascii =
+        std::ranges::all_of(name, [](unsigned char letter) { return letter < 0x80; });
+    if (!ascii) name = position;
     const auto* const key = std::ranges::find_if(keys, [&](const SKey& each) {
         const bool fits = each.shift == EShift::Either || shift == (each.shift == EShift::With);
         return fits && each.name == name;

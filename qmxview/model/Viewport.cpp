@@ -7,7 +7,8 @@
 namespace qmxview {
 namespace {
 
-constexpr double zoomSteps[] = {0.125, 0.25, 0.5, 1, 2, 3, 4, 6, 8, 12, 16, 24, 32, 48, 64};
+constexpr double zoomSteps[] = {leastZoom, 0.25, 0.5, 1,  2,  3,  4,       6,
+                                8,         12,   16,  24, 32, 48, mostZoom};
 
 double NextScale(double scale, bool larger) {
     constexpr double tolerance = 1e-9;
@@ -62,7 +63,7 @@ void CViewport::Mirror() noexcept {
 }
 
 void CViewport::SetScale(double scale) noexcept {
-    fixedScale = std::clamp(scale, std::begin(zoomSteps)[0], *std::prev(std::end(zoomSteps)));
+    fixedScale = std::clamp(scale, leastZoom, mostZoom);
     centre = {width / 2.0, height / 2.0};
     ++changes;
 }

@@ -8,6 +8,10 @@
 
 namespace qmxview {
 
+/// Limits of the screen pixels for each pixel of the picture.
+inline constexpr double leastZoom = 0.125;
+inline constexpr double mostZoom = 64;
+
 /// A rectangle of screen pixels.
 struct SRect {
     int x = 0;

@@ -1,9 +1,9 @@
 #include "PaneView.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
-#include <tuple>
 
 namespace qmxview {
 namespace {
@@ -49,23 +49,19 @@ void DrawCross(ImDrawList& list, ImVec2 at, float size, ImU32 colour) {
     }
 }
 
-/// Writes a text on a dark ground, to the right of a point or, with a negative distance, to the
-/// left, and within a rectangle.
-void DrawLabel(ImDrawList& list, ImVec2 at, float distance, const SRect& within,
-               const std::string& text) {
+/// Space to the left and to the right of a label's text.
+constexpr int labelMargin = 3;
+
+/// Writes a text on a dark ground.
+void DrawLabel(ImDrawList& list, const SRect& place, const std::string& text) {
+    if (place.empty()) return;
     const ImFont* const font = ImGui::GetIO().Fonts->Fonts.front();
-    const ImVec2 size = font->CalcTextSizeA(font->FontSize, FLT_MAX, 0, text.c_str());
-    const auto right = static_cast<float>(within.x + within.width);
-    const auto bottom = static_cast<float>(within.y + within.height);
-    const auto left = static_cast<float>(within.x);
-    const float wanted = distance > 0 ? at.x + distance : at.x + distance - size.x;
-    const bool fits = wanted >= left && wanted + size.x <= right;
-    const float x = fits ? wanted : distance > 0 ? at.x - distance - size.x : at.x - distance;
-    const float y = std::clamp(at.y - size.y / 2, static_cast<float>(within.y),
-                               std::max(static_cast<float>(within.y), bottom - size.y));
-    list.AddRectFilled(ImVec2(x - 3, y), ImVec2(x + size.x + 3, y + size.y),
+    const ImVec2 corner(static_cast<float>(place.x), static_cast<float>(place.y));
+    list.AddRectFilled(corner,
+                       ImVec2(corner.x + static_cast<float>(place.width),
+                              corner.y + static_cast<float>(place.height)),
                        IM_COL32(0, 0, 0, 200));
-    list.AddText(font, font->FontSize, ImVec2(std::floor(x), std::floor(y)), textColour,
+    list.AddText(font, font->FontSize, ImVec2(corner.x + labelMargin, corner.y), textColour,
                  text.c_str());
 }
 
@@ -112,13 +108,18 @@ void CPaneView::DrawMarks(COverlay& overlay, double unit) const {
     }
     if (const auto& spots = model.spots()) {
         const auto size = static_cast<float>(std::round(7 * unit));
-        // The labels are on different sides, because both pixels may be next to each other.
-        for (const auto& [spot, colour, side] : {std::tuple(spots->hottest, recordColour, 1.8F),
-                                                 std::tuple(spots->coldest, accentColour, -1.8F)}) {
-            const ImVec2 at = Corner(model.viewport.ToScreen({spot.x + 0.5, spot.y + 0.5}));
-            DrawCross(list, at, size, colour);
-            DrawLabel(list, at, side * size, painted, model.ValueText(spot.value));
+        std::array<SLabel, 2> labels;
+        std::array<std::string, 2> texts;
+        const int height = static_cast<int>(std::ceil(ImGui::GetIO().Fonts->Fonts[0]->FontSize));
+        for (std::size_t i = 0; i < labels.size(); ++i) {
+            const auto& spot = i == 0 ? spots->hottest : spots->coldest;
+            const SPoint at = model.viewport.ToScreen({spot.x + 0.5, spot.y + 0.5});
+            DrawCross(list, Corner(at), size, i == 0 ? recordColour : accentColour);
+            texts[i] = model.ValueText(spot.value);
+            labels[i] = {at, TextWidth(texts[i]) + 2 * labelMargin, height};
         }
+        const auto places = PlaceLabels(labels, static_cast<int>(1.4F * size), painted);
+        for (std::size_t i = 0; i < places.size(); ++i) DrawLabel(list, places[i], texts[i]);
     }
     list.PopClipRect();
 }

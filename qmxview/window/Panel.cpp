@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string>
 
+#include "Diagnosis.h"
 #include "HistogramPlot.h"
 #include "PixelTypeNames.h"
 #include "Streaming.h"
@@ -37,7 +38,7 @@ int Inside(double value) { return static_cast<int>(std::clamp(value, 0.0, 65535.
 }  // namespace
 
 SPanelResult CPanel::Show(CPane& pane, const SRect& place, double unit, bool several, bool& linked,
-                          std::optional<std::uint64_t> droppedDatagrams) {
+                          const hostkit::SLoss& system) {
     result = {};
     unitPixels = static_cast<float>(unit);
     if (shownPane != &pane) {
@@ -57,7 +58,7 @@ SPanelResult CPanel::Show(CPane& pane, const SRect& place, double unit, bool sev
     ShowLevels(pane, several, linked);
     ShowMarks(pane);
     ShowMeasurements(pane);
-    ShowReception(pane, droppedDatagrams);
+    ShowReception(pane, system);
     ImGui::End();
     return result;
 }
@@ -188,7 +189,7 @@ void CPanel::ShowHistogram(CPane& pane) {
     const frames::SLevels levels = model.levels();
     if (draggedLevel == 0) histogramRange = PlotRange(model.histogram(), levels, histogramRange);
     const frames::SLevels& range = histogramRange;
-    const ImVec2 size(ImGui::GetContentRegionAvail().x, 84 * unitPixels);
+    const ImVec2 size(ImGui::GetContentRegionAvail().x, 62 * unitPixels);
     const ImVec2 corner = ImGui::GetCursorScreenPos();
     ImGui::InvisibleButton("histogram", size);
     ImDrawList& list = *ImGui::GetWindowDrawList();
@@ -260,7 +261,7 @@ void CPanel::ShowMeasurements(CPane& pane) {
     const float margin = std::max((high - low) / 8, 0.5F);
     ImGui::PlotLines("##series", series.data(), static_cast<int>(series.size()), 0, nullptr,
                      low - margin, high + margin,
-                     ImVec2(ImGui::GetContentRegionAvail().x, 48 * unitPixels));
+                     ImVec2(ImGui::GetContentRegionAvail().x, 32 * unitPixels));
     const auto decimal = [](float number) { return Plain(static_cast<double>(number)); };
     const std::string text = series.empty() ? "value over time: cursor or region"
                                             : std::string(statistics ? "region mean " : "cursor ") +
@@ -271,15 +272,18 @@ void CPanel::ShowMeasurements(CPane& pane) {
     if (ImGui::Checkbox("subtract reference", &subtract)) result.command = ECommand::Reference;
 }
 
-void CPanel::ShowReception(CPane& pane, std::optional<std::uint64_t> droppedDatagrams) {
+void CPanel::ShowReception(CPane& pane, const hostkit::SLoss& system) {
     const SPaneRates rates = pane.rates();
     Heading("RECEPTION");
     Row("shown",
         Fixed(rates.shownPerSecond, 1) + "/s, " + Fixed(pane.MedianAgeMs(), 1) + " ms old");
     const auto gap = pane.LongestGap(frames::Clock::now());
     Row("longest gap", Fixed(frames::Milliseconds(gap), 0) + " ms");
-    Row("dropped here",
-        droppedDatagrams ? std::to_string(*droppedDatagrams) + " datagrams" : "not counted");
+    const auto& dropped = system.droppedDatagrams;
+    Row("dropped here", dropped ? std::to_string(*dropped) + " datagrams" : "not counted");
+    const std::string place = pane.LossPlace();
+    Row("frames lost", place.empty() ? none : place);
+    ImGui::TextDisabled("buffer, %s", hostkit::ReceiveBufferText(system.buffers).c_str());
 }
 
 void CPanel::ShowHelp(const SRect& area, double unit) {

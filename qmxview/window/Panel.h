@@ -18,7 +18,7 @@ class CPanel {
     /// Draws the panel of a pane and carries out what is done there. `several` offers to link the
     /// levels of all panes, which `linked` stores. Call it between `CInterface::Begin` and `End`.
     [[nodiscard]] SPanelResult Show(CPane& pane, const SRect& place, double unit, bool several,
-                                    bool& linked, std::optional<std::uint64_t> droppedDatagrams);
+                                    bool& linked, const hostkit::SLoss& system);
     /// Shows the list of keys in the middle of an area.
     static void ShowHelp(const SRect& area, double unit);
 
@@ -30,7 +30,7 @@ class CPanel {
     void ShowHistogram(CPane& pane);
     void ShowMarks(CPane& pane);
     void ShowMeasurements(CPane& pane);
-    void ShowReception(CPane& pane, std::optional<std::uint64_t> droppedDatagrams);
+    static void ShowReception(CPane& pane, const hostkit::SLoss& system);
     void Button(const char* text, ECommand command, float width);
 
     SPanelResult result;

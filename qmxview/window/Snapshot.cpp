@@ -56,6 +56,8 @@ Json PaneAsJson(const CPane& pane, const fs::path& valuesFile) {
               {"address", pane.state().address},
               {"format", hostkit::FormatText(pane.state().format)},
               {"state", pane.StateText(frames::Clock::now())},
+              {"error", pane.ErrorText()},
+              {"loss", pane.LossText()},
               {"picture", nullptr}};
     if (!model.hasPicture()) return json;
     const frames::SArrival& arrival = model.current()->arrival;

@@ -28,7 +28,7 @@ constexpr int windowHeight = 860;
 constexpr auto interfacePeriod = 66ms;
 /// Longest wait for a frame, and so the longest delay of a key.
 constexpr auto eventPeriod = 10ms;
-constexpr auto droppedPeriod = 1s;
+constexpr auto systemPeriod = 1s;
 /// Wait for a picture after which a screenshot has failed.
 constexpr auto screenshotPatience = 10s;
 /// Wait for a camera to stop before it is said to be slow.
@@ -66,6 +66,7 @@ EExit CViewer::Run() {
 }
 
 void CViewer::Watch() {
+    stalls.BeginWait(eventPeriod);
     while (!ended) {
         HandleEvents();
         if (platform::StopRequested()) ended = true;
@@ -79,6 +80,8 @@ void CViewer::Watch() {
             std::this_thread::sleep_for(std::chrono::milliseconds(options.slowMs));
         }
         if (!ended) signal.Wait(eventPeriod);
+        stalls.EndWait();
+        stalls.BeginWait(eventPeriod);
     }
 }
 
@@ -104,7 +107,9 @@ void CViewer::HandleEvent(const SDL_Event& event) {
             }
             if (CInterface::WantsKeys() || (key.mod & (KMOD_CTRL | KMOD_ALT | KMOD_GUI)) != 0)
                 break;
-            const auto command = CommandOfKey(SDL_GetKeyName(key.sym), (key.mod & KMOD_SHIFT) != 0);
+            const auto command =
+                CommandOfKey(SDL_GetKeyName(key.sym), SDL_GetScancodeName(key.scancode),
+                             (key.mod & KMOD_SHIFT) != 0);
             // A key that is held down repeats movements only.
             const bool repeats = command >= ECommand::ZoomIn && command <= ECommand::PanDown;
             if (command && (event.key.repeat == 0 || repeats)) Do(*command);
@@ -196,17 +201,25 @@ bool CViewer::Refresh(Clock::time_point now) {
         changed = true;
         interfaceDue |= !options.screenshot.empty() && ScreenshotDue();
     }
-    if (now >= nextDropped) {
-        nextDropped = now + droppedPeriod;
-        const auto total = platform::UdpCounters().dropped;
-        if (total && droppedBefore) dropped = *total - *droppedBefore;
-    }
+    if (now >= nextSystemCounts) CountSystem(now);
     ReportSnapshots();
     LinkLevels();
     for (std::size_t i = 0; changed && i < panes.size(); ++i) {
         views[i].Paint(screen.renderer(), now);
     }
     return changed;
+}
+
+/// Reads what the system counts for all panes, by which they explain missing frames.
+void CViewer::CountSystem(Clock::time_point now) {
+    nextSystemCounts = now + systemPeriod;
+    const auto dropped = platform::UdpCounters().dropped;
+    if (dropped && droppedBefore) system.droppedDatagrams = *dropped - *droppedBefore;
+    system.buffers = platform::ReceiveBuffers();
+    system.longestStall = stalls.LongestStall();
+    stalls = {};
+    stalls.BeginWait(eventPeriod);
+    for (const auto& pane : panes) pane->WatchLoss(system);
 }
 
 /// Makes all panes with values of a camera follow the selected one: it decides whether the levels
@@ -226,8 +239,11 @@ void CViewer::LinkLevels() {
     const frames::SLevels common =
         leader.settings.automaticLevels ? CommonLevels(levels) : leader.ownLevels();
     for (CPaneModel* const model : models) {
-        model->settings.automaticLevels = leader.settings.automaticLevels;
-        model->settings.lockedLevels = leader.settings.lockedLevels;
+        if (leader.settings.automaticLevels) {
+            model->settings.automaticLevels = true;
+        } else {
+            model->LockLevels(leader.ownLevels());
+        }
         model->LinkLevels(common);
     }
 }
@@ -267,8 +283,8 @@ void CViewer::DrawInterface() {
     if (std::exchange(closePopups, false)) ImGui::ClosePopupToLevel(0, true);
     SPanelResult result;
     if (!panelPlace.empty()) {
-        result = panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked,
-                            dropped);
+        result =
+            panel.Show(selectedPane(), panelPlace, screen.unit(), panes.size() > 1, linked, system);
     }
     const SRect area = screen.area();
     if (showHelp) CPanel::ShowHelp(area, screen.unit());
@@ -361,6 +377,11 @@ void CViewer::Stop() {
         const std::string recording = pane->EndStop();
         if (!recording.empty()) std::fprintf(stderr, "qmxview: %s\n", recording.c_str());
         const SFeedCounts counts = pane->counts();
+        if (const std::string reason = pane->LossText(); !reason.empty()) {
+            std::fprintf(stderr, "qmxview: about %llu frames of camera %s are missing: %s\n",
+                         static_cast<unsigned long long>(counts.received.missing),
+                         pane->camera().c_str(), reason.c_str());
+        }
         std::printf(
             "camera %s: %llu frames received, %llu shown, %llu not shown, median age %.1f ms, "
             "longest callback %.2f ms\n",

@@ -15,6 +15,7 @@
 #include "PaneView.h"
 #include "Panel.h"
 #include "Screen.h"
+#include "StreamMeter.h"
 
 namespace qmxview {
 
@@ -55,6 +56,7 @@ class CViewer {
     void Do(ECommand command);
     void ChangePalette(int by);
     [[nodiscard]] bool Refresh(frames::Clock::time_point now);
+    void CountSystem(frames::Clock::time_point now);
     void LinkLevels();
     void Draw(frames::Clock::time_point now, bool interfaceToo);
     void DrawInterface();
@@ -87,8 +89,9 @@ class CViewer {
     std::optional<hostkit::CFailure> failure;
     frames::Clock::time_point nextInterface;
     std::optional<std::uint64_t> droppedBefore;  // datagrams that the system had dropped
-    std::optional<std::uint64_t> dropped;        // since then
-    frames::Clock::time_point nextDropped;
+    hostkit::SLoss system;                       // what it counts for all panes; none is missing
+    hostkit::CStallWatch stalls;
+    frames::Clock::time_point nextSystemCounts;
 };
 
 }  // namespace qmxview

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "DnsServicesWindows.h"
+#include "WideText.h"
 
 namespace {
 
@@ -106,21 +107,11 @@ void WithBrowse(std::uintptr_t number, Use use) noexcept {
     }
 }
 
-std::string Utf8(std::wstring_view text) {
-    const auto convert = [text](char* to, int room) {
-        return ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), to,
-                                     room, nullptr, nullptr);
-    };
-    std::string converted(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
-    convert(converted.data(), static_cast<int>(converted.size()));
-    return converted;
-}
-
 void AddInstance(SBrowse& browse, const DNS_SERVICE_INSTANCE& instance) {
     if (instance.ip4Address == nullptr || instance.pszInstanceName == nullptr) return;
     std::wstring_view name(instance.pszInstanceName);
     if (name.ends_with(browse.ending)) name.remove_suffix(browse.ending.size());
-    browse.instances.emplace(*instance.ip4Address, Utf8(name));
+    browse.instances.emplace(*instance.ip4Address, platform::Narrow(name));
 }
 
 void WINAPI OnResolved(DWORD status, void* context, DNS_SERVICE_INSTANCE* instance) {

@@ -18,6 +18,7 @@ class CProgram {
     ~CProgram();
 
     bool running() const { return process > 0; }
+    pid_t id() const { return process; }
     void Write(const std::string& text) const;
     /// Returns the next line of standard output without its end; empty at the end of the output and
     /// after 60 s.
