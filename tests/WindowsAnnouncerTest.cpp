@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Announcer.h"
-#include "DnsServicesWindows.h"
+#include "DnsServices.h"
 
 namespace {
 

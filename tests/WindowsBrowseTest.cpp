@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "DnsServicesWindows.h"
+#include "DnsServices.h"
 #include "dns_sd.h"
 
 namespace {

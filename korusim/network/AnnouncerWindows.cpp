@@ -8,7 +8,7 @@
 #include <mutex>
 #include <utility>
 
-#include "DnsServicesWindows.h"
+#include "DnsServices.h"
 #include "Socket.h"
 #include "WideText.h"
 

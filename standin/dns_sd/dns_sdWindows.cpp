@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-#include "DnsServicesWindows.h"
+#include "DnsServices.h"
 #include "WideText.h"
 
 namespace {

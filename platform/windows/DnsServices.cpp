@@ -1,4 +1,4 @@
-#include "DnsServicesWindows.h"
+#include "DnsServices.h"
 
 namespace platform {
 namespace {
