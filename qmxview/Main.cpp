@@ -9,7 +9,6 @@
 #include "CommandLine.h"
 #include "NetworkState.h"
 #include "Process.h"
-#include "SessionEnd.h"
 #include "Version.h"
 #include "Viewer.h"
 
@@ -198,7 +197,6 @@ EExit Run(const SArguments& arguments) {
         if (!platform::StartSockets())
             throw CFailure(EExit::Failed, "the system's socket library does not start");
         platform::WatchStopSignals();
-        platform::WatchSessionEnd();
         hostkit::CPluginHost host(line.plugin);
         return CViewer(host, line.view).Run();
     } catch (const CFailure& failure) {

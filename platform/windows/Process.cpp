@@ -15,6 +15,7 @@
 #include <iterator>
 #include <memory>
 
+#include "SessionEnd.h"
 #include "WideText.h"
 
 namespace platform {
@@ -42,7 +43,7 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
         RequestStop();
         return TRUE;
     }
-    // The window is being closed, or the session ends.
+    // The console window is being closed.
     RequestStop();
     // The system ends the process when this returns, or some seconds later. The end of `main` ends
     // this thread.
@@ -78,6 +79,8 @@ std::optional<int> RunBeside(const std::string& name, const std::vector<std::str
     std::vector<const wchar_t*> pointers;
     for (const std::wstring& word : words) pointers.push_back(word.c_str());
     pointers.push_back(nullptr);
+    // Ctrl-C reaches both programs; this one must wait until the other one has ended.
+    ::SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
     const std::intptr_t status = ::_wspawnv(_P_WAIT, file.c_str(), pointers.data());
     if (status == -1) return std::nullopt;
     return static_cast<int>(status);
@@ -100,7 +103,10 @@ bool PrepareStandardStreams() noexcept {
 
 void PrepareByteOutput() noexcept { ::_setmode(::_fileno(stdout), _O_BINARY); }
 
-void WatchStopSignals() { ::SetConsoleCtrlHandler(OnConsoleEvent, TRUE); }
+void WatchStopSignals() {
+    ::SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
+    WatchSessionEnd();
+}
 
 bool StopRequested() noexcept { return stopRequested; }
 

@@ -1,7 +1,0 @@
-#include "SessionEnd.h"
-
-namespace platform {
-
-void WatchSessionEnd() {}
-
-}  // namespace platform
