@@ -8,31 +8,37 @@ rem
 rem     scripts\build-on-windows.cmd DIR
 rem
 rem DIR contains include\ (qmx.h qmxcam.h Arbor.h dns_sd.h), lib\ (import libraries) and bin\ (DLLs)
-rem of the host. Use the host's runtime: the presets use the DLL runtime of a release build (/MD).
+rem of the host. Use the host's runtime: the preset uses the DLL runtime of a release build (/MD).
 setlocal
-cd /d "%~dp0.."
 if "%~1"=="" echo usage: %~nx0 DIR & exit /b 2
+set "sdk=%~f1"
+cd /d "%~dp0.."
+for %%d in (qmx qmxcam Arbor dns_sd) do if not exist "%sdk%\bin\%%d.dll" echo %sdk%\bin\%%d.dll is missing & exit /b 1
 
 rem Expect no warning; the preset makes each one an error. The programs and tests are left out,
 rem because their libraries come from Debian's sources.
-cmake --preset msvc -DKORU_HOST_SDK="%~f1" || exit /b 1
+cmake --preset msvc -DKORU_HOST_SDK="%sdk%" || exit /b 1
 cmake --build --preset msvc || exit /b 1
 set plugin=build\msvc\bin\qmxcamKORURTSP.dll
+set lists=build\msvc
+set wrong=0
 
 rem Expect exactly one exported function.
-dumpbin /nologo /exports %plugin% > build\msvc\exports.txt || exit /b 1
-findstr /c:" qmxInitPlugin" build\msvc\exports.txt >nul || echo %plugin% does not export qmxInitPlugin
-findstr /c:" 1 number of functions" build\msvc\exports.txt >nul || echo %plugin% exports more than one function
+dumpbin /nologo /exports %plugin% > %lists%\exports.txt || exit /b 1
+findstr /r /c:" qmxInitPlugin *$" /c:" qmxInitPlugin =" %lists%\exports.txt >nul || (echo %plugin% does not export qmxInitPlugin & set wrong=1)
+findstr /c:" 1 number of functions" %lists%\exports.txt >nul || (echo %plugin% exports more than one function & set wrong=1)
 
-rem Expect that the host exports each name that the plug-in imports. A name that is missing shows
-rem which declaration in include\ differs from the library.
-del build\msvc\host-exports.txt 2>nul
-for %%d in (qmx qmxcam Arbor dns_sd) do dumpbin /nologo /exports "%~f1\bin\%%d.dll" >> build\msvc\host-exports.txt
-set missing=0
+rem Expect that the plug-in imports the names in host\imported-names.txt, and that the host exports each
+rem of them. A name that is missing shows which declaration in include\ differs from the library.
+rem Before each name dumpbin prints numbers and a space; after it, a space or the end of the line.
+dumpbin /nologo /imports %plugin% > %lists%\imports.txt || exit /b 1
+type nul > %lists%\host-exports.txt
+for %%d in (qmx qmxcam Arbor dns_sd) do dumpbin /nologo /exports "%sdk%\bin\%%d.dll" | findstr /v /c:"Dump of file" >> %lists%\host-exports.txt
 for /f "usebackq" %%n in ("host\imported-names.txt") do (
-    findstr /l /c:"%%n" build\msvc\host-exports.txt >nul || (echo the host exports no %%n & set missing=1)
+    findstr /l /e /c:" %%n" %lists%\imports.txt >nul || (echo the plug-in does not import %%n & set wrong=1)
+    findstr /l /e /c:" %%n" %lists%\host-exports.txt >nul || findstr /l /c:" %%n " %lists%\host-exports.txt >nul || (echo the host does not export %%n & set wrong=1)
 )
-if %missing%==1 exit /b 1
-echo %plugin% is built and its imports are there. Now compare the order of the virtual functions and
-echo the offsets of the fields with host\binary-interface.txt: the linker does not see those.
-echo "cl /d1reportAllClassLayout" prints those of the host's headers.
+if %wrong%==1 exit /b 1
+echo %plugin% is built, and the host exports what it imports. Now compare the order of the virtual
+echo functions and the offsets of the fields with host\binary-interface.txt, because the linker does not
+echo check them. "cl /d1reportAllClassLayout" prints those of the host's headers.
