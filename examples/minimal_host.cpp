@@ -6,9 +6,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "NetworkState.h"
+#include "Path.h"
+#include "Process.h"
 #include "SharedLibrary.h"
 #include "qmxcam.h"
 
@@ -58,22 +62,29 @@ bool Record(IDevice& device, const SDeviceInfo& camera, SRecording& recording) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
+    const std::vector<std::string> arguments = platform::Arguments(argc, argv);
+    if (arguments.size() != 3) {
         std::fputs("usage: minimal_host PLUGIN FILE FRAMES\n", stderr);
         return EXIT_FAILURE;
     }
     if (!platform::StartSockets()) return EXIT_FAILURE;
-    const platform::CSharedLibrary library(argv[1]);
-    const auto init = reinterpret_cast<bool (*)()>(library.Symbol("qmxInitPlugin"));
-    if (init == nullptr || !init()) return EXIT_FAILURE;
+    const platform::CSharedLibrary library(platform::PathFromUtf8(arguments[0]));
+    const auto init =
+        reinterpret_cast<bool (*)()>(library.valid() ? library.Symbol("qmxInitPlugin") : nullptr);
+    if (init == nullptr || !init()) {
+        std::fprintf(stderr, "cannot load %s %s\n", arguments[0].c_str(), library.error().c_str());
+        return EXIT_FAILURE;
+    }
     IInterface* const koru = interfaceFactory().CreateInterface(interfaceId);
     TArray<SDeviceInfo> cameras;
     koru->EnumerateDevices(IInterface::DeviceSink(
         [](void* list, SDeviceInfo info) { static_cast<TArray<SDeviceInfo>*>(list)->append(info); },
         &cameras));
 
-    SRecording recording{std::fopen(argv[2], "wb"), std::atoi(argv[3])};
+    SRecording recording{platform::OpenFile(platform::PathFromUtf8(arguments[1]), "wb"),
+                         std::atoi(arguments[2].c_str())};
     bool recorded = false;
+    if (cameras.empty()) std::fputs("no camera found\n", stderr);
     if (!cameras.empty() && recording.file != nullptr) {
         // Released at the end of the block: the device must go before its interface.
         const TSharedPtr<IDevice> device = koru->CreateDevice();
