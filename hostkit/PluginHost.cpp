@@ -32,7 +32,7 @@ constexpr const char* pluginFromProgram = KORU_PLUGIN_FROM_PROGRAM;
 /// installed one.
 fs::path PluginFile(const fs::path& wanted) {
     if (wanted.empty()) {
-        const fs::path folder = platform::ProgramFolder();
+        const fs::path folder = platform::ProgramFile().parent_path();
         const fs::path name = platform::PluginFileName(pluginName);
         const fs::path installed = (folder / pluginFromProgram / name).lexically_normal();
         std::error_code unknown;

@@ -11,8 +11,8 @@ namespace platform {
 /// Returns the arguments of the program, without its name, in UTF-8. `main` passes its own ones,
 /// which Windows replaces because they are in the code page of the system there.
 [[nodiscard]] std::vector<std::string> Arguments(int argc, char** argv);
-/// Returns the folder of the running program, or an empty path if the system does not know it.
-[[nodiscard]] std::filesystem::path ProgramFolder();
+/// Returns the file of the running program, or an empty path if the system does not know it.
+[[nodiscard]] std::filesystem::path ProgramFile();
 /// Runs another program of this folder, named without an extension, with these arguments in UTF-8,
 /// and returns its exit status, or nothing if it cannot be started. On POSIX it replaces this
 /// process instead, so that signals reach it.

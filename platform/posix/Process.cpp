@@ -28,15 +28,15 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     return {argv + 1, argv + argc};
 }
 
-std::filesystem::path ProgramFolder() {
+std::filesystem::path ProgramFile() {
     char path[PATH_MAX];
     const ssize_t length = ::readlink("/proc/self/exe", path, sizeof(path));
     if (length <= 0) return {};
-    return std::filesystem::path(path, path + length).parent_path();
+    return {path, path + length};
 }
 
 std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
-    std::string file = ProgramFolder() / name;
+    std::string file = ProgramFile().replace_filename(name);
     std::vector<std::string> words = arguments;
     std::vector<char*> pointers = {file.data()};
     for (std::string& word : words) pointers.push_back(word.data());

@@ -65,15 +65,16 @@ std::vector<std::string> Arguments(int, char**) {
     return arguments;
 }
 
-std::filesystem::path ProgramFolder() {
+std::filesystem::path ProgramFile() {
     wchar_t path[32768];  // the longest path of the system
     const DWORD length = ::GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
     if (length == 0 || length >= std::size(path)) return {};
-    return std::filesystem::path(path, path + length).parent_path();
+    return {path, path + length};
 }
 
 std::optional<int> RunBeside(const std::string& name, const std::vector<std::string>& arguments) {
-    const std::filesystem::path file = ProgramFolder() / (Widen(name) + L".exe");
+    std::filesystem::path file = ProgramFile();
+    file.replace_filename(Widen(name) + L".exe");
     std::vector<std::wstring> words = {Quoted(file)};
     for (const std::string& argument : arguments) words.push_back(Quoted(Widen(argument)));
     std::vector<const wchar_t*> pointers;

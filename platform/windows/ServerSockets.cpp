@@ -124,8 +124,8 @@ std::optional<std::size_t> ReceiveDatagramFrom(const CSocket& socket,
 // That of a precise timer is 0.5 ms, and Wine's 1 ms.
 constexpr std::chrono::nanoseconds shortestWait{1'000'000};
 
-/// WSAPoll waits for whole milliseconds, often 16 of them. Therefore one event stands for all
-/// sockets, and a timer for the time.
+/// WSAPoll waits for whole milliseconds, and often for 16 of them. The wait therefore uses an event
+/// for all sockets and a timer for the limit.
 struct CSocketWaiter::SState {
     HANDLE wake = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE sockets = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
